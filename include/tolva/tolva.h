@@ -1,0 +1,563 @@
+/*
+ * tolva.h - the public interface of libtolva, a GIF export filter.
+ *
+ * A host loads libtolva.so at run time, finds its entries by name (or through
+ * the name table that fltLoadPointers hands out), creates a Setup block with
+ * CreateSetup, initialises the driver through RASTER_dd_entry32 (function 0),
+ * sends opcodes (function 2) and terminates it (function -1). The picture
+ * arrives as cell arrays and leaves as a GIF89a file.
+ *
+ * Layout rules every host relies on:
+ *  - Values inside host blocks are in native byte order. Bytes in files follow
+ *    the stream's data format (little-endian by default, which is what GIF needs).
+ *  - A memory handle or stream handle is an HGLOBAL, an unsigned integer as wide
+ *    as a pointer; 0 means none.
+ *  - Blocks described by word index (the init blocks, the host status record,
+ *    the ExportCellData argument block, the stream descriptor, the
+ *    fltLoadPointers record) are arrays of intptr_t: word k sits at byte
+ *    k * sizeof(intptr_t).
+ *  - Opcode parameter blocks keep their byte positions: 32-bit words at 4-byte
+ *    positions, doubles at their byte offsets; the one address among them (the
+ *    cell array's data address at byte 102) is pointer-sized and unaligned.
+ *  - Records the host can see (EMData, SetupBlock, CommonBlock, the picture
+ *    descriptor) are declared below with natural C alignment.
+ *
+ * Everything declared here has C linkage and is exported from the shared
+ * object; nothing else is.
+ */
+#ifndef TOLVA_TOLVA_H
+#define TOLVA_TOLVA_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <stdio.h>
+
+#if defined(__GNUC__) || defined(__clang__)
+#define TOLVA_API __attribute__((visibility("default")))
+#else
+#define TOLVA_API
+#endif
+
+#ifdef __cplusplus
+#define TOLVA_STATIC_ASSERT(cond, msg) static_assert(cond, msg)
+extern "C" {
+#else
+#define TOLVA_STATIC_ASSERT(cond, msg) _Static_assert(cond, msg)
+#endif
+
+/* ------------------------------------------------------------------------ */
+/* Common types and result codes                                             */
+/* ------------------------------------------------------------------------ */
+
+/** A movable memory handle or a stream handle; 0 means none. */
+typedef uintptr_t HGLOBAL;
+
+/** The filter's version as answered by every version query: 2.0.5. */
+#define TOLVA_FILTER_VERSION 0x02000005u
+
+/* Result and error codes of the host protocol. */
+#define TOLVA_OK 0
+#define TOLVA_ERR_WORK_BUFFER 21   /* a work buffer could not be allocated */
+#define TOLVA_ERR_NO_SETUP 22      /* the settings block handed to init is missing */
+#define TOLVA_ERR_NO_PICTURE 27    /* no picture could be obtained */
+#define TOLVA_ERR_MEMORY 300       /* memory could not be allocated, or the export could not run */
+#define TOLVA_ERR_STREAM 303       /* an output stream could not be opened, written or closed */
+#define TOLVA_ERR_STOPPED 901      /* the host's status function asked to stop */
+
+/* Allocation flags used throughout: movable and zero-initialised. */
+#define TOLVA_GMEM_FLAGS 66
+
+/* Device states (one bit each, so that a dispatch mask can name several). */
+#define TOLVA_STATE_INITIALISED 1
+#define TOLVA_STATE_OPEN 2
+#define TOLVA_STATE_PICTURE 4
+#define TOLVA_STATE_BODY 8
+#define TOLVA_STATE_ENDED 16
+
+/** The host's status function: (context, a, b, c, d, e, f); 0 means go on. */
+typedef int32_t (*StatusFunction)(intptr_t context, intptr_t a, intptr_t b, intptr_t c,
+                                  intptr_t d, intptr_t e, intptr_t f);
+
+/** An opcode handler: takes the opcode parameter block and returns it. */
+typedef void *(*OpcodeHandler)(void *block);
+
+/** The offscreen callback: operation 0 query, 1 init, 2 terminate, 3 draw. */
+typedef intptr_t (*OffscreenCallback)(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
+
+/** A host I/O procedure behind a stream (see zunOpen). */
+typedef intptr_t (*StreamIOProc)(intptr_t instance, int32_t operation, intptr_t a, intptr_t b);
+
+/* ------------------------------------------------------------------------ */
+/* Host services: memory handles                                             */
+/* ------------------------------------------------------------------------ */
+
+/**
+ * GlobalAlloc: a zero-filled block of `size` bytes whose data starts on an
+ * 8-byte boundary behind a small header; the handle is the header's address.
+ * The flags are stored, never interpreted. When the system allocator fails the
+ * process prints a line to standard output and aborts: 0 is never returned.
+ */
+TOLVA_API HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size);
+/** GlobalLock: the block's data address; 0 for handle 0. No lock count. */
+TOLVA_API void *GlobalLock(HGLOBAL h);
+/** GlobalUnlock: does nothing; always 0. */
+TOLVA_API int32_t GlobalUnlock(HGLOBAL h);
+/** GlobalFree: releases the block; always 0. */
+TOLVA_API int32_t GlobalFree(HGLOBAL h);
+/**
+ * GlobalReAlloc: a new block with the old data (up to the smaller size); the
+ * old block is freed even when the new allocation fails (the result is then 0).
+ */
+TOLVA_API HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags);
+/** GlobalHandle: the handle of a locked data address; 0 for 0. */
+TOLVA_API HGLOBAL GlobalHandle(const void *address);
+/** GlobalSize: the size asked for at allocation. */
+TOLVA_API uint32_t GlobalSize(HGLOBAL h);
+/** GlobalPointerToHandle: a bare header describing memory the caller keeps. */
+TOLVA_API HGLOBAL GlobalPointerToHandle(void *address, uint32_t size);
+/** GlobalCompact: the argument, or 65536 for 0. */
+TOLVA_API uint32_t GlobalCompact(uint32_t bytes);
+
+/* ------------------------------------------------------------------------ */
+/* Host services: string and numeric helpers                                  */
+/* ------------------------------------------------------------------------ */
+
+TOLVA_API char *strupr(char *s);
+TOLVA_API char *strlower(char *s);
+TOLVA_API char *strlwr(char *s);
+/** Case-insensitive comparison; the sign is reversed (positive when a sorts first). */
+TOLVA_API int32_t stricmp(const char *a, const char *b);
+/** Compares exactly n bytes, past terminators too; reversed sign like stricmp. */
+TOLVA_API int32_t strnicmp(const char *a, const char *b, int32_t n);
+TOLVA_API char *s_getpath(char *destination, const char *path);
+TOLVA_API char *s_getname(char *destination, const char *path);
+/** x when x > 0.0, else -x (so 0.0 gives -0.0). */
+TOLVA_API double dabs(double x);
+/** 1 when |a - b| <= tolerance (unsigned comparison), else 0. */
+TOLVA_API int32_t feqi(int32_t a, int32_t b, int32_t tolerance);
+/** Rounds half away from zero. */
+TOLVA_API int32_t roundd(double x);
+
+/* ------------------------------------------------------------------------ */
+/* Host services: profile (INI) files                                         */
+/* ------------------------------------------------------------------------ */
+
+TOLVA_API int32_t GetPrivateProfileString(const char *section, const char *key, const char *def,
+                                          char *buffer, int32_t size, const char *file);
+TOLVA_API int32_t GetPrivateProfileInt(const char *section, const char *key, int32_t def,
+                                       const char *file);
+TOLVA_API int32_t WritePrivateProfileString(const char *section, const char *key,
+                                            const char *value, const char *file);
+TOLVA_API int32_t GetProfileString(const char *section, const char *key, const char *def,
+                                   char *buffer, int32_t size);
+TOLVA_API int32_t GetProfileInt(const char *section, const char *key, int32_t def);
+TOLVA_API int32_t WriteProfileString(const char *section, const char *key, const char *value);
+
+/* ------------------------------------------------------------------------ */
+/* Streams                                                                   */
+/* ------------------------------------------------------------------------ */
+
+/* Stream descriptor: six intptr_t words handed to zunOpen:
+ * {block pointer variable or procedure context, size, growBy, FILE pointer,
+ *  I/O procedure, instance}. */
+#define TOLVA_STREAM_DESCRIPTOR_WORDS 6
+
+TOLVA_API HGLOBAL zunOpen(const char *name, intptr_t *descriptor, uint32_t mode);
+TOLVA_API int32_t zunClose(HGLOBAL s);
+TOLVA_API int32_t zunCloseandDelete(HGLOBAL s, const char *name);
+TOLVA_API int32_t zunRead(HGLOBAL s, void *buffer, int32_t count);
+TOLVA_API int32_t zunWrite(HGLOBAL s, const void *buffer, int32_t count);
+TOLVA_API int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin);
+TOLVA_API int32_t zunCopy(const char *source, const char *destination);
+/** Writes a fresh temporary file name (at most 260 bytes with terminator). */
+TOLVA_API int32_t ZUNGetTempFileName(int32_t drive, const char *prefix, uint32_t unique,
+                                     char *buffer);
+TOLVA_API int32_t zunReadChar(HGLOBAL s, void *buffer, int32_t count);
+TOLVA_API int32_t zunReadShort(HGLOBAL s, void *buffer, int32_t count);
+TOLVA_API int32_t zunReadLong(HGLOBAL s, void *buffer, int32_t count);
+TOLVA_API int32_t zunReadFloat(HGLOBAL s, void *buffer, int32_t count);
+TOLVA_API int32_t zunReadDouble(HGLOBAL s, void *buffer, int32_t count);
+TOLVA_API int32_t zunWriteChar(HGLOBAL s, const void *buffer, int32_t count);
+TOLVA_API int32_t zunWriteShort(HGLOBAL s, const void *buffer, int32_t count);
+TOLVA_API int32_t zunWriteLong(HGLOBAL s, const void *buffer, int32_t count);
+TOLVA_API int32_t zunWriteFloat(HGLOBAL s, const void *buffer, int32_t count);
+TOLVA_API int32_t zunWriteDouble(HGLOBAL s, const void *buffer, int32_t count);
+TOLVA_API int32_t zunReadStruct(HGLOBAL s, const char *format, void *buffer, int32_t records);
+TOLVA_API int32_t zunWriteStruct(HGLOBAL s, const char *format, const void *buffer,
+                                 int32_t records);
+TOLVA_API int32_t zunSetDataFormat(HGLOBAL s, int16_t dataFormat, int16_t floatFormat);
+TOLVA_API int32_t zunGetDataFormat(HGLOBAL s, int16_t *dataFormat, int16_t *floatFormat);
+TOLVA_API int32_t GetPadWidth(const char *position);
+TOLVA_API const char *GetUnionSize(const char *position, int32_t *size);
+TOLVA_API int32_t zunReadLine(HGLOBAL s, char *buffer, int32_t size);
+TOLVA_API int32_t zunWriteLine(HGLOBAL s, const char *text, int32_t length);
+TOLVA_API int32_t zunSetLineFormat(HGLOBAL s, int16_t format);
+TOLVA_API int32_t zunGetLineFormat(HGLOBAL s);
+
+/* [stream: further declarations] */
+
+/* ------------------------------------------------------------------------ */
+/* Raster imaging library                                                     */
+/* ------------------------------------------------------------------------ */
+
+TOLVA_API int32_t rlBytesPerLine(int32_t width, int16_t bitsPerPixel);
+TOLVA_API uint32_t rlCalcNewSize(int32_t width, int32_t height, int16_t bitsPerPixel);
+TOLVA_API uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
+                              int16_t bitsPerPixel);
+TOLVA_API int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
+                             int16_t bitsPerPixel, uint32_t value, const uint32_t *map,
+                             const uint8_t *table, int16_t tableCount);
+TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
+                                    const uint8_t *table, int16_t count);
+TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
+                                  const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
+TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
+                                     int16_t *count);
+TOLVA_API HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
+                                 int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table);
+TOLVA_API int32_t rlDitherGetCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
+                                int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table,
+                                int16_t *count);
+TOLVA_API HGLOBAL rlDitherGivenCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
+                                  int16_t dstBits, HGLOBAL srcTable, HGLOBAL table,
+                                  int16_t count);
+/** Reorders or inverts RGB triples in place; mode 0 leaves them unchanged. */
+TOLVA_API void rev_rgb(int32_t width, uint8_t *row, int32_t mode);
+TOLVA_API void _rlDitherOneLine(uint8_t *current, uint8_t *next, const uint8_t *table,
+                                int32_t width, int16_t count);
+TOLVA_API HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height,
+                                          int16_t srcBits, int16_t dstBits, HGLOBAL *table);
+TOLVA_API HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height,
+                                       int16_t srcBits, int16_t dstBits, HGLOBAL srcTable,
+                                       HGLOBAL dstTable, int16_t dstCount);
+TOLVA_API void rlRGB4toCMYK(HGLOBAL bits, int32_t width, int32_t height);
+TOLVA_API void rlCMYKtoRGB(HGLOBAL bits, int32_t width, int32_t height);
+TOLVA_API void rlALPHAtoRGB(HGLOBAL bits, int32_t width, int32_t height);
+TOLVA_API HGLOBAL rlShrinkBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
+                                 int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+TOLVA_API HGLOBAL rlStretchBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
+                                  int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+TOLVA_API HGLOBAL rlFlipBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t width,
+                               int32_t height, int16_t horizontal, int16_t vertical);
+
+/** The filter's built-in 256-colour table (768 bytes of red, green, blue). */
+TOLVA_API extern const uint8_t ZUNLColorTable[768];
+/** Non-zero makes the raster library print its progress and tables. */
+TOLVA_API extern int16_t _debug_color_res;
+
+/* [raster: further declarations] */
+
+/* ------------------------------------------------------------------------ */
+/* Settings: the Setup block                                                  */
+/* ------------------------------------------------------------------------ */
+
+/* Choices stored in the Setup block. */
+#define TOLVA_COLOUR_NORMAL 103
+#define TOLVA_COLOUR_INVERT 104
+#define TOLVA_COLOUR_INVERT_GREY 105
+#define TOLVA_COLOUR_GREY 106
+#define TOLVA_COLOUR_INVERT_LUMINANCE 107
+#define TOLVA_SIZE_DISPLAY 600   /* size taken from the display */
+#define TOLVA_SIZE_GIVEN 602     /* size given by the picture */
+#define TOLVA_RESOLUTION_DISPLAY 307
+#define TOLVA_RESOLUTION_GIVEN 309
+#define TOLVA_INTERLACE_ON 715
+#define TOLVA_TRANSPARENCY_ON 719
+#define TOLVA_BACKGROUND_ON 728
+
+/**
+ * The Setup block: the filter's settings for one use, 2128 bytes, created by
+ * CreateSetup and owned by the host. Text fields are zero-terminated.
+ */
+typedef struct SetupBlock {
+    char hostArea[144];          /* the host's own; not used by the filter */
+    char sectionName[144];       /* profile section holding the settings */
+    char profilePath[144];       /* profile file name, then its full path */
+    char thirdName[144];         /* saved profile path while a backup is in use */
+    char driverName[16];         /* value of the "Driver" key (13 bytes used) */
+    uint8_t reserved[12];        /* EditSetup stores its int32_t value at bytes 4-7 */
+    int32_t colourMode;          /* 103..107 */
+    int32_t secondMode;          /* zeroed by the defaults */
+    intptr_t outputDevice;       /* non-zero: a host I/O procedure receives the output */
+    uint8_t backgroundColour[3]; /* red, green, blue; used when backgroundChoice is 728 */
+    int32_t lineMode;            /* "Line Mode" key, 119 by default */
+    int32_t sizeMode;            /* 600..603 */
+    int32_t resolutionMode;      /* 307..310 */
+    int16_t xResolution;         /* dots per inch, 32..400 */
+    int16_t yResolution;         /* dots per inch, 32..400 */
+    double width;                /* picture width in inches, 0.03125..22.0 */
+    double height;               /* picture height in inches, 0.03125..22.0 */
+    int32_t interlace;           /* 715: write the GIF interlaced */
+    int32_t transparency;        /* 719: transparentColour is transparent */
+    uint8_t transparentColour[3];
+    int32_t backgroundChoice;    /* 728: backgroundColour sets the background index */
+    /* Fields of the export variant (initdvr, termdvr, ExportCellData). */
+    int32_t exportWord;          /* the word the property callback's code 5 points at */
+    char fileName[144];          /* output file name of the export variant */
+    intptr_t *statusRecord;      /* the host status record; progress goes through it */
+    HGLOBAL outputStream;        /* stream of the export variant */
+    intptr_t statusValue;        /* word 4 of the host status record */
+    intptr_t hookResult;         /* what the platform metafile hook returned */
+    intptr_t metafile;           /* metafile word (0 on this platform) */
+    intptr_t metafileAux;        /* second metafile word (0 on this platform) */
+    double pageCoordinates[4];   /* page bounds handed to the metafile road */
+    int32_t pageResolution;      /* resolution of the page bounds */
+    HGLOBAL exportMemoryBlock;   /* 1-byte work block of an export memory stream */
+    void *exportMemoryData;      /* its locked address, followed by the memory stream */
+    intptr_t hostArgument;       /* the seventh word of ExportCellData's argument block */
+} SetupBlock;
+
+#define TOLVA_SETUP_BLOCK_SIZE 2128
+TOLVA_STATIC_ASSERT(sizeof(SetupBlock) <= TOLVA_SETUP_BLOCK_SIZE, "SetupBlock fits its 2128 bytes");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, sectionName) == 144, "SetupBlock.sectionName");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, profilePath) == 288, "SetupBlock.profilePath");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, driverName) == 576, "SetupBlock.driverName");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, colourMode) == 604, "SetupBlock.colourMode");
+
+TOLVA_API HGLOBAL CreateSetup(intptr_t unused1, const char *profileName, const char *sectionName,
+                              intptr_t unused2);
+TOLVA_API int32_t EditSetup(HGLOBAL setup, int32_t value);
+TOLVA_API int32_t DestroySetup(HGLOBAL setup);
+TOLVA_API int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
+                               void *output, int32_t save);
+TOLVA_API void GetRasterInfo(HGLOBAL setup, const int32_t *input, int32_t *output);
+TOLVA_API int32_t ScaleImageSize(double *width, double *height);
+TOLVA_API int32_t UseDefaultSettings(SetupBlock *block);
+TOLVA_API int32_t LoadProfile(intptr_t unused);
+TOLVA_API int32_t LimitCheck(void);
+TOLVA_API int32_t LoadString(intptr_t module, int32_t identifier, char *buffer, int32_t size);
+TOLVA_API int32_t SaveProfile(void);
+TOLVA_API int32_t BackupProfile(SetupBlock *block);
+TOLVA_API void SetDisplayInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+TOLVA_API void SetPrinterInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+TOLVA_API int32_t GetDisplayInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+TOLVA_API int32_t GetPrinterInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+
+/* [settings: further declarations] */
+
+/* ------------------------------------------------------------------------ */
+/* Picture output and GIF encoding                                            */
+/* ------------------------------------------------------------------------ */
+
+/**
+ * Picture descriptor: what the -6 drawing primitive hands to OutputPicture,
+ * and both the cell bitmap descriptor and the picture information of
+ * ExportCellData.
+ */
+typedef struct TolvaPicture {
+    int16_t depth;        /* bits per pixel */
+    int16_t width;        /* pixels */
+    int16_t height;       /* rows */
+    int16_t resolution;   /* dots per inch, 0 when not given */
+    double widthValue;    /* width as a double (pixels, or inches after a query) */
+    double heightValue;   /* height as a double */
+    HGLOBAL palette;      /* colour table of 2^depth RGB triples; 0 for 24 bits and more */
+    HGLOBAL bitmap;       /* rows bottom-up, padded to 4 bytes */
+} TolvaPicture;
+
+/** The query record filled by the offscreen callback's operation 0. */
+typedef struct TolvaOffscreenQuery {
+    double width;
+    double height;
+    int32_t resolution;
+    int16_t value;        /* handed on to WriteCellBits */
+} TolvaOffscreenQuery;
+
+/** The offscreen record built by InitPlatformOffscreen. */
+typedef struct TolvaOffscreen {
+    void *hostContext;          /* what the host passed to OutputPicture */
+    OffscreenCallback callback;
+    int16_t colourCount;        /* entries in colourTable */
+    uint8_t *colourTable;       /* the table BeginCellBitmap writes */
+    int32_t width;              /* output width in pixels */
+    int32_t bandRows;           /* requested band height */
+    int16_t depth;              /* output bits per pixel */
+    HGLOBAL privateBlock;       /* the export callback's own block */
+    uint8_t flag;
+} TolvaOffscreen;
+
+TOLVA_API int32_t QueryCellFormat(double *width, double *height, int16_t *bitsPerPixel,
+                                  int32_t *resolution, void *unused1, void *unused2);
+TOLVA_API void RasterWriteCellData(HGLOBAL bitmap, int32_t width, int32_t height, int32_t scale,
+                                   int16_t bitsPerPixel, int32_t colourModel);
+TOLVA_API int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callback);
+TOLVA_API int32_t RasterAdjustAspect(double sizeOut[2], double width, double height);
+TOLVA_API int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height,
+                                  int16_t bitsPerPixel, uint8_t *palette, HGLOBAL *state);
+TOLVA_API int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
+                                int16_t bitsPerPixel, int16_t unused, HGLOBAL state);
+TOLVA_API int32_t EndCellBitmap(HGLOBAL stream, HGLOBAL state);
+TOLVA_API int16_t get_nearest_rgb_index(uint8_t red, uint8_t green, uint8_t blue,
+                                        const uint8_t *palette, int32_t count);
+TOLVA_API int32_t CompressAndWrite(HGLOBAL stream, const uint8_t *pixels, uint8_t *work,
+                                   int32_t count, int32_t first, int32_t last, uint32_t *carry);
+TOLVA_API int32_t LZWCompression(HGLOBAL stream, const uint8_t *pixels, uint8_t *work,
+                                 int32_t count, int32_t first, int32_t last, uint32_t *carry);
+TOLVA_API void LZWPutCode(uint8_t *work, uint32_t *bitPosition, uint32_t code, int16_t width);
+TOLVA_API int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n);
+TOLVA_API int32_t ExportCellData(const char *fileName, void *pictureInformation,
+                                 void *cellDescriptor, intptr_t *hostArguments);
+
+/* [output: further declarations] */
+
+/* ------------------------------------------------------------------------ */
+/* Driver                                                                    */
+/* ------------------------------------------------------------------------ */
+
+/** One error record of the error stack, as it is copied into the reply buffer. */
+typedef struct TolvaErrorRecord {
+    int32_t opcode;
+    int16_t code;
+    int16_t padding;
+} TolvaErrorRecord;
+
+/**
+ * EMData: the raster device's state, 1224 bytes, allocated at init and freed
+ * at term. Exported through lpEMData so that a host can read the error stack
+ * and set its capacity and current opcode.
+ */
+typedef struct EMData {
+    HGLOBAL outputStream;           /* opened by the open-device opcode */
+    HGLOBAL pictureBitmap;          /* rows of the picture being collected */
+    int32_t accumulating;           /* 1 between drawing primitives -5 and -6 */
+    int32_t currentRow;             /* next picture row to fill */
+    uint8_t colourTable[768];       /* 256 red, green, blue entries */
+    uint8_t backgroundColour[3];
+    int32_t lastErrorOpcode;
+    int16_t result;                 /* error code of the current call */
+    int32_t errorCapacity;          /* stays 0 unless the host sets it (at most 10) */
+    int32_t errorCount;
+    int32_t lostErrors;             /* pushes that overwrote the top entry */
+    TolvaErrorRecord firstError;    /* directly in front of errors[0] */
+    TolvaErrorRecord errors[10];
+    double deviceWindow[6];         /* x1, y1, z1, x2, y2, z2 */
+    double deviceViewport[6];       /* slots 0, 1, 3, 4 used */
+    int32_t deviceState;            /* TOLVA_STATE_* */
+    int32_t currentOpcode;          /* stamped on pushed errors; the host may set it */
+    uint32_t replyPosition;         /* bytes already written into the reply buffer */
+    uint32_t replySize;
+    HGLOBAL replyHandle;
+    uint8_t *replyBuffer;
+    char fileName[144];             /* empty: the output goes to a memory stream */
+    int32_t pictureWidth;
+    int32_t pictureHeight;
+    int32_t pictureDepth;
+    intptr_t *statusRecord;         /* the host status record, may be null */
+    int32_t colourConversionMode;   /* 0..4, from the Setup block's colour mode */
+    HGLOBAL setup;                  /* the Setup block handle from the init block */
+    int32_t resolution;             /* dots per inch from the viewport scaling mode */
+    int16_t cellFlag;
+} EMData;
+
+#define TOLVA_EMDATA_SIZE 1224
+TOLVA_STATIC_ASSERT(sizeof(EMData) <= TOLVA_EMDATA_SIZE, "EMData fits its 1224 bytes");
+TOLVA_STATIC_ASSERT(offsetof(EMData, errors) ==
+                        offsetof(EMData, firstError) + sizeof(TolvaErrorRecord),
+                    "the first error record lies directly in front of the entries");
+
+/**
+ * The Common block of the export variant: the host's; the filter only reads
+ * and writes these four fields through lpCommon, and does nothing while
+ * lpCommon is null.
+ */
+typedef struct CommonBlock {
+    int32_t deviceState;
+    int16_t result;
+    intptr_t *statusRecord;
+    int32_t statusValue;
+} CommonBlock;
+
+/* Words of the raster variant's init parameter block (intptr_t each). */
+#define TOLVA_INIT_FILE_NAME 3
+#define TOLVA_INIT_REPLY_SIZE 9
+#define TOLVA_INIT_REPLY_BUFFER 10
+#define TOLVA_INIT_SETUP 13
+#define TOLVA_INIT_STATUS_RECORD 14
+#define TOLVA_INIT_CAPABILITIES 15
+#define TOLVA_INIT_WORDS 16
+
+/* Words of the host status record (intptr_t each). */
+#define TOLVA_STATUS_CONTEXT 1
+#define TOLVA_STATUS_FUNCTION 2
+#define TOLVA_STATUS_WORDS 13
+
+TOLVA_API int32_t RASTER_dd_entry(int16_t func, void *out, void *arg);
+TOLVA_API int32_t dd_entry(int16_t func, void *out, void *arg);
+TOLVA_API int32_t RASTER_dd_entry32(intptr_t unused, int16_t func, void *block);
+TOLVA_API int32_t dd_entry32(intptr_t unused, int16_t func, void *block);
+TOLVA_API int32_t RASTER_initdvr(intptr_t *block);
+TOLVA_API int32_t RASTER_termdvr(void);
+TOLVA_API int32_t initdvr(intptr_t *block);
+TOLVA_API int32_t termdvr(int32_t unused);
+TOLVA_API uint32_t ZUNGetFilterVersion(void);
+/** record[2] receives the name table, the 16-bit count 9 opens record[1]. */
+TOLVA_API void fltLoadPointers(intptr_t *record);
+TOLVA_API int32_t AllocGlobal(void);
+TOLVA_API int32_t FreeGlobal(void);
+TOLVA_API int32_t LockGlobal(HGLOBAL h);
+TOLVA_API int32_t UnlockGlobal(HGLOBAL h);
+TOLVA_API int32_t AltFontsAvailable(void);
+TOLVA_API void esc_mode(int32_t flag);
+TOLVA_API OpcodeHandler getfunc(int32_t opcode);
+TOLVA_API int32_t InquireSupport(int32_t opcode, int32_t arg);
+TOLVA_API int32_t InqGDPSupport(int32_t id);
+TOLVA_API void push_er(int32_t code);
+TOLVA_API void mov2buf(const void *address, uint32_t length);
+TOLVA_API void d_reset(int32_t a, int32_t b);
+TOLVA_API int32_t CallGetSet_Status(StatusFunction fn, intptr_t context, intptr_t a, intptr_t b,
+                                    intptr_t c, intptr_t d, intptr_t e, intptr_t f);
+TOLVA_API int32_t RASTER_escape(void);
+TOLVA_API int32_t escape(void);
+TOLVA_API int32_t UpdateStatus(int32_t value);
+
+/* Opcode handlers: each takes the parameter block and returns it. */
+TOLVA_API void *d_noop(void *block);
+TOLVA_API void *d_opdv(void *block);
+TOLVA_API void *d_cldv(void *block);
+TOLVA_API void *d_begp(void *block);
+TOLVA_API void *d_begpb(void *block);
+TOLVA_API void *d_endp(void *block);
+TOLVA_API void *d_ca(void *block);
+TOLVA_API void *d_gdp(void *block);
+TOLVA_API void *d_popes(void *block);
+TOLVA_API void *d_empes(void *block);
+TOLVA_API void *dq_es(void *block);
+TOLVA_API void *ds_dvwn(void *block);
+TOLVA_API void *ds_bgc(void *block);
+TOLVA_API void *ds_dvvp(void *block);
+TOLVA_API void *ds_vpsm(void *block);
+TOLVA_API void *dq_dvwn(void *block);
+TOLVA_API void *dq_dvvp(void *block);
+TOLVA_API void *ds_axc(void *block);
+TOLVA_API void *ds_tran(void *block);
+TOLVA_API void *ds_clpr(void *block);
+TOLVA_API void *ds_clip(void *block);
+TOLVA_API void *ds_ct(void *block);
+TOLVA_API void *ds_dm(void *block);
+TOLVA_API void *ds_fl(void *block);
+
+/* Exported data. */
+TOLVA_API extern uint16_t FilterVersion;
+TOLVA_API extern uint16_t FilterID;
+TOLVA_API extern char *szFilter;
+TOLVA_API extern char export_szDLLName[260];
+TOLVA_API extern uintptr_t hDLLModule;
+TOLVA_API extern uintptr_t hAppAnchorBlock;
+TOLVA_API extern HGLOBAL hCommon;
+TOLVA_API extern HGLOBAL hSetup;
+TOLVA_API extern HGLOBAL hRaster;
+TOLVA_API extern HGLOBAL hEMData;
+TOLVA_API extern void *lpCommon; /* a CommonBlock, set only by the host */
+TOLVA_API extern SetupBlock *lpSetup;
+TOLVA_API extern SetupBlock *lpRaster;
+TOLVA_API extern EMData *lpEMData;
+TOLVA_API extern int32_t GDPSupport[8];
+
+/* [driver: further declarations] */
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* TOLVA_TOLVA_H */

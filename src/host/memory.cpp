@@ -1,0 +1,140 @@
+// Movable memory handles on top of the system allocator.
+//
+// A handle is the address of a small header that sits in front of the data in
+// the same allocation; the data always starts on an 8-byte boundary and the
+// byte just before it (once locked) holds the distance back to the header, so
+// that GlobalHandle can turn an address back into its handle. Nothing ever
+// moves and there is no lock count: locking only yields the pointer.
+#include "host/memory.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// Header layout: size, flags, reserved (32 bits each), the data address
+// (pointer-sized, stored unaligned), the data offset (one byte), three
+// reserved bytes. 24 bytes on LP64.
+constexpr size_t kSizeAt = 0;
+constexpr size_t kFlagsAt = 4;
+constexpr size_t kReservedAt = 8;
+constexpr size_t kAddressAt = 12;
+constexpr size_t kOffsetAt = kAddressAt + sizeof(void *);
+constexpr size_t kHeaderSize = kOffsetAt + 4;
+
+// (size + header + 14) rounded down to a multiple of 8 leaves room for the
+// header, up to 7 bytes of alignment fill and the data.
+constexpr uint64_t kSlack = kHeaderSize + 14;
+
+uint8_t *header(HGLOBAL h) { return reinterpret_cast<uint8_t *>(h); }
+
+uint8_t *data_address(HGLOBAL h) {
+    uint8_t *address;
+    std::memcpy(&address, header(h) + kAddressAt, sizeof address);
+    return address;
+}
+
+}  // namespace
+
+extern "C" {
+
+HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
+    uint64_t units = (uint64_t{size} + kSlack) / 8;
+    size_t bytes = static_cast<size_t>(units * 8);
+    auto *block = static_cast<uint8_t *>(tolva_host_calloc(units, 8));
+    if (block == nullptr) {
+        std::printf("GloalAlloc function failed due to insufficient memory: needs %ld bytes memory!!\n",
+                    static_cast<long>(bytes));
+        std::fflush(stdout);
+        std::abort();
+    }
+    std::memset(block, 0, bytes);
+    uintptr_t base = reinterpret_cast<uintptr_t>(block);
+    size_t fill = (8 - ((base + kHeaderSize) % 8)) % 8;
+    uint8_t *data = block + kHeaderSize + fill;
+    std::memcpy(block + kSizeAt, &size, 4);
+    std::memcpy(block + kFlagsAt, &flags, 4);
+    std::memset(block + kReservedAt, 0, 4);
+    std::memcpy(block + kAddressAt, &data, sizeof data);
+    block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize + fill);
+    return reinterpret_cast<HGLOBAL>(block);
+}
+
+void *GlobalLock(HGLOBAL h) {
+    if (h == 0) return nullptr;
+    uint8_t *data = data_address(h);
+    uintptr_t distance = reinterpret_cast<uintptr_t>(data) - h;
+    if (distance <= 255) {
+        uint8_t offset = header(h)[kOffsetAt];
+        header(h)[offset - 1] = static_cast<uint8_t>(distance);
+    }
+    return data;
+}
+
+int32_t GlobalUnlock(HGLOBAL) { return 0; }
+
+int32_t GlobalFree(HGLOBAL h) {
+    std::free(header(h));
+    return 0;
+}
+
+HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags) {
+    HGLOBAL fresh = GlobalAlloc(flags, size);
+    if (fresh != 0 && h != 0) {
+        int32_t old_size = static_cast<int32_t>(GlobalSize(h));
+        int32_t new_size = static_cast<int32_t>(size);
+        int32_t n = old_size < new_size ? old_size : new_size;
+        if (n > 0) std::memcpy(data_address(fresh), data_address(h), static_cast<size_t>(n));
+    }
+    // The old block goes even when the new one could not be had: callers own
+    // only the handle they get back.
+    GlobalFree(h);
+    return fresh;
+}
+
+HGLOBAL GlobalHandle(const void *address) {
+    if (address == nullptr) return 0;
+    auto *p = static_cast<const uint8_t *>(address);
+    return reinterpret_cast<HGLOBAL>(p - p[-1]);
+}
+
+uint32_t GlobalSize(HGLOBAL h) {
+    if (h == 0) return 0;
+    uint32_t size;
+    std::memcpy(&size, header(h) + kSizeAt, 4);
+    return size;
+}
+
+HGLOBAL GlobalPointerToHandle(void *address, uint32_t size) {
+    auto *block = static_cast<uint8_t *>(tolva_host_malloc(kHeaderSize));
+    if (block == nullptr) return 0;
+    // The flags word keeps whatever the allocator left there; set it anyway so
+    // that the header is never read uninitialised.
+    std::memset(block, 0, kHeaderSize);
+    std::memcpy(block + kSizeAt, &size, 4);
+    std::memcpy(block + kAddressAt, &address, sizeof address);
+    block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize);
+    return reinterpret_cast<HGLOBAL>(block);
+}
+
+uint32_t GlobalCompact(uint32_t bytes) { return bytes == 0 ? 65536u : bytes; }
+
+}  // extern "C"
+
+// Test switch: fail the Nth allocation from now on (0 disables).
+namespace {
+long g_fail_countdown = 0;
+}
+
+void tolva_host_fail_allocation(long nth) { g_fail_countdown = nth; }
+
+void *tolva_host_calloc(size_t count, size_t size) {
+    if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
+    return std::calloc(count, size);
+}
+
+void *tolva_host_malloc(size_t size) {
+    if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
+    return std::malloc(size);
+}

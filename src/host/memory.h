@@ -1,0 +1,18 @@
+// Internal view of the memory handles: the allocator hooks behind GlobalAlloc.
+#ifndef TOLVA_HOST_MEMORY_H
+#define TOLVA_HOST_MEMORY_H
+
+#include <stddef.h>
+
+#include "tolva/tolva.h"
+
+// The system allocator as every handle function reaches it.
+void *tolva_host_calloc(size_t count, size_t size);
+void *tolva_host_malloc(size_t size);
+
+// Test-only: make the Nth allocation from now on fail (0 switches it off).
+// GlobalAlloc aborts on failure, so this reaches GlobalPointerToHandle's
+// failure path and lets death tests check the abort message.
+void tolva_host_fail_allocation(long nth);
+
+#endif
