@@ -554,6 +554,70 @@ TOLVA_API extern SetupBlock *lpRaster;
 TOLVA_API extern EMData *lpEMData;
 TOLVA_API extern int32_t GDPSupport[8];
 
+/**
+ * One row of the exported name table that fltLoadPointers hands out: the
+ * exported name, its ordinal (1001..1010, 1007 absent) and the address of the
+ * function or data object. The table is the filter's own, read-only memory.
+ */
+typedef struct TolvaNameEntry {
+    const char *name;
+    int16_t ordinal;
+    const void *target;
+} TolvaNameEntry;
+
+#define TOLVA_NAME_TABLE_ROWS 9
+
+/* Words of the export variant's init parameter block (intptr_t each). */
+#define TOLVA_EXPORT_INIT_HOOK_A 1      /* handed to InitPlatformMetafileFilter */
+#define TOLVA_EXPORT_INIT_FILE_NAME 3   /* output file name; cleared by init */
+#define TOLVA_EXPORT_INIT_HOOK_B 5      /* handed to InitPlatformMetafileFilter */
+#define TOLVA_EXPORT_INIT_SETUP 13      /* in: the settings handle; out: hSetup */
+#define TOLVA_EXPORT_INIT_STATUS_RECORD 14
+
+/* Further words of the host status record used by the export variant. */
+#define TOLVA_STATUS_VALUE 4         /* kept in the settings block at init */
+#define TOLVA_STATUS_PICTURE 7       /* words 7..11 go into the metafile descriptor */
+#define TOLVA_STATUS_DEVICE 12       /* first descriptor word of an output-device stream */
+
+/*
+ * The metafile descriptor that termdvr hands to OutputPicture with
+ * DrawPlatformMetafile: TOLVA_METAFILE_WORDS intptr_t words. Word 0 is the
+ * metafile handle, words 1..4 the page bounds (left, top, right, bottom, as
+ * whole numbers), word 5 the resolution, words 6..10 words 7..11 of the host
+ * status record and word 11 the settings block's metafile word.
+ */
+#define TOLVA_METAFILE_HANDLE 0
+#define TOLVA_METAFILE_BOUNDS 1
+#define TOLVA_METAFILE_RESOLUTION 5
+#define TOLVA_METAFILE_STATUS 6
+#define TOLVA_METAFILE_WORD 11
+#define TOLVA_METAFILE_WORDS 20
+
+/*
+ * The property callback that InitPlatformMetafileFilter may hand back in its
+ * last argument (never on this platform): (settings handle, code, 4, address
+ * of a 32-bit value, 0, 0).
+ */
+typedef int32_t (*TolvaPropertyCallback)(intptr_t setup, int32_t code, int32_t size,
+                                         void *value, intptr_t unused1, intptr_t unused2);
+
+/*
+ * Platform metafile hooks of the export variant, defined with the output
+ * code. On this platform they are stubs: InitPlatformMetafileFilter zeroes
+ * the four words its last four arguments point at and returns `a`; the
+ * others return 0. The two offscreen callbacks below are the filter's own.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
+
 /* [driver: further declarations] */
 
 #ifdef __cplusplus
