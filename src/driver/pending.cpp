@@ -10,20 +10,7 @@
 extern "C" {
 
 // Settings.
-namespace {
-char pending_filter_name[] = "tolva";
-}
-TOLVA_WEAK char *szFilter = pending_filter_name;
-TOLVA_WEAK char export_szDLLName[260] = {0};
-TOLVA_WEAK HGLOBAL hRaster = 0;
-TOLVA_WEAK SetupBlock *lpRaster = nullptr;
-TOLVA_WEAK HGLOBAL hSetup = 0;
-TOLVA_WEAK SetupBlock *lpSetup = nullptr;
-
 TOLVA_WEAK HGLOBAL CreateSetup(intptr_t, const char *, const char *, intptr_t) { return 0; }
-TOLVA_WEAK int32_t EditSetup(HGLOBAL, int32_t) { return 0; }
-TOLVA_WEAK int32_t DestroySetup(HGLOBAL) { return 0; }
-TOLVA_WEAK int32_t xEscapeSetup(HGLOBAL, int32_t, int32_t, void *, void *, int32_t) { return 0; }
 
 // Streams.
 TOLVA_WEAK HGLOBAL zunOpen(const char *, intptr_t *, uint32_t) { return 0; }
