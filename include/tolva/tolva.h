@@ -366,30 +366,132 @@ typedef struct SetupBlock {
 } SetupBlock;
 
 #define TOLVA_SETUP_BLOCK_SIZE 2128
+#define TOLVA_SETUP_NAME_SIZE 144 /* bytes of each of the three names, terminator included */
 TOLVA_STATIC_ASSERT(sizeof(SetupBlock) <= TOLVA_SETUP_BLOCK_SIZE, "SetupBlock fits its 2128 bytes");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, sectionName) == 144, "SetupBlock.sectionName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, profilePath) == 288, "SetupBlock.profilePath");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, thirdName) == 432, "SetupBlock.thirdName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, driverName) == 576, "SetupBlock.driverName");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, reserved) == 592, "SetupBlock.reserved");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, colourMode) == 604, "SetupBlock.colourMode");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, outputDevice) % sizeof(intptr_t) == 0,
+                    "SetupBlock.outputDevice is a naturally aligned pointer-sized word");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, width) % 8 == 0, "SetupBlock.width is aligned");
 
+/* Results of LimitCheck: the last value it had to repair. */
+#define TOLVA_LIMIT_RESOLUTION (-62) /* a resolution was outside 32..400 and is now 96 */
+#define TOLVA_LIMIT_SIZE (-63)       /* a width or height was outside 0.03125..22.0 inches */
+
+/* Codes of xEscapeSetup. */
+#define TOLVA_ESCAPE_COLOUR_CLASS 1         /* int32 colour class 101..105 in; size 4 */
+#define TOLVA_ESCAPE_X_RESOLUTION 11        /* int32 dots per inch 32..400 in; size 4 */
+#define TOLVA_ESCAPE_Y_RESOLUTION 12        /* the same for Y */
+#define TOLVA_ESCAPE_WIDTH 13               /* double inches 0.03125..22.0 in; size 8 */
+#define TOLVA_ESCAPE_HEIGHT 14              /* the same for the height */
+#define TOLVA_ESCAPE_QUERY_RESOLUTION 16    /* two int32 out: X, Y, or 0, 0 in mode 309 */
+#define TOLVA_ESCAPE_QUERY_SIZE 17          /* two doubles out: width, height, or 0, 0 in mode 602 */
+#define TOLVA_ESCAPE_RESOLUTION_MODE 18     /* selector 0..3 gives mode 307..310 */
+#define TOLVA_ESCAPE_SIZE_MODE 19           /* selector 0..3 gives mode 600..603 */
+#define TOLVA_ESCAPE_RASTER_INFO 56         /* GetRasterInfo(setup, input, output) */
+#define TOLVA_ESCAPE_QUERY_COLOUR_CLASS 57  /* int32 colour class out; size 4 */
+#define TOLVA_ESCAPE_OUTPUT_DEVICE 81       /* the input pointer itself becomes outputDevice; size 4 */
+
+/**
+ * CreateSetup: a new zero-filled Setup block, locked into lpRaster (and its
+ * handle in hRaster), filled from the profile. The profile is profileName
+ * when that is non-empty, else the module file named in export_szDLLName up
+ * to its first "." with ".ini" appended, looked for through
+ * GetProfileDirectory. When no profile is found the block gets the defaults
+ * (UseDefaultSettings) and an empty profile path; otherwise the section is
+ * sectionName, or when that is empty the "~Mode" key of the section "TOLVA",
+ * and LoadProfile reads it. Upper-cases the text szFilter points at.
+ * Returns the handle, which the host frees with DestroySetup, or 0.
+ */
 TOLVA_API HGLOBAL CreateSetup(intptr_t unused1, const char *profileName, const char *sectionName,
                               intptr_t unused2);
+/** EditSetup: stores value in the reserved field's second word; 0, or -1 when the handle does not lock. */
 TOLVA_API int32_t EditSetup(HGLOBAL setup, int32_t value);
+/** DestroySetup: frees the block and clears lpRaster; 0, or 1 when the handle does not lock. */
 TOLVA_API int32_t DestroySetup(HGLOBAL setup);
+/**
+ * xEscapeSetup: reads or changes one setting (TOLVA_ESCAPE_*). For the codes
+ * that take a size, sizeOrSelector must be that size; codes 18 and 19 take a
+ * selector. With save non-zero a change of codes 1, 11, 12, 13, 14 is written
+ * at once to the block's profile section and path. Returns 1 when done, -1
+ * when refused (handle 0, wrong size, value out of range, a needed pointer
+ * null; nothing is stored or saved), 0 for a code that is not handled. Code
+ * 57 with a wrong size returns 1 and writes nothing. A failed profile write
+ * is not reported.
+ */
 TOLVA_API int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                                void *output, int32_t save);
+/**
+ * GetRasterInfo: makes the block current (lpRaster), applies the size and
+ * resolution choices to the picture described by input[7] (display dpi,
+ * unused, given dpi, width and height in dots at the given dpi, display width
+ * and height in pixels), which may change the block's saved size and
+ * resolutions, and writes {pixel width, pixel height, 8} to output[3].
+ * Nothing is written when there is no block or a pointer is null.
+ */
 TOLVA_API void GetRasterInfo(HGLOBAL setup, const int32_t *input, int32_t *output);
+/** ScaleImageSize: caps the larger extent at 22 inches keeping the aspect; always 0. */
 TOLVA_API int32_t ScaleImageSize(double *width, double *height);
+/** UseDefaultSettings: writes the defaults (the line mode is left alone); always 0. */
 TOLVA_API int32_t UseDefaultSettings(SetupBlock *block);
+/**
+ * LoadProfile: reads the settings of lpRaster's section from its profile
+ * path. Returns 0 when the section has no "Driver" value (the block then
+ * keeps what it had), else 1 after LimitCheck.
+ */
 TOLVA_API int32_t LoadProfile(intptr_t unused);
+/** LimitCheck: repairs lpRaster's out-of-range values; 0 or TOLVA_LIMIT_*. */
 TOLVA_API int32_t LimitCheck(void);
+/**
+ * LoadString: copies the text of a gStringTable identifier (compared in its
+ * low 16 bits), or "Not Defined" for an unknown one, into buffer: the text
+ * and its terminator when size exceeds its length, else exactly size bytes
+ * without terminator. Returns the text's length, 0 for an unknown identifier.
+ */
 TOLVA_API int32_t LoadString(intptr_t module, int32_t identifier, char *buffer, int32_t size);
+/** SaveProfile: does nothing; always 1. */
 TOLVA_API int32_t SaveProfile(void);
+/**
+ * BackupProfile: moves the profile path into thirdName and puts a fresh
+ * temporary file name in its place; always 1.
+ */
 TOLVA_API int32_t BackupProfile(SetupBlock *block);
+/** LoadProfileList: does nothing on this platform; always 0. */
+TOLVA_API int32_t LoadProfileList(int32_t first, int32_t second, int16_t value);
+
+/** SetDisplayInfo: the host's display size in pixels and resolution; zeros keep the defaults. */
 TOLVA_API void SetDisplayInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+/** SetPrinterInfo: the same for the printer. */
 TOLVA_API void SetPrinterInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+/**
+ * GetDisplayInfo: the display's width and height in inches and its
+ * resolution, into the non-null outputs. From the environment variable
+ * DISPLAYINFO ("width?height?xdpi?ydpi", one separator character of any kind;
+ * a missing number is 0) when it is set and not empty, else from the values
+ * set by SetDisplayInfo, each zero one replaced by the built-in 1280 x 1078
+ * pixels at 96 x 96 dpi. Always 0.
+ */
 TOLVA_API int32_t GetDisplayInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+/** GetPrinterInfo: the values of SetPrinterInfo (zeros before it) into the non-null outputs; always 0. */
 TOLVA_API int32_t GetPrinterInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+/** GetDisplayColorInfo: always 0. */
+TOLVA_API int32_t GetDisplayColorInfo(intptr_t unused);
+/** moveptr: advances *text past a run of decimal digits and one more character unless at the end. */
+TOLVA_API void moveptr(const char **text);
+
+/** One row of the string table: an identifier and its text. */
+typedef struct TolvaStringRow {
+    int16_t id;
+    const char *text;
+} TolvaStringRow;
+
+#define TOLVA_STRING_ROWS 23
+/** The key names of the profile; the last row (-1, "Not Defined") is the fallback. */
+TOLVA_API extern const TolvaStringRow gStringTable[TOLVA_STRING_ROWS];
 
 /* [settings: further declarations] */
 
