@@ -201,15 +201,68 @@ TOLVA_API int32_t zunGetLineFormat(HGLOBAL s);
 /* Raster imaging library                                                     */
 /* ------------------------------------------------------------------------ */
 
+/*
+ * Bitmaps are argument groups {pixel data, width, height, bits per pixel}.
+ * Depths 1, 4, 8 (indexed), 24 (R, G, B) and 32 (R, G, B, fourth byte); rows
+ * padded to 4 bytes; 1- and 4-bit pixels packed from the most significant
+ * bits. Colour tables are handles of packed R, G, B triples with a separate
+ * 16-bit entry count. A packed colour value is R<<24 | G<<16 | B<<8 | fourth.
+ * Bitmaps, tables and maps returned by the rl functions belong to the caller,
+ * who frees them with rlFreeNewData (or GlobalFree).
+ */
+
+/** A zeroed movable block of elementSize * count bytes (flags 0x42). */
+TOLVA_API HGLOBAL rlGetMemory(int16_t elementSize, int32_t count);
+/** The data address of a handle; null for handle 0. */
+TOLVA_API void *rlLockMemory(HGLOBAL h);
+/** 0 for handle 0, else GlobalUnlock's result (0). */
+TOLVA_API int32_t rlUnlockMemory(HGLOBAL h);
+/** Frees a block: 1 when it freed one, 0 (doing nothing) for handle 0. */
+TOLVA_API int32_t rlFreeNewData(HGLOBAL h);
+/** The handle owning a locked data address (GlobalHandle); 0 for null. */
+TOLVA_API HGLOBAL rlPointertoHandle(const void *pointer);
+/** Frees a colour map made by rlBuildColormap (0 allowed); always 0. */
+TOLVA_API int32_t rlFreeColormap(HGLOBAL map);
+
+/** Bytes of one row, padded to a multiple of 4: rlBytesPerLine(33, 1) is 8. */
 TOLVA_API int32_t rlBytesPerLine(int32_t width, int16_t bitsPerPixel);
+/** Bytes of a whole bitmap: rlBytesPerLine(width, bits) * height. */
 TOLVA_API uint32_t rlCalcNewSize(int32_t width, int32_t height, int16_t bitsPerPixel);
+/**
+ * The value of pixel (x, y) of locked data: the index at 1, 4 and 8 bits, the
+ * packed colour at 24 and 32 bits, 0 at any other depth. No bounds checks.
+ */
 TOLVA_API uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                               int16_t bitsPerPixel);
+/**
+ * Writes pixel (x, y). The value stored is map[value] when map is given;
+ * else, at depths below 24 with a table, the index of the table entry nearest
+ * the packed colour value; else value itself. At 24 and 32 bits with a table
+ * and a map, the colour is the table entry map[value] (an entry outside
+ * tableCount, or a missing map, writes the value's own colour bytes); at 32
+ * bits the fourth byte is 0 with a table, else the value's low byte. Other
+ * depths write nothing. With _debug_color_res above 3 prints "(x,y): " to
+ * standard error. Always 0; no bounds checks.
+ */
 TOLVA_API int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                              int16_t bitsPerPixel, uint32_t value, const uint32_t *map,
                              const uint8_t *table, int16_t tableCount);
+/**
+ * The index of the table entry nearest (red, green, blue) by squared
+ * distance, lowest index on ties. A query whose channels lie within 4 of each
+ * other matches only entries with three equal channels, any other query only
+ * the other entries; 0 when the query's class has no entry (or table is null).
+ */
 TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
                                     const uint8_t *table, int16_t count);
+/**
+ * A new colour map (unlocked handle) of 2^srcBits uint32 entries telling what
+ * each source index becomes: the packed colour when dstBits is 24, else the
+ * nearest index of dstTable (dstCount entries). When srcBits <= dstBits and
+ * dstTable is null, the source table is the destination. 0 for a source deeper
+ * than 16 bits (direct colour needs no map). A missing table leaves the map
+ * zeroed. The caller frees it with rlFreeColormap.
+ */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
@@ -243,7 +296,11 @@ TOLVA_API HGLOBAL rlFlipBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t width
 
 /** The filter's built-in 256-colour table (768 bytes of red, green, blue). */
 TOLVA_API extern const uint8_t ZUNLColorTable[768];
-/** Non-zero makes the raster library print its progress and tables. */
+/**
+ * Debug level of the raster library, 0 at load; only the host changes it.
+ * Non-zero prints progress and tables, 1 and 2 add one "." per scan line,
+ * above 3 rlSetPixel prints every pixel's coordinates.
+ */
 TOLVA_API extern int16_t _debug_color_res;
 
 /* [raster: further declarations] */
