@@ -329,15 +329,68 @@ TOLVA_API void *zunPtrGlobalReAlloc(void *pointer, uint32_t size, uint32_t flags
 /* Raster imaging library                                                     */
 /* ------------------------------------------------------------------------ */
 
+/*
+ * Bitmaps are argument groups {pixel data, width, height, bits per pixel}.
+ * Depths 1, 4, 8 (indexed), 24 (R, G, B) and 32 (R, G, B, fourth byte); rows
+ * padded to 4 bytes; 1- and 4-bit pixels packed from the most significant
+ * bits. Colour tables are handles of packed R, G, B triples with a separate
+ * 16-bit entry count. A packed colour value is R<<24 | G<<16 | B<<8 | fourth.
+ * Bitmaps, tables and maps returned by the rl functions belong to the caller,
+ * who frees them with rlFreeNewData (or GlobalFree).
+ */
+
+/** A zeroed movable block of elementSize * count bytes (flags 0x42). */
+TOLVA_API HGLOBAL rlGetMemory(int16_t elementSize, int32_t count);
+/** The data address of a handle; null for handle 0. */
+TOLVA_API void *rlLockMemory(HGLOBAL h);
+/** 0 for handle 0, else GlobalUnlock's result (0). */
+TOLVA_API int32_t rlUnlockMemory(HGLOBAL h);
+/** Frees a block: 1 when it freed one, 0 (doing nothing) for handle 0. */
+TOLVA_API int32_t rlFreeNewData(HGLOBAL h);
+/** The handle owning a locked data address (GlobalHandle); 0 for null. */
+TOLVA_API HGLOBAL rlPointertoHandle(const void *pointer);
+/** Frees a colour map made by rlBuildColormap (0 allowed); always 0. */
+TOLVA_API int32_t rlFreeColormap(HGLOBAL map);
+
+/** Bytes of one row, padded to a multiple of 4: rlBytesPerLine(33, 1) is 8. */
 TOLVA_API int32_t rlBytesPerLine(int32_t width, int16_t bitsPerPixel);
+/** Bytes of a whole bitmap: rlBytesPerLine(width, bits) * height. */
 TOLVA_API uint32_t rlCalcNewSize(int32_t width, int32_t height, int16_t bitsPerPixel);
+/**
+ * The value of pixel (x, y) of locked data: the index at 1, 4 and 8 bits, the
+ * packed colour at 24 and 32 bits, 0 at any other depth. No bounds checks.
+ */
 TOLVA_API uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                               int16_t bitsPerPixel);
+/**
+ * Writes pixel (x, y). The value stored is map[value] when map is given;
+ * else, at depths below 24 with a table, the index of the table entry nearest
+ * the packed colour value; else value itself. At 24 and 32 bits with a table
+ * and a map, the colour is the table entry map[value] (an entry outside
+ * tableCount, or a missing map, writes the value's own colour bytes); at 32
+ * bits the fourth byte is 0 with a table, else the value's low byte. Other
+ * depths write nothing. With _debug_color_res above 3 prints "(x,y): " to
+ * standard error. Always 0; no bounds checks.
+ */
 TOLVA_API int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                              int16_t bitsPerPixel, uint32_t value, const uint32_t *map,
                              const uint8_t *table, int16_t tableCount);
+/**
+ * The index of the table entry nearest (red, green, blue) by squared
+ * distance, lowest index on ties. A query whose channels lie within 4 of each
+ * other matches only entries with three equal channels, any other query only
+ * the other entries; 0 when the query's class has no entry (or table is null).
+ */
 TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
                                     const uint8_t *table, int16_t count);
+/**
+ * A new colour map (unlocked handle) of 2^srcBits uint32 entries telling what
+ * each source index becomes: the packed colour when dstBits is 24, else the
+ * nearest index of dstTable (dstCount entries). When srcBits <= dstBits and
+ * dstTable is null, the source table is the destination. 0 for a source deeper
+ * than 16 bits (direct colour needs no map). A missing table leaves the map
+ * zeroed. The caller frees it with rlFreeColormap.
+ */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
@@ -371,7 +424,11 @@ TOLVA_API HGLOBAL rlFlipBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t width
 
 /** The filter's built-in 256-colour table (768 bytes of red, green, blue). */
 TOLVA_API extern const uint8_t ZUNLColorTable[768];
-/** Non-zero makes the raster library print its progress and tables. */
+/**
+ * Debug level of the raster library, 0 at load; only the host changes it.
+ * Non-zero prints progress and tables, 1 and 2 add one "." per scan line,
+ * above 3 rlSetPixel prints every pixel's coordinates.
+ */
 TOLVA_API extern int16_t _debug_color_res;
 
 /* [raster: further declarations] */
@@ -437,30 +494,132 @@ typedef struct SetupBlock {
 } SetupBlock;
 
 #define TOLVA_SETUP_BLOCK_SIZE 2128
+#define TOLVA_SETUP_NAME_SIZE 144 /* bytes of each of the three names, terminator included */
 TOLVA_STATIC_ASSERT(sizeof(SetupBlock) <= TOLVA_SETUP_BLOCK_SIZE, "SetupBlock fits its 2128 bytes");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, sectionName) == 144, "SetupBlock.sectionName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, profilePath) == 288, "SetupBlock.profilePath");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, thirdName) == 432, "SetupBlock.thirdName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, driverName) == 576, "SetupBlock.driverName");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, reserved) == 592, "SetupBlock.reserved");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, colourMode) == 604, "SetupBlock.colourMode");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, outputDevice) % sizeof(intptr_t) == 0,
+                    "SetupBlock.outputDevice is a naturally aligned pointer-sized word");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, width) % 8 == 0, "SetupBlock.width is aligned");
 
+/* Results of LimitCheck: the last value it had to repair. */
+#define TOLVA_LIMIT_RESOLUTION (-62) /* a resolution was outside 32..400 and is now 96 */
+#define TOLVA_LIMIT_SIZE (-63)       /* a width or height was outside 0.03125..22.0 inches */
+
+/* Codes of xEscapeSetup. */
+#define TOLVA_ESCAPE_COLOUR_CLASS 1         /* int32 colour class 101..105 in; size 4 */
+#define TOLVA_ESCAPE_X_RESOLUTION 11        /* int32 dots per inch 32..400 in; size 4 */
+#define TOLVA_ESCAPE_Y_RESOLUTION 12        /* the same for Y */
+#define TOLVA_ESCAPE_WIDTH 13               /* double inches 0.03125..22.0 in; size 8 */
+#define TOLVA_ESCAPE_HEIGHT 14              /* the same for the height */
+#define TOLVA_ESCAPE_QUERY_RESOLUTION 16    /* two int32 out: X, Y, or 0, 0 in mode 309 */
+#define TOLVA_ESCAPE_QUERY_SIZE 17          /* two doubles out: width, height, or 0, 0 in mode 602 */
+#define TOLVA_ESCAPE_RESOLUTION_MODE 18     /* selector 0..3 gives mode 307..310 */
+#define TOLVA_ESCAPE_SIZE_MODE 19           /* selector 0..3 gives mode 600..603 */
+#define TOLVA_ESCAPE_RASTER_INFO 56         /* GetRasterInfo(setup, input, output) */
+#define TOLVA_ESCAPE_QUERY_COLOUR_CLASS 57  /* int32 colour class out; size 4 */
+#define TOLVA_ESCAPE_OUTPUT_DEVICE 81       /* the input pointer itself becomes outputDevice; size 4 */
+
+/**
+ * CreateSetup: a new zero-filled Setup block, locked into lpRaster (and its
+ * handle in hRaster), filled from the profile. The profile is profileName
+ * when that is non-empty, else the module file named in export_szDLLName up
+ * to its first "." with ".ini" appended, looked for through
+ * GetProfileDirectory. When no profile is found the block gets the defaults
+ * (UseDefaultSettings) and an empty profile path; otherwise the section is
+ * sectionName, or when that is empty the "~Mode" key of the section "TOLVA",
+ * and LoadProfile reads it. Upper-cases the text szFilter points at.
+ * Returns the handle, which the host frees with DestroySetup, or 0.
+ */
 TOLVA_API HGLOBAL CreateSetup(intptr_t unused1, const char *profileName, const char *sectionName,
                               intptr_t unused2);
+/** EditSetup: stores value in the reserved field's second word; 0, or -1 when the handle does not lock. */
 TOLVA_API int32_t EditSetup(HGLOBAL setup, int32_t value);
+/** DestroySetup: frees the block and clears lpRaster; 0, or 1 when the handle does not lock. */
 TOLVA_API int32_t DestroySetup(HGLOBAL setup);
+/**
+ * xEscapeSetup: reads or changes one setting (TOLVA_ESCAPE_*). For the codes
+ * that take a size, sizeOrSelector must be that size; codes 18 and 19 take a
+ * selector. With save non-zero a change of codes 1, 11, 12, 13, 14 is written
+ * at once to the block's profile section and path. Returns 1 when done, -1
+ * when refused (handle 0, wrong size, value out of range, a needed pointer
+ * null; nothing is stored or saved), 0 for a code that is not handled. Code
+ * 57 with a wrong size returns 1 and writes nothing. A failed profile write
+ * is not reported.
+ */
 TOLVA_API int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                                void *output, int32_t save);
+/**
+ * GetRasterInfo: makes the block current (lpRaster), applies the size and
+ * resolution choices to the picture described by input[7] (display dpi,
+ * unused, given dpi, width and height in dots at the given dpi, display width
+ * and height in pixels), which may change the block's saved size and
+ * resolutions, and writes {pixel width, pixel height, 8} to output[3].
+ * Nothing is written when there is no block or a pointer is null.
+ */
 TOLVA_API void GetRasterInfo(HGLOBAL setup, const int32_t *input, int32_t *output);
+/** ScaleImageSize: caps the larger extent at 22 inches keeping the aspect; always 0. */
 TOLVA_API int32_t ScaleImageSize(double *width, double *height);
+/** UseDefaultSettings: writes the defaults (the line mode is left alone); always 0. */
 TOLVA_API int32_t UseDefaultSettings(SetupBlock *block);
+/**
+ * LoadProfile: reads the settings of lpRaster's section from its profile
+ * path. Returns 0 when the section has no "Driver" value (the block then
+ * keeps what it had), else 1 after LimitCheck.
+ */
 TOLVA_API int32_t LoadProfile(intptr_t unused);
+/** LimitCheck: repairs lpRaster's out-of-range values; 0 or TOLVA_LIMIT_*. */
 TOLVA_API int32_t LimitCheck(void);
+/**
+ * LoadString: copies the text of a gStringTable identifier (compared in its
+ * low 16 bits), or "Not Defined" for an unknown one, into buffer: the text
+ * and its terminator when size exceeds its length, else exactly size bytes
+ * without terminator. Returns the text's length, 0 for an unknown identifier.
+ */
 TOLVA_API int32_t LoadString(intptr_t module, int32_t identifier, char *buffer, int32_t size);
+/** SaveProfile: does nothing; always 1. */
 TOLVA_API int32_t SaveProfile(void);
+/**
+ * BackupProfile: moves the profile path into thirdName and puts a fresh
+ * temporary file name in its place; always 1.
+ */
 TOLVA_API int32_t BackupProfile(SetupBlock *block);
+/** LoadProfileList: does nothing on this platform; always 0. */
+TOLVA_API int32_t LoadProfileList(int32_t first, int32_t second, int16_t value);
+
+/** SetDisplayInfo: the host's display size in pixels and resolution; zeros keep the defaults. */
 TOLVA_API void SetDisplayInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+/** SetPrinterInfo: the same for the printer. */
 TOLVA_API void SetPrinterInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+/**
+ * GetDisplayInfo: the display's width and height in inches and its
+ * resolution, into the non-null outputs. From the environment variable
+ * DISPLAYINFO ("width?height?xdpi?ydpi", one separator character of any kind;
+ * a missing number is 0) when it is set and not empty, else from the values
+ * set by SetDisplayInfo, each zero one replaced by the built-in 1280 x 1078
+ * pixels at 96 x 96 dpi. Always 0.
+ */
 TOLVA_API int32_t GetDisplayInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+/** GetPrinterInfo: the values of SetPrinterInfo (zeros before it) into the non-null outputs; always 0. */
 TOLVA_API int32_t GetPrinterInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+/** GetDisplayColorInfo: always 0. */
+TOLVA_API int32_t GetDisplayColorInfo(intptr_t unused);
+/** moveptr: advances *text past a run of decimal digits and one more character unless at the end. */
+TOLVA_API void moveptr(const char **text);
+
+/** One row of the string table: an identifier and its text. */
+typedef struct TolvaStringRow {
+    int16_t id;
+    const char *text;
+} TolvaStringRow;
+
+#define TOLVA_STRING_ROWS 23
+/** The key names of the profile; the last row (-1, "Not Defined") is the fallback. */
+TOLVA_API extern const TolvaStringRow gStringTable[TOLVA_STRING_ROWS];
 
 /* [settings: further declarations] */
 
@@ -681,6 +840,70 @@ TOLVA_API extern SetupBlock *lpSetup;
 TOLVA_API extern SetupBlock *lpRaster;
 TOLVA_API extern EMData *lpEMData;
 TOLVA_API extern int32_t GDPSupport[8];
+
+/**
+ * One row of the exported name table that fltLoadPointers hands out: the
+ * exported name, its ordinal (1001..1010, 1007 absent) and the address of the
+ * function or data object. The table is the filter's own, read-only memory.
+ */
+typedef struct TolvaNameEntry {
+    const char *name;
+    int16_t ordinal;
+    const void *target;
+} TolvaNameEntry;
+
+#define TOLVA_NAME_TABLE_ROWS 9
+
+/* Words of the export variant's init parameter block (intptr_t each). */
+#define TOLVA_EXPORT_INIT_HOOK_A 1      /* handed to InitPlatformMetafileFilter */
+#define TOLVA_EXPORT_INIT_FILE_NAME 3   /* output file name; cleared by init */
+#define TOLVA_EXPORT_INIT_HOOK_B 5      /* handed to InitPlatformMetafileFilter */
+#define TOLVA_EXPORT_INIT_SETUP 13      /* in: the settings handle; out: hSetup */
+#define TOLVA_EXPORT_INIT_STATUS_RECORD 14
+
+/* Further words of the host status record used by the export variant. */
+#define TOLVA_STATUS_VALUE 4         /* kept in the settings block at init */
+#define TOLVA_STATUS_PICTURE 7       /* words 7..11 go into the metafile descriptor */
+#define TOLVA_STATUS_DEVICE 12       /* first descriptor word of an output-device stream */
+
+/*
+ * The metafile descriptor that termdvr hands to OutputPicture with
+ * DrawPlatformMetafile: TOLVA_METAFILE_WORDS intptr_t words. Word 0 is the
+ * metafile handle, words 1..4 the page bounds (left, top, right, bottom, as
+ * whole numbers), word 5 the resolution, words 6..10 words 7..11 of the host
+ * status record and word 11 the settings block's metafile word.
+ */
+#define TOLVA_METAFILE_HANDLE 0
+#define TOLVA_METAFILE_BOUNDS 1
+#define TOLVA_METAFILE_RESOLUTION 5
+#define TOLVA_METAFILE_STATUS 6
+#define TOLVA_METAFILE_WORD 11
+#define TOLVA_METAFILE_WORDS 20
+
+/*
+ * The property callback that InitPlatformMetafileFilter may hand back in its
+ * last argument (never on this platform): (settings handle, code, 4, address
+ * of a 32-bit value, 0, 0).
+ */
+typedef int32_t (*TolvaPropertyCallback)(intptr_t setup, int32_t code, int32_t size,
+                                         void *value, intptr_t unused1, intptr_t unused2);
+
+/*
+ * Platform metafile hooks of the export variant, defined with the output
+ * code. On this platform they are stubs: InitPlatformMetafileFilter zeroes
+ * the four words its last four arguments point at and returns `a`; the
+ * others return 0. The two offscreen callbacks below are the filter's own.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
 
 /* [driver: further declarations] */
 
