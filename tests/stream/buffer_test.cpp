@@ -201,6 +201,15 @@ TEST(MemoryStream, SeekPastTheBlockGrowsIt) {
     EXPECT_EQ(m.bytes()[5001], 0xFF);
 }
 
+TEST(MemoryStream, AFailedSeekMakesTheNextFullBufferWriteTakeNothing) {
+    MemoryBlock m;
+    HGLOBAL s = m.open(TOLVA_STREAM_OUTPUT);
+    EXPECT_EQ(zunSeek(s, -1, 0), -1);
+    EXPECT_EQ(zunWrite(s, "a", 1), 0);  // a new block is full from the start
+    EXPECT_EQ(zunClose(s), -1);         // nor does the end mark go in
+    EXPECT_EQ(GlobalSize(GlobalHandle(m.data)), 1u);
+}
+
 TEST(TempName, CreatesTheFileUnderTmp) {
     char a[TOLVA_TEMP_NAME_SIZE], b[TOLVA_TEMP_NAME_SIZE];
     ASSERT_EQ(ZUNGetTempFileName(0, "x", 7, a), 1);
