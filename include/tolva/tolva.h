@@ -393,6 +393,13 @@ TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
  */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
+/**
+ * A median-cut colour table of at most *count colours for a 24-bit bitmap:
+ * a new table handle of *count triples (the caller frees it), the number of
+ * entries produced stored back through count (fewer when the picture has
+ * fewer distinct 15-bit colours). A bitmap handle of 0 leaves the table
+ * zeroed and *count unchanged; a count of 0 or less gives an empty table.
+ */
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
                                      int16_t *count);
 TOLVA_API HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
@@ -430,6 +437,68 @@ TOLVA_API extern const uint8_t ZUNLColorTable[768];
  * above 3 rlSetPixel prints every pixel's coordinates.
  */
 TOLVA_API extern int16_t _debug_color_res;
+
+/* Median-cut colour reduction, step by step. Colour keys are 15-bit values
+ * r5<<10 | g5<<5 | b5 (the top 5 bits of each channel). */
+
+/** The reduction context made by InitColorLib (one movable block). */
+typedef struct RlColorContext {
+    HGLOBAL histogram;      /* 32768 saturating uint16_t counters, made on first use */
+    HGLOBAL boxes;          /* N RlColorBox records */
+    HGLOBAL status;         /* N uint16_t: 0xFFFF free, 0xFFFE final, else the slot itself */
+    uint16_t distinct;      /* keys with a non-zero counter */
+    uint16_t boxCount;      /* live boxes */
+    uint16_t currentBox;    /* slot being split */
+    uint16_t currentFirst;  /* its first list index */
+    uint16_t currentLast;   /* its last list index */
+    uint16_t median;        /* where it was split */
+} RlColorContext;
+
+/** One colour of the key list: a key and its (saturated) pixel count. */
+typedef struct RlColorEntry {
+    uint16_t key;
+    uint16_t count;
+} RlColorEntry;
+
+/** A box of the key list; extents and means in 5-bit units. */
+typedef struct RlColorBox {
+    uint16_t first;   /* first list index */
+    uint16_t last;    /* last list index, inclusive */
+    uint32_t pixels;  /* sum of the counts */
+    uint8_t redMin, redMax, greenMin, greenMax, blueMin, blueMax;
+    uint8_t axis;     /* 0 red, 1 green, 2 blue: the longest extent, ties to red then green */
+    uint8_t meanRed, meanGreen, meanBlue;  /* count-weighted, truncated */
+} RlColorBox;
+
+/** A new zeroed reduction context; free it with TermColorLib. */
+TOLVA_API HGLOBAL InitColorLib(void);
+/** Frees a context and its arrays: 0, or -1 when it will not lock; 0 for handle 0. */
+TOLVA_API int32_t TermColorLib(HGLOBAL context);
+/**
+ * Counts the 24-bit rows at pixels (rows (width * 3 + 3) & ~3 bytes apart)
+ * into the context's histogram. With flags bit 0 it then writes at most *count
+ * triples to table and stores the number written through count; without it,
+ * *count becomes 0 and the histogram keeps accumulating. Flags bit 1 keeps
+ * the histogram afterwards. 0, or -1 for a missing context, pixels or count.
+ */
+TOLVA_API int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height,
+                                 int16_t *count, int32_t flags, uint8_t *table, HGLOBAL context);
+/** Recomputes a box (extents, pixel sum, axis, means) from list[first..last]. */
+TOLVA_API void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first,
+                            int32_t last);
+/** Sorts n entries ascending by one channel; the build also involves list[n]. */
+TOLVA_API void HeapSort(RlColorEntry *list, int32_t axis, int32_t n);
+/** Sifts list[root] down a max-heap whose last index is last. */
+TOLVA_API void AdjustHeap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last);
+/** Exchanges two list entries. */
+TOLVA_API void clrswap(RlColorEntry *a, RlColorEntry *b);
+/** The list index at which a sorted box is cut (reads list[box->last + 1]). */
+TOLVA_API int32_t find_median(const RlColorEntry *list, const RlColorBox *box);
+/** Replaces the box in slot by its two halves in the lowest free slots; returns 1. */
+TOLVA_API int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount,
+                        uint16_t *status, const RlColorEntry *list, int32_t n);
+/** The splittable slot with the most pixels (the first on ties), 0 when none has any. */
+TOLVA_API int32_t GetMaxHistSum(const RlColorBox *boxes, const uint16_t *status, int32_t n);
 
 /* [raster: further declarations] */
 
