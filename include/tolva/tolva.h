@@ -158,21 +158,100 @@ TOLVA_API int32_t WriteProfileString(const char *section, const char *key, const
 /* Streams                                                                   */
 /* ------------------------------------------------------------------------ */
 
-/* Stream descriptor: six intptr_t words handed to zunOpen:
- * {block pointer variable or procedure context, size, growBy, FILE pointer,
- *  I/O procedure, instance}. */
+/*
+ * A stream handle is a memory handle holding the stream's record; 0 means no
+ * stream. Positions and counts are signed 32-bit. Results: 0 (or a count) for
+ * success, -1 for failure; a failure also sets the stream's sticky error flag,
+ * after which a write that meets a full buffer returns 0.
+ *
+ * Stream descriptor: six intptr_t words handed to zunOpen (zero them first):
+ *   [0] memory streams: address of the caller's variable that holds the
+ *       locked address of its block (a GlobalAlloc block); the variable is
+ *       rewritten whenever the block grows. Procedure streams: the context
+ *       passed to the procedure's open.
+ *   [1] memory streams: bytes in the block (0 for a new one); rewritten with
+ *       the data length when the block is opened for reading.
+ *   [2] memory streams: growth step in bytes (4096 is usual).
+ *   [3] mode TOLVA_STREAM_WRAP: an open FILE * to use (the caller keeps it).
+ *   [4] a StreamIOProc that serves every operation, or 0.
+ *   [5] mode TOLVA_STREAM_WRAP with a procedure: its instance value.
+ */
 #define TOLVA_STREAM_DESCRIPTOR_WORDS 6
 
+/* Open modes (zunOpen's third argument). Low byte 0 reads ("r"). */
+#define TOLVA_STREAM_WRITE 0x0001u   /* "w+"; also allows seeking past the end */
+#define TOLVA_STREAM_UPDATE 0x0002u  /* "r+"; wins over TOLVA_STREAM_WRITE */
+#define TOLVA_STREAM_DELETE 0x0200u  /* no stream: delete the named file */
+#define TOLVA_STREAM_CREATE 0x1000u  /* "w+" whatever the low byte; memory streams start empty */
+#define TOLVA_STREAM_EXISTS 0x4000u  /* no stream: does the named file exist? */
+#define TOLVA_STREAM_WRAP 0xFFFFFFFFu /* wrap descriptor[3] (FILE *) or descriptor[4..5] */
+/* What every writer of this library uses: write + create. */
+#define TOLVA_STREAM_OUTPUT 0x1001u
+
+/** Size of the buffer of a file stream. */
+#define TOLVA_STREAM_BUFFER_SIZE 12288
+/** Longest name ZUNGetTempFileName writes, terminator included. */
+#define TOLVA_TEMP_NAME_SIZE 260
+
+/**
+ * zunOpen: opens a stream on a named file ("stdin" and "stdout" name the
+ * process's standard streams), on a memory block (null or empty name plus a
+ * descriptor), through a host procedure (descriptor[4]; if its open returns 0
+ * the stream still calls it, with instance 0), or wraps what the descriptor
+ * gives (mode TOLVA_STREAM_WRAP). Returns the handle, or 0 when the record or
+ * buffer cannot be had, the file cannot be opened, or there is neither name nor
+ * descriptor. Memory blocks opened for reading lose their trailing zero bytes
+ * and then one more byte (the 0xFF end mark that zunClose appends).
+ * Mode TOLVA_STREAM_EXISTS returns a non-zero value when the file opens for
+ * reading, (HGLOBAL)-1 when not; TOLVA_STREAM_DELETE returns 1 when the file
+ * was removed, 0 when not (with a procedure: what the procedure returns).
+ * The stream is released by zunClose or zunCloseandDelete.
+ */
 TOLVA_API HGLOBAL zunOpen(const char *name, intptr_t *descriptor, uint32_t mode);
+/**
+ * zunClose: writes back the buffer, appends the 0xFF end mark to memory
+ * streams opened for writing or update, closes the file unless it was
+ * borrowed, and frees the record and buffer (never the caller's block).
+ * 0, or -1 for a null handle, a failed write-back, end mark or close; a
+ * procedure stream returns its procedure's answer.
+ */
 TOLVA_API int32_t zunClose(HGLOBAL s);
+/** zunCloseandDelete: closes, then deletes the named file. 0; -1 for a null handle. */
 TOLVA_API int32_t zunCloseandDelete(HGLOBAL s, const char *name);
+/** zunRead: bytes read (0 at the end and for a null handle), -1 on error. */
 TOLVA_API int32_t zunRead(HGLOBAL s, void *buffer, int32_t count);
+/** zunWrite: bytes written (0 for a null handle), -1 on error. */
 TOLVA_API int32_t zunWrite(HGLOBAL s, const void *buffer, int32_t count);
+/**
+ * zunSeek: origin 0 from the start, 1 from the current position, 2 from the
+ * end; (s, 0, 1) tells without moving anything. The new position, or -1 for a
+ * null handle, a target before the start, or past the end of a stream opened
+ * for reading only.
+ */
 TOLVA_API int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin);
+/** zunCopy: copies a file in 4096-byte steps; bytes written minus bytes read (0 is success). */
 TOLVA_API int32_t zunCopy(const char *source, const char *destination);
-/** Writes a fresh temporary file name (at most 260 bytes with terminator). */
+/**
+ * ZUNGetTempFileName: creates a new empty file under /tmp and writes its name
+ * (at most 260 bytes with the terminator) into buffer. The first three
+ * arguments are ignored. 1, or 0 when no file could be created. The caller
+ * deletes the file.
+ */
 TOLVA_API int32_t ZUNGetTempFileName(int32_t drive, const char *prefix, uint32_t unique,
                                      char *buffer);
+
+/*
+ * Typed arrays. Readers read count elements in one go and convert them in
+ * place: count, or 0 when fewer bytes arrived (the buffer then holds them
+ * unconverted). Writers convert each element into scratch space and write it:
+ * count, or the first failing write's result (0 or -1). Byte order follows
+ * zunSetDataFormat: 1 big-endian, anything else little-endian; with float
+ * format 1 floats are 16.16 fixed point in the file (the writer puts the
+ * fraction's two bytes then the integer's, each most significant first).
+ * Doubles written big-endian come out as bytes 4 5 6 7 3 2 1 0 of the value
+ * (0 most significant), which the reader does not undo: files written that
+ * way are meant for the hosts that expect it.
+ */
 TOLVA_API int32_t zunReadChar(HGLOBAL s, void *buffer, int32_t count);
 TOLVA_API int32_t zunReadShort(HGLOBAL s, void *buffer, int32_t count);
 TOLVA_API int32_t zunReadLong(HGLOBAL s, void *buffer, int32_t count);
@@ -183,17 +262,66 @@ TOLVA_API int32_t zunWriteShort(HGLOBAL s, const void *buffer, int32_t count);
 TOLVA_API int32_t zunWriteLong(HGLOBAL s, const void *buffer, int32_t count);
 TOLVA_API int32_t zunWriteFloat(HGLOBAL s, const void *buffer, int32_t count);
 TOLVA_API int32_t zunWriteDouble(HGLOBAL s, const void *buffer, int32_t count);
+/**
+ * zunReadStruct / zunWriteStruct: records described by a format of items
+ * "<count><letter>": C bytes, S 16-bit, L 32-bit, F float, D double; "{...}"
+ * nested structure; "(a|b|)" union (skipped in memory, never transferred;
+ * reader only); "[...]" advances memory without transfer. Memory follows
+ * natural alignment, the file is packed. The number of records, or the last
+ * transfer's result (0 or -1) when one failed; an unknown letter makes a
+ * record count as 0 (the count is set to -1 before the record's increment).
+ */
 TOLVA_API int32_t zunReadStruct(HGLOBAL s, const char *format, void *buffer, int32_t records);
 TOLVA_API int32_t zunWriteStruct(HGLOBAL s, const char *format, const void *buffer,
                                  int32_t records);
+/** zunSetDataFormat: 0; -1 for a null handle. */
 TOLVA_API int32_t zunSetDataFormat(HGLOBAL s, int16_t dataFormat, int16_t floatFormat);
+/** zunGetDataFormat: 0; -1 for a null handle. */
 TOLVA_API int32_t zunGetDataFormat(HGLOBAL s, int16_t *dataFormat, int16_t *floatFormat);
+/** GetPadWidth: alignment (1, 2, 4 or 8) of the structure, union or format at position. */
 TOLVA_API int32_t GetPadWidth(const char *position);
+/**
+ * GetUnionSize: position points at "("; stores the union's size (the largest
+ * alternative that is followed by "|", not rounded) and returns the position
+ * of the closing ")" or of the terminator.
+ */
 TOLVA_API const char *GetUnionSize(const char *position, int32_t *size);
+/**
+ * zunReadLine: one line (any of CR, LF, CR LF ends it) into buffer of size
+ * bytes, zero-terminated unless exactly size characters were stored (the rest
+ * of the line comes with the next call). The number of characters, or -1 when
+ * the data ended first (the text read is still in buffer).
+ */
 TOLVA_API int32_t zunReadLine(HGLOBAL s, char *buffer, int32_t size);
+/** zunWriteLine: writes text and the stream's line end; the text's write count, or the failing line-end write's result. */
 TOLVA_API int32_t zunWriteLine(HGLOBAL s, const char *text, int32_t length);
+/** zunSetLineFormat: 1 CR, 2 LF (the default of file and memory streams), else CR LF. 0; -1 for a null handle. */
 TOLVA_API int32_t zunSetLineFormat(HGLOBAL s, int16_t format);
+/** zunGetLineFormat: the line end found in the data from the current position: 0 CR LF, 1 CR, 2 LF, -1 none. Leaves the stream at offset 0. */
 TOLVA_API int32_t zunGetLineFormat(HGLOBAL s);
+
+/** FillZunIOBuf: loads the buffer from the file; bytes loaded (0 at the end and for memory streams), -1 on error. */
+TOLVA_API int32_t FillZunIOBuf(HGLOBAL s);
+/** FlushZunIO: writes back a dirty buffer (bytes written, 0 if clean) or grows a memory block (1); -1 on error. */
+TOLVA_API int32_t FlushZunIO(HGLOBAL s);
+/** unxSeek: fseek then ftell; the new position, or -1 when the seek fails. */
+TOLVA_API int32_t unxSeek(FILE *file, int32_t offset, int32_t origin);
+/** docRead: reads from the compound-document sub-stream; bytes read. */
+TOLVA_API int32_t docRead(HGLOBAL s, void *buffer, int32_t count);
+/** docSeek: origins 0, 1 and 2 (2 measures docSize - offset); clamped to 0..size; -1 for other origins. */
+TOLVA_API int32_t docSeek(HGLOBAL s, int32_t offset, int32_t origin);
+/** zunNativeToLE: stores the n low-order bytes of value, least significant first. */
+TOLVA_API void zunNativeToLE(void *destination, uint32_t value, int32_t n);
+/** zunNativeToBE: stores the n low-order bytes of value, most significant first. */
+TOLVA_API void zunNativeToBE(void *destination, uint32_t value, int32_t n);
+/** zunPtrGlobalAlloc: a locked zero-filled block of size bytes; null for size 0. Free with zunPtrGlobalFree. */
+TOLVA_API void *zunPtrGlobalAlloc(uint32_t size);
+/** zunPtrGlobalHandle: the handle of an address from zunPtrGlobalAlloc. */
+TOLVA_API HGLOBAL zunPtrGlobalHandle(const void *pointer);
+/** zunPtrGlobalFree: frees the block; 0 (also for null). */
+TOLVA_API HGLOBAL zunPtrGlobalFree(void *pointer);
+/** zunPtrGlobalReAlloc: the new locked address (old block freed); null for size 0 (block freed). */
+TOLVA_API void *zunPtrGlobalReAlloc(void *pointer, uint32_t size, uint32_t flags);
 
 /* [stream: further declarations] */
 
@@ -201,17 +329,77 @@ TOLVA_API int32_t zunGetLineFormat(HGLOBAL s);
 /* Raster imaging library                                                     */
 /* ------------------------------------------------------------------------ */
 
+/*
+ * Bitmaps are argument groups {pixel data, width, height, bits per pixel}.
+ * Depths 1, 4, 8 (indexed), 24 (R, G, B) and 32 (R, G, B, fourth byte); rows
+ * padded to 4 bytes; 1- and 4-bit pixels packed from the most significant
+ * bits. Colour tables are handles of packed R, G, B triples with a separate
+ * 16-bit entry count. A packed colour value is R<<24 | G<<16 | B<<8 | fourth.
+ * Bitmaps, tables and maps returned by the rl functions belong to the caller,
+ * who frees them with rlFreeNewData (or GlobalFree).
+ */
+
+/** A zeroed movable block of elementSize * count bytes (flags 0x42). */
+TOLVA_API HGLOBAL rlGetMemory(int16_t elementSize, int32_t count);
+/** The data address of a handle; null for handle 0. */
+TOLVA_API void *rlLockMemory(HGLOBAL h);
+/** 0 for handle 0, else GlobalUnlock's result (0). */
+TOLVA_API int32_t rlUnlockMemory(HGLOBAL h);
+/** Frees a block: 1 when it freed one, 0 (doing nothing) for handle 0. */
+TOLVA_API int32_t rlFreeNewData(HGLOBAL h);
+/** The handle owning a locked data address (GlobalHandle); 0 for null. */
+TOLVA_API HGLOBAL rlPointertoHandle(const void *pointer);
+/** Frees a colour map made by rlBuildColormap (0 allowed); always 0. */
+TOLVA_API int32_t rlFreeColormap(HGLOBAL map);
+
+/** Bytes of one row, padded to a multiple of 4: rlBytesPerLine(33, 1) is 8. */
 TOLVA_API int32_t rlBytesPerLine(int32_t width, int16_t bitsPerPixel);
+/** Bytes of a whole bitmap: rlBytesPerLine(width, bits) * height. */
 TOLVA_API uint32_t rlCalcNewSize(int32_t width, int32_t height, int16_t bitsPerPixel);
+/**
+ * The value of pixel (x, y) of locked data: the index at 1, 4 and 8 bits, the
+ * packed colour at 24 and 32 bits, 0 at any other depth. No bounds checks.
+ */
 TOLVA_API uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                               int16_t bitsPerPixel);
+/**
+ * Writes pixel (x, y). The value stored is map[value] when map is given;
+ * else, at depths below 24 with a table, the index of the table entry nearest
+ * the packed colour value; else value itself. At 24 and 32 bits with a table
+ * and a map, the colour is the table entry map[value] (an entry outside
+ * tableCount, or a missing map, writes the value's own colour bytes); at 32
+ * bits the fourth byte is 0 with a table, else the value's low byte. Other
+ * depths write nothing. With _debug_color_res above 3 prints "(x,y): " to
+ * standard error. Always 0; no bounds checks.
+ */
 TOLVA_API int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                              int16_t bitsPerPixel, uint32_t value, const uint32_t *map,
                              const uint8_t *table, int16_t tableCount);
+/**
+ * The index of the table entry nearest (red, green, blue) by squared
+ * distance, lowest index on ties. A query whose channels lie within 4 of each
+ * other matches only entries with three equal channels, any other query only
+ * the other entries; 0 when the query's class has no entry (or table is null).
+ */
 TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
                                     const uint8_t *table, int16_t count);
+/**
+ * A new colour map (unlocked handle) of 2^srcBits uint32 entries telling what
+ * each source index becomes: the packed colour when dstBits is 24, else the
+ * nearest index of dstTable (dstCount entries). When srcBits <= dstBits and
+ * dstTable is null, the source table is the destination. 0 for a source deeper
+ * than 16 bits (direct colour needs no map). A missing table leaves the map
+ * zeroed. The caller frees it with rlFreeColormap.
+ */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
+/**
+ * A median-cut colour table of at most *count colours for a 24-bit bitmap:
+ * a new table handle of *count triples (the caller frees it), the number of
+ * entries produced stored back through count (fewer when the picture has
+ * fewer distinct 15-bit colours). A bitmap handle of 0 leaves the table
+ * zeroed and *count unchanged; a count of 0 or less gives an empty table.
+ */
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
                                      int16_t *count);
 /**
@@ -296,8 +484,74 @@ TOLVA_API HGLOBAL rlFlipBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t width
 
 /** The filter's built-in 256-colour table (768 bytes of red, green, blue). */
 TOLVA_API extern const uint8_t ZUNLColorTable[768];
-/** Non-zero makes the raster library print its progress and tables. */
+/**
+ * Debug level of the raster library, 0 at load; only the host changes it.
+ * Non-zero prints progress and tables, 1 and 2 add one "." per scan line,
+ * above 3 rlSetPixel prints every pixel's coordinates.
+ */
 TOLVA_API extern int16_t _debug_color_res;
+
+/* Median-cut colour reduction, step by step. Colour keys are 15-bit values
+ * r5<<10 | g5<<5 | b5 (the top 5 bits of each channel). */
+
+/** The reduction context made by InitColorLib (one movable block). */
+typedef struct RlColorContext {
+    HGLOBAL histogram;      /* 32768 saturating uint16_t counters, made on first use */
+    HGLOBAL boxes;          /* N RlColorBox records */
+    HGLOBAL status;         /* N uint16_t: 0xFFFF free, 0xFFFE final, else the slot itself */
+    uint16_t distinct;      /* keys with a non-zero counter */
+    uint16_t boxCount;      /* live boxes */
+    uint16_t currentBox;    /* slot being split */
+    uint16_t currentFirst;  /* its first list index */
+    uint16_t currentLast;   /* its last list index */
+    uint16_t median;        /* where it was split */
+} RlColorContext;
+
+/** One colour of the key list: a key and its (saturated) pixel count. */
+typedef struct RlColorEntry {
+    uint16_t key;
+    uint16_t count;
+} RlColorEntry;
+
+/** A box of the key list; extents and means in 5-bit units. */
+typedef struct RlColorBox {
+    uint16_t first;   /* first list index */
+    uint16_t last;    /* last list index, inclusive */
+    uint32_t pixels;  /* sum of the counts */
+    uint8_t redMin, redMax, greenMin, greenMax, blueMin, blueMax;
+    uint8_t axis;     /* 0 red, 1 green, 2 blue: the longest extent, ties to red then green */
+    uint8_t meanRed, meanGreen, meanBlue;  /* count-weighted, truncated */
+} RlColorBox;
+
+/** A new zeroed reduction context; free it with TermColorLib. */
+TOLVA_API HGLOBAL InitColorLib(void);
+/** Frees a context and its arrays: 0, or -1 when it will not lock; 0 for handle 0. */
+TOLVA_API int32_t TermColorLib(HGLOBAL context);
+/**
+ * Counts the 24-bit rows at pixels (rows (width * 3 + 3) & ~3 bytes apart)
+ * into the context's histogram. With flags bit 0 it then writes at most *count
+ * triples to table and stores the number written through count; without it,
+ * *count becomes 0 and the histogram keeps accumulating. Flags bit 1 keeps
+ * the histogram afterwards. 0, or -1 for a missing context, pixels or count.
+ */
+TOLVA_API int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height,
+                                 int16_t *count, int32_t flags, uint8_t *table, HGLOBAL context);
+/** Recomputes a box (extents, pixel sum, axis, means) from list[first..last]. */
+TOLVA_API void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first,
+                            int32_t last);
+/** Sorts n entries ascending by one channel; the build also involves list[n]. */
+TOLVA_API void HeapSort(RlColorEntry *list, int32_t axis, int32_t n);
+/** Sifts list[root] down a max-heap whose last index is last. */
+TOLVA_API void AdjustHeap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last);
+/** Exchanges two list entries. */
+TOLVA_API void clrswap(RlColorEntry *a, RlColorEntry *b);
+/** The list index at which a sorted box is cut (reads list[box->last + 1]). */
+TOLVA_API int32_t find_median(const RlColorEntry *list, const RlColorBox *box);
+/** Replaces the box in slot by its two halves in the lowest free slots; returns 1. */
+TOLVA_API int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount,
+                        uint16_t *status, const RlColorEntry *list, int32_t n);
+/** The splittable slot with the most pixels (the first on ties), 0 when none has any. */
+TOLVA_API int32_t GetMaxHistSum(const RlColorBox *boxes, const uint16_t *status, int32_t n);
 
 /**
  * Shrink: scales locked bitmap data into a locked destination of dstWidth x
@@ -405,30 +659,132 @@ typedef struct SetupBlock {
 } SetupBlock;
 
 #define TOLVA_SETUP_BLOCK_SIZE 2128
+#define TOLVA_SETUP_NAME_SIZE 144 /* bytes of each of the three names, terminator included */
 TOLVA_STATIC_ASSERT(sizeof(SetupBlock) <= TOLVA_SETUP_BLOCK_SIZE, "SetupBlock fits its 2128 bytes");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, sectionName) == 144, "SetupBlock.sectionName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, profilePath) == 288, "SetupBlock.profilePath");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, thirdName) == 432, "SetupBlock.thirdName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, driverName) == 576, "SetupBlock.driverName");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, reserved) == 592, "SetupBlock.reserved");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, colourMode) == 604, "SetupBlock.colourMode");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, outputDevice) % sizeof(intptr_t) == 0,
+                    "SetupBlock.outputDevice is a naturally aligned pointer-sized word");
+TOLVA_STATIC_ASSERT(offsetof(SetupBlock, width) % 8 == 0, "SetupBlock.width is aligned");
 
+/* Results of LimitCheck: the last value it had to repair. */
+#define TOLVA_LIMIT_RESOLUTION (-62) /* a resolution was outside 32..400 and is now 96 */
+#define TOLVA_LIMIT_SIZE (-63)       /* a width or height was outside 0.03125..22.0 inches */
+
+/* Codes of xEscapeSetup. */
+#define TOLVA_ESCAPE_COLOUR_CLASS 1         /* int32 colour class 101..105 in; size 4 */
+#define TOLVA_ESCAPE_X_RESOLUTION 11        /* int32 dots per inch 32..400 in; size 4 */
+#define TOLVA_ESCAPE_Y_RESOLUTION 12        /* the same for Y */
+#define TOLVA_ESCAPE_WIDTH 13               /* double inches 0.03125..22.0 in; size 8 */
+#define TOLVA_ESCAPE_HEIGHT 14              /* the same for the height */
+#define TOLVA_ESCAPE_QUERY_RESOLUTION 16    /* two int32 out: X, Y, or 0, 0 in mode 309 */
+#define TOLVA_ESCAPE_QUERY_SIZE 17          /* two doubles out: width, height, or 0, 0 in mode 602 */
+#define TOLVA_ESCAPE_RESOLUTION_MODE 18     /* selector 0..3 gives mode 307..310 */
+#define TOLVA_ESCAPE_SIZE_MODE 19           /* selector 0..3 gives mode 600..603 */
+#define TOLVA_ESCAPE_RASTER_INFO 56         /* GetRasterInfo(setup, input, output) */
+#define TOLVA_ESCAPE_QUERY_COLOUR_CLASS 57  /* int32 colour class out; size 4 */
+#define TOLVA_ESCAPE_OUTPUT_DEVICE 81       /* the input pointer itself becomes outputDevice; size 4 */
+
+/**
+ * CreateSetup: a new zero-filled Setup block, locked into lpRaster (and its
+ * handle in hRaster), filled from the profile. The profile is profileName
+ * when that is non-empty, else the module file named in export_szDLLName up
+ * to its first "." with ".ini" appended, looked for through
+ * GetProfileDirectory. When no profile is found the block gets the defaults
+ * (UseDefaultSettings) and an empty profile path; otherwise the section is
+ * sectionName, or when that is empty the "~Mode" key of the section "TOLVA",
+ * and LoadProfile reads it. Upper-cases the text szFilter points at.
+ * Returns the handle, which the host frees with DestroySetup, or 0.
+ */
 TOLVA_API HGLOBAL CreateSetup(intptr_t unused1, const char *profileName, const char *sectionName,
                               intptr_t unused2);
+/** EditSetup: stores value in the reserved field's second word; 0, or -1 when the handle does not lock. */
 TOLVA_API int32_t EditSetup(HGLOBAL setup, int32_t value);
+/** DestroySetup: frees the block and clears lpRaster; 0, or 1 when the handle does not lock. */
 TOLVA_API int32_t DestroySetup(HGLOBAL setup);
+/**
+ * xEscapeSetup: reads or changes one setting (TOLVA_ESCAPE_*). For the codes
+ * that take a size, sizeOrSelector must be that size; codes 18 and 19 take a
+ * selector. With save non-zero a change of codes 1, 11, 12, 13, 14 is written
+ * at once to the block's profile section and path. Returns 1 when done, -1
+ * when refused (handle 0, wrong size, value out of range, a needed pointer
+ * null; nothing is stored or saved), 0 for a code that is not handled. Code
+ * 57 with a wrong size returns 1 and writes nothing. A failed profile write
+ * is not reported.
+ */
 TOLVA_API int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                                void *output, int32_t save);
+/**
+ * GetRasterInfo: makes the block current (lpRaster), applies the size and
+ * resolution choices to the picture described by input[7] (display dpi,
+ * unused, given dpi, width and height in dots at the given dpi, display width
+ * and height in pixels), which may change the block's saved size and
+ * resolutions, and writes {pixel width, pixel height, 8} to output[3].
+ * Nothing is written when there is no block or a pointer is null.
+ */
 TOLVA_API void GetRasterInfo(HGLOBAL setup, const int32_t *input, int32_t *output);
+/** ScaleImageSize: caps the larger extent at 22 inches keeping the aspect; always 0. */
 TOLVA_API int32_t ScaleImageSize(double *width, double *height);
+/** UseDefaultSettings: writes the defaults (the line mode is left alone); always 0. */
 TOLVA_API int32_t UseDefaultSettings(SetupBlock *block);
+/**
+ * LoadProfile: reads the settings of lpRaster's section from its profile
+ * path. Returns 0 when the section has no "Driver" value (the block then
+ * keeps what it had), else 1 after LimitCheck.
+ */
 TOLVA_API int32_t LoadProfile(intptr_t unused);
+/** LimitCheck: repairs lpRaster's out-of-range values; 0 or TOLVA_LIMIT_*. */
 TOLVA_API int32_t LimitCheck(void);
+/**
+ * LoadString: copies the text of a gStringTable identifier (compared in its
+ * low 16 bits), or "Not Defined" for an unknown one, into buffer: the text
+ * and its terminator when size exceeds its length, else exactly size bytes
+ * without terminator. Returns the text's length, 0 for an unknown identifier.
+ */
 TOLVA_API int32_t LoadString(intptr_t module, int32_t identifier, char *buffer, int32_t size);
+/** SaveProfile: does nothing; always 1. */
 TOLVA_API int32_t SaveProfile(void);
+/**
+ * BackupProfile: moves the profile path into thirdName and puts a fresh
+ * temporary file name in its place; always 1.
+ */
 TOLVA_API int32_t BackupProfile(SetupBlock *block);
+/** LoadProfileList: does nothing on this platform; always 0. */
+TOLVA_API int32_t LoadProfileList(int32_t first, int32_t second, int16_t value);
+
+/** SetDisplayInfo: the host's display size in pixels and resolution; zeros keep the defaults. */
 TOLVA_API void SetDisplayInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+/** SetPrinterInfo: the same for the printer. */
 TOLVA_API void SetPrinterInfo(double width, double height, int16_t xDpi, int16_t yDpi);
+/**
+ * GetDisplayInfo: the display's width and height in inches and its
+ * resolution, into the non-null outputs. From the environment variable
+ * DISPLAYINFO ("width?height?xdpi?ydpi", one separator character of any kind;
+ * a missing number is 0) when it is set and not empty, else from the values
+ * set by SetDisplayInfo, each zero one replaced by the built-in 1280 x 1078
+ * pixels at 96 x 96 dpi. Always 0.
+ */
 TOLVA_API int32_t GetDisplayInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+/** GetPrinterInfo: the values of SetPrinterInfo (zeros before it) into the non-null outputs; always 0. */
 TOLVA_API int32_t GetPrinterInfo(double *width, double *height, int16_t *xDpi, int16_t *yDpi);
+/** GetDisplayColorInfo: always 0. */
+TOLVA_API int32_t GetDisplayColorInfo(intptr_t unused);
+/** moveptr: advances *text past a run of decimal digits and one more character unless at the end. */
+TOLVA_API void moveptr(const char **text);
+
+/** One row of the string table: an identifier and its text. */
+typedef struct TolvaStringRow {
+    int16_t id;
+    const char *text;
+} TolvaStringRow;
+
+#define TOLVA_STRING_ROWS 23
+/** The key names of the profile; the last row (-1, "Not Defined") is the fallback. */
+TOLVA_API extern const TolvaStringRow gStringTable[TOLVA_STRING_ROWS];
 
 /* [settings: further declarations] */
 
@@ -494,6 +850,105 @@ TOLVA_API void LZWPutCode(uint8_t *work, uint32_t *bitPosition, uint32_t code, i
 TOLVA_API int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n);
 TOLVA_API int32_t ExportCellData(const char *fileName, void *pictureInformation,
                                  void *cellDescriptor, intptr_t *hostArguments);
+
+/*
+ * The output pipeline (declared above):
+ *
+ * QueryCellFormat(width, height, bitsPerPixel, resolution, -, -): *width and
+ * *height give the picture's size (inches when *resolution is non-zero on
+ * entry, else any unit: only their ratio counts) and receive the output size
+ * in pixels; *resolution receives the horizontal resolution used. The current
+ * Setup block's size and resolution choices decide (602/309: the picture's
+ * own; 600/307: the display's), and its saved size and resolutions are
+ * updated on the way. *bitsPerPixel is always 8. Returns 0, or
+ * TOLVA_ERR_NO_SETUP (nothing changed) when there is no Setup block.
+ *
+ * RasterWriteCellData(bitmap, width, height, scale, bitsPerPixel, model):
+ * writes the whole GIF of one bitmap (rows bottom-up, padded to 4 bytes;
+ * model 1 RGB, 2 CMYK, 3 RGB with alpha) on lpEMData's output stream. With a
+ * non-zero scale (dots per inch) the target is the device window's extent at
+ * that resolution, else the bitmap's own size. Reports progress 20, 40, 60
+ * and at least 50 through the device's status record; a "stop" answer ends it
+ * before anything is written. CMYK and alpha bitmaps are rewritten in place.
+ * The caller keeps and frees the bitmap (its memory may be used as scratch).
+ * No result: failures are not passed on.
+ *
+ * OutputPicture(stream, hostContext, callback): asks the offscreen callback
+ * for the picture (query, init, one draw per band, terminate) and writes it
+ * as one GIF image, top band first, at the size QueryCellFormat decides and
+ * an even height. Progress per band goes through UpdateStatus. Returns 0;
+ * TOLVA_ERR_NO_PICTURE when the callback offers no band (nothing written);
+ * 300 or 303 from the writer, or TOLVA_ERR_STOPPED, which end the image
+ * without its trailer.
+ *
+ * ExportCellData(fileName, pictureInformation, cellDescriptor, arguments):
+ * writes the bitmap described by the TolvaPicture cellDescriptor as a GIF.
+ * arguments[2] is the Setup block handle (it becomes lpRaster/hRaster),
+ * arguments[6] is kept in its hostArgument. The output goes to the Setup
+ * block's output device when one is set, else to fileName when it is not
+ * empty, else to a memory stream whose block the Setup block's
+ * exportMemoryBlock/exportMemoryData hold afterwards (the GIF followed by
+ * one 0xFF byte; the host frees the block with GlobalFree). The descriptor is
+ * copied into *pictureInformation (which may be the same record); the source
+ * bitmap may be used as scratch and stays the host's. Also sets the display
+ * information to the picture's size and resolution. Returns 0 (also when the
+ * export itself failed: see the error stack), TOLVA_ERR_STREAM when no stream
+ * could be opened, TOLVA_ERR_NO_SETUP when arguments is null or its handle
+ * does not lock, TOLVA_ERR_MEMORY when a descriptor is null.
+ */
+
+/* Platform offscreen hooks: how OutputPicture talks to its callback. */
+
+/** QueryPlatformOffscreen: callback(0, hostContext, query, 0). */
+TOLVA_API void QueryPlatformOffscreen(TolvaOffscreenQuery *query, void *hostContext,
+                                      OffscreenCallback callback);
+/**
+ * InitPlatformOffscreen: builds the offscreen record and calls
+ * callback(1, record, information, 0), information being five intptr_t words
+ * {width, band rows, depth, colour count, colour table}. *bandRows is the
+ * band height asked for and receives the callback's answer (0 when there is
+ * no record, no callback or no usable answer). The callback may replace the
+ * record's colour table and count. Returns the record (null when it could
+ * not be allocated); TermPlatformOffscreen frees it.
+ */
+TOLVA_API TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t depth,
+                                                int16_t colourCount, uint8_t *colourTable,
+                                                void *hostContext, OffscreenCallback callback,
+                                                uint8_t flag);
+/** DrawPlatformOffscreen: the bitmap of rows lowerRow..upperRow, from callback(3, ...); 0 when none. */
+TOLVA_API HGLOBAL DrawPlatformOffscreen(TolvaOffscreen *record, int32_t lowerRow, int32_t upperRow);
+/** TermPlatformOffscreen: callback(2, record, 0, 0), then frees the record; null does nothing. */
+TOLVA_API void TermPlatformOffscreen(TolvaOffscreen *record);
+
+/*
+ * The filter's own offscreen callbacks. DrawExportCellData serves the bitmap
+ * of a TolvaPicture host context as one band: query answers its size (in
+ * inches when it has a resolution) and the value 1; init sets the record's
+ * colour table (the picture's palette, or a median-cut or dithering table
+ * for deeper pictures) and answers the band rows asked for, or 0 with 303
+ * pushed when its private block cannot be had; draw shrinks, changes the
+ * depth and stretches the bitmap to the record's size and returns it (the
+ * source bitmap itself when nothing had to change); terminate frees what it
+ * made and answers 1. DrawPlatformMetafile offers no band on this platform:
+ * its query reads the metafile descriptor's page bounds and answers 4, init
+ * answers 0.
+ */
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+
+/*
+ * Platform metafile hooks: stubs, as this platform has no metafiles.
+ * InitPlatformMetafileFilter zeroes the words its last four arguments point
+ * at (each may be null) and returns a; the others return 0.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
 
 /* [output: further declarations] */
 
@@ -649,6 +1104,70 @@ TOLVA_API extern SetupBlock *lpSetup;
 TOLVA_API extern SetupBlock *lpRaster;
 TOLVA_API extern EMData *lpEMData;
 TOLVA_API extern int32_t GDPSupport[8];
+
+/**
+ * One row of the exported name table that fltLoadPointers hands out: the
+ * exported name, its ordinal (1001..1010, 1007 absent) and the address of the
+ * function or data object. The table is the filter's own, read-only memory.
+ */
+typedef struct TolvaNameEntry {
+    const char *name;
+    int16_t ordinal;
+    const void *target;
+} TolvaNameEntry;
+
+#define TOLVA_NAME_TABLE_ROWS 9
+
+/* Words of the export variant's init parameter block (intptr_t each). */
+#define TOLVA_EXPORT_INIT_HOOK_A 1      /* handed to InitPlatformMetafileFilter */
+#define TOLVA_EXPORT_INIT_FILE_NAME 3   /* output file name; cleared by init */
+#define TOLVA_EXPORT_INIT_HOOK_B 5      /* handed to InitPlatformMetafileFilter */
+#define TOLVA_EXPORT_INIT_SETUP 13      /* in: the settings handle; out: hSetup */
+#define TOLVA_EXPORT_INIT_STATUS_RECORD 14
+
+/* Further words of the host status record used by the export variant. */
+#define TOLVA_STATUS_VALUE 4         /* kept in the settings block at init */
+#define TOLVA_STATUS_PICTURE 7       /* words 7..11 go into the metafile descriptor */
+#define TOLVA_STATUS_DEVICE 12       /* first descriptor word of an output-device stream */
+
+/*
+ * The metafile descriptor that termdvr hands to OutputPicture with
+ * DrawPlatformMetafile: TOLVA_METAFILE_WORDS intptr_t words. Word 0 is the
+ * metafile handle, words 1..4 the page bounds (left, top, right, bottom, as
+ * whole numbers), word 5 the resolution, words 6..10 words 7..11 of the host
+ * status record and word 11 the settings block's metafile word.
+ */
+#define TOLVA_METAFILE_HANDLE 0
+#define TOLVA_METAFILE_BOUNDS 1
+#define TOLVA_METAFILE_RESOLUTION 5
+#define TOLVA_METAFILE_STATUS 6
+#define TOLVA_METAFILE_WORD 11
+#define TOLVA_METAFILE_WORDS 20
+
+/*
+ * The property callback that InitPlatformMetafileFilter may hand back in its
+ * last argument (never on this platform): (settings handle, code, 4, address
+ * of a 32-bit value, 0, 0).
+ */
+typedef int32_t (*TolvaPropertyCallback)(intptr_t setup, int32_t code, int32_t size,
+                                         void *value, intptr_t unused1, intptr_t unused2);
+
+/*
+ * Platform metafile hooks of the export variant, defined with the output
+ * code. On this platform they are stubs: InitPlatformMetafileFilter zeroes
+ * the four words its last four arguments point at and returns `a`; the
+ * others return 0. The two offscreen callbacks below are the filter's own.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
 
 /* [driver: further declarations] */
 

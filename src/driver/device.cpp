@@ -1,0 +1,102 @@
+// Device open and close and the picture brackets: the handlers that move the
+// device state through 1 -> 2 -> 4 -> 8 -> 16 and back to 1, and own the
+// output stream.
+//
+// The state moves whatever happens to the stream: a failed open or close is
+// reported through the error stack, never by refusing the transition.
+#include "driver/driver.h"
+
+namespace {
+
+constexpr uint32_t kWriteMode = 4097;  // create or truncate, then write
+constexpr intptr_t kMemoryGrowth = 4096;
+
+// The locked address of the memory-stream block. The stream keeps the
+// address of this variable and rewrites it whenever the block grows, so it
+// must outlive the stream.
+void *g_memory_output = nullptr;
+
+}  // namespace
+
+namespace tolva_driver {
+
+void **memory_output_ref(void) { return &g_memory_output; }
+
+void release_memory_output(void) {
+    if (g_memory_output == nullptr) return;
+    (void)GlobalFree(GlobalHandle(g_memory_output));  // always 0
+    g_memory_output = nullptr;
+}
+
+}  // namespace tolva_driver
+
+extern "C" {
+
+void *d_opdv(void *block) {
+    EMData *em = lpEMData;
+    if (em == nullptr) return block;
+    (void)d_empes(block);
+    em->deviceState = TOLVA_STATE_OPEN;
+
+    if (lpSetup != nullptr && lpSetup->outputDevice != 0) {
+        const intptr_t *record = em->statusRecord;
+        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+            record != nullptr ? record[TOLVA_STATUS_DEVICE] : 0, 0, 0, 0, lpSetup->outputDevice, 0};
+        // The host's I/O procedure reports its own failures: a null stream
+        // on this path is not an error of ours.
+        em->outputStream = zunOpen(em->fileName, descriptor, kWriteMode);
+        return block;
+    }
+    if (em->fileName[0] != '\0') {
+        em->outputStream = zunOpen(em->fileName, nullptr, kWriteMode);
+        if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
+        return block;
+    }
+    // No name: the picture goes into a memory block that the stream grows.
+    // The block of an earlier device is released here, its stream long closed.
+    tolva_driver::release_memory_output();
+    HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
+    if (work == 0) {
+        push_er(TOLVA_ERR_MEMORY);
+        return block;
+    }
+    g_memory_output = GlobalLock(work);
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+        reinterpret_cast<intptr_t>(&g_memory_output), 0, kMemoryGrowth, 0, 0, 0};
+    em->outputStream = zunOpen(nullptr, descriptor, kWriteMode);
+    if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
+    return block;
+}
+
+void *d_cldv(void *block) {
+    EMData *em = lpEMData;
+    if (em == nullptr) return block;
+    em->deviceState = TOLVA_STATE_INITIALISED;
+    if (RASTER_escape() != 0) {
+        // The host asked to stop (901 is already pushed): no output survives.
+        (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
+    } else if (zunClose(em->outputStream) != 0) {
+        push_er(TOLVA_ERR_STREAM);
+    }
+    em->outputStream = 0;
+    return block;
+}
+
+void *d_begp(void *block) {
+    if (lpEMData == nullptr) return block;
+    lpEMData->deviceState = TOLVA_STATE_PICTURE;
+    d_reset(0, 4);
+    return block;
+}
+
+void *d_begpb(void *block) {
+    if (lpEMData != nullptr) lpEMData->deviceState = TOLVA_STATE_BODY;
+    return block;
+}
+
+void *d_endp(void *block) {
+    if (lpEMData != nullptr) lpEMData->deviceState = TOLVA_STATE_ENDED;
+    return block;
+}
+
+}  // extern "C"

@@ -1,0 +1,63 @@
+// Internal view of the driver: helpers shared by the driver's own files.
+//
+// Opcode parameter blocks are byte-positioned host memory: every field is
+// read and written through memcpy so that no access depends on the block's
+// alignment. Nothing here is exported.
+#ifndef TOLVA_DRIVER_DRIVER_H
+#define TOLVA_DRIVER_DRIVER_H
+
+#include <stddef.h>
+#include <string.h>
+
+#include "tolva/tolva.h"
+
+namespace tolva_driver {
+
+inline int32_t load_i32(const void *block, size_t at) {
+    int32_t v;
+    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
+    return v;
+}
+
+inline uint32_t load_u32(const void *block, size_t at) {
+    uint32_t v;
+    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
+    return v;
+}
+
+inline int16_t load_i16(const void *block, size_t at) {
+    int16_t v;
+    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
+    return v;
+}
+
+inline double load_f64(const void *block, size_t at) {
+    double v;
+    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
+    return v;
+}
+
+// Error entry `index` of the stack, where -1 is the first error record that
+// lies directly in front of entry 0. Indices outside -1..9 have no record
+// (a host-set capacity above 10 or below 0) and give null.
+TolvaErrorRecord *error_entry(EMData *em, int32_t index);
+
+// Advances the reply position by `length` bytes, cut at the reply size the
+// way mov2buf cuts, without writing them: those bytes keep whatever the
+// reply area held.
+void reply_skip(uint32_t length);
+
+// Truncates toward zero into 32 bits; values beyond the range (or NaN) give
+// the nearest bound (0 for NaN) instead of undefined behaviour.
+int32_t trunc_i32(double value);
+
+// The 1-byte work block behind the memory stream that the open-device opcode
+// makes when there is neither a file name nor an output device. The stream
+// rewrites this variable whenever the block grows.
+void **memory_output_ref(void);
+// Releases the memory-stream block, if any (the stream must be closed).
+void release_memory_output(void);
+
+}  // namespace tolva_driver
+
+#endif

@@ -1,0 +1,108 @@
+// The four entry functions of the two driver variants.
+//
+// The host first calls RASTER_dd_entry or dd_entry (function -3) for the
+// address of the matching 32-bit entry, and drives everything else through
+// that: 0 init, 2 an opcode, -1 term, -2 the version. Opcode calls before
+// init (state 0 or below) run nothing. The two init guards differ on
+// purpose: the raster variant skips init for a device in state -1, the
+// export variant for a Common block in state 1.
+#include <string.h>
+
+#include "driver/driver.h"
+
+namespace {
+
+enum : int16_t {
+    kInit = 0,
+    kReserved = 1,
+    kCall = 2,
+    kTerm = -1,
+    kVersion = -2,
+    kEntry32 = -3,
+};
+
+void write_version(void *out) {
+    uint32_t version = ZUNGetFilterVersion();
+    memcpy(out, &version, sizeof version);
+}
+
+int32_t dd_entry_common(int16_t func, void *out, const void *entry32) {
+    if (out == nullptr) return 0;
+    if (func == kVersion) {
+        write_version(out);
+    } else if (func == kEntry32) {
+        memcpy(out, &entry32, sizeof entry32);
+    }
+    return 0;
+}
+
+CommonBlock *common_block() { return static_cast<CommonBlock *>(lpCommon); }
+
+}  // namespace
+
+extern "C" {
+
+int32_t RASTER_dd_entry(int16_t func, void *out, void *) {
+    return dd_entry_common(func, out, reinterpret_cast<const void *>(&RASTER_dd_entry32));
+}
+
+int32_t dd_entry(int16_t func, void *out, void *) {
+    return dd_entry_common(func, out, reinterpret_cast<const void *>(&dd_entry32));
+}
+
+int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
+    EMData *em = lpEMData;
+    switch (func) {
+        case kInit:
+            if (hCommon != 0 && em != nullptr && em->deviceState != -1) return 0;
+            return RASTER_initdvr(static_cast<intptr_t *>(block));
+        case kCall: {
+            if (em == nullptr) return 0;
+            em->result = 0;
+            if (em->deviceState <= 0) return 0;
+            OpcodeHandler handler = getfunc(tolva_driver::load_i32(block, 0));
+            (void)handler(block);  // handlers return their block, never a result
+            return em->result;
+        }
+        case kTerm:
+            if (em != nullptr) em->result = 0;
+            return RASTER_termdvr();
+        case kVersion:
+            if (block == nullptr) return 0;
+            write_version(block);
+            return 4;
+        default:
+            return 0;
+    }
+}
+
+int32_t dd_entry32(intptr_t, int16_t func, void *block) {
+    CommonBlock *common = common_block();
+    switch (func) {
+        case kInit:
+            if (hCommon != 0 && common != nullptr && common->deviceState != 1) return 0;
+            return initdvr(static_cast<intptr_t *>(block));
+        case kCall: {
+            if (common == nullptr) return 0;
+            common->result = 0;
+            if (common->deviceState > 0) {
+                OpcodeHandler handler = getfunc(tolva_driver::load_i32(block, 0));
+                esc_mode(1);
+                (void)handler(block);  // handlers return their block, never a result
+                esc_mode(0);
+            }
+            return common->result;
+        }
+        case kTerm:
+            if (common != nullptr) common->result = 0;
+            return termdvr(0);
+        case kVersion:
+            if (block == nullptr) return 0;
+            write_version(block);
+            return 4;
+        default:
+            return 0;
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,144 @@
+// Init and term of the export-filter variant.
+//
+// This variant keeps its state in the host's settings block (lpRaster) and
+// renders a platform metafile at term. The metafile hooks are stubs on this
+// platform, so term never has a metafile and always ends with 300; the
+// variant is kept complete because a host may load either entry.
+#include <string.h>
+
+#include "driver/driver.h"
+
+namespace {
+
+constexpr uint32_t kWriteMode = 4097;  // create or truncate, then write
+constexpr uint32_t kDeleteMode = 512;  // no stream: remove the named file
+constexpr intptr_t kMemoryGrowth = 4096;
+
+intptr_t status_word(const intptr_t *record, int index) {
+    return record != nullptr ? record[index] : 0;
+}
+
+void copy_name(char (&field)[144], const char *name) {
+    size_t n = name != nullptr ? strnlen(name, sizeof field - 1) : 0;
+    if (n != 0) memcpy(field, name, n);
+    field[n] = '\0';
+}
+
+// Opens the output stream into raster->outputStream; 0 or the init result.
+int32_t open_output(SetupBlock *raster) {
+    uint32_t mode = kWriteMode;
+    if (raster->outputDevice != 0) {
+        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+            status_word(raster->statusRecord, TOLVA_STATUS_DEVICE), 0, 0, 0, raster->outputDevice,
+            0};
+        // The host's I/O procedure reports its own failures; a null stream
+        // here is not checked.
+        raster->outputStream = zunOpen(raster->fileName, descriptor, mode);
+        return TOLVA_OK;
+    }
+    if (raster->fileName[0] != '\0') {
+        raster->outputStream = zunOpen(raster->fileName, nullptr, mode);
+    } else {
+        HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
+        if (work == 0) return TOLVA_ERR_WORK_BUFFER;
+        raster->exportMemoryBlock = work;
+        raster->exportMemoryData = GlobalLock(work);
+        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+            reinterpret_cast<intptr_t>(&raster->exportMemoryData), 0, kMemoryGrowth, 0, 0, 0};
+        raster->outputStream = zunOpen(nullptr, descriptor, mode);
+    }
+    return raster->outputStream == 0 ? TOLVA_ERR_STREAM : TOLVA_OK;
+}
+
+// The colour class that the host's property callback is told about.
+int32_t colour_class(int32_t colourMode) {
+    switch (colourMode) {
+        case TOLVA_COLOUR_INVERT: return 102;
+        case TOLVA_COLOUR_INVERT_GREY: return 103;
+        case TOLVA_COLOUR_GREY: return 104;
+        case TOLVA_COLOUR_INVERT_LUMINANCE: return 105;
+        default: return 101;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t initdvr(intptr_t *block) {
+    if (block == nullptr) return TOLVA_ERR_NO_SETUP;
+    hRaster = static_cast<HGLOBAL>(block[TOLVA_EXPORT_INIT_SETUP]);
+    lpRaster = static_cast<SetupBlock *>(GlobalLock(hRaster));
+    if (hRaster == 0 || lpRaster == nullptr) return TOLVA_ERR_NO_SETUP;
+    SetupBlock *raster = lpRaster;
+
+    intptr_t *record = reinterpret_cast<intptr_t *>(block[TOLVA_EXPORT_INIT_STATUS_RECORD]);
+    raster->statusRecord = record;
+    intptr_t callback = 0;
+    raster->hookResult = InitPlatformMetafileFilter(
+        block[TOLVA_EXPORT_INIT_HOOK_A], block[TOLVA_EXPORT_INIT_HOOK_B], record,
+        &raster->metafile, &hSetup, &raster->metafileAux, &callback);
+
+    char *hostName = reinterpret_cast<char *>(block[TOLVA_EXPORT_INIT_FILE_NAME]);
+    copy_name(raster->fileName, hostName);
+
+    int32_t opened = open_output(raster);
+    if (opened != TOLVA_OK) return opened;
+
+    // The name now lives in the settings block; the host's copy is cleared.
+    if (hostName != nullptr) hostName[0] = '\0';
+    raster->statusValue = status_word(record, TOLVA_STATUS_VALUE);
+    block[TOLVA_EXPORT_INIT_SETUP] = static_cast<intptr_t>(hSetup);
+
+    int32_t colours = colour_class(raster->colourMode);
+    int32_t fonts = AltFontsAvailable() != 0 ? 111 : 110;
+    if (callback != 0) {
+        auto property = reinterpret_cast<TolvaPropertyCallback>(callback);
+        intptr_t setup = block[TOLVA_EXPORT_INIT_SETUP];
+        int32_t device = 130;
+        int32_t one = 1;
+        // Each answer is the host's business; init goes on regardless.
+        (void)property(setup, 1, 4, &colours, 0, 0);
+        (void)property(setup, 2, 4, &fonts, 0, 0);
+        (void)property(setup, 6, 4, &device, 0, 0);
+        (void)property(setup, 5, 4, &raster->exportWord, 0, 0);
+        (void)property(setup, 3, 4, &one, 0, 0);
+    }
+    return TOLVA_OK;
+}
+
+int32_t termdvr(int32_t) {
+    SetupBlock *raster = lpRaster;
+    intptr_t descriptor[TOLVA_METAFILE_WORDS];
+    memset(descriptor, 0, sizeof descriptor);
+
+    int32_t result = TOLVA_ERR_MEMORY;
+    int32_t hook = 0;
+    if (raster != nullptr) {
+        descriptor[TOLVA_METAFILE_HANDLE] = GetMetaFileHandle(raster->metafile, raster->metafileAux);
+        for (int i = 0; i < 4; ++i)
+            descriptor[TOLVA_METAFILE_BOUNDS + i] =
+                static_cast<intptr_t>(raster->pageCoordinates[i]);
+        descriptor[TOLVA_METAFILE_RESOLUTION] = roundd(static_cast<double>(raster->pageResolution));
+        for (int i = 0; i < 5; ++i)
+            descriptor[TOLVA_METAFILE_STATUS + i] =
+                status_word(raster->statusRecord, TOLVA_STATUS_PICTURE + i);
+        descriptor[TOLVA_METAFILE_WORD] = raster->metafile;
+
+        // Without a metafile (always, on this platform) there is nothing to
+        // draw, and that is reported as 300.
+        if (descriptor[TOLVA_METAFILE_HANDLE] != 0 && escape() == 0) {
+            result = OutputPicture(raster->outputStream, descriptor, DrawPlatformMetafile);
+            if (escape() != 0) (void)zunOpen(raster->fileName, nullptr, kDeleteMode);
+        }
+        (void)DeleteMetaFileHandle(descriptor[TOLVA_METAFILE_HANDLE]);  // always 0
+        hook = TermPlatformMetafileFilter(raster->hookResult);
+        if (raster->outputStream != 0) {
+            if (zunClose(raster->outputStream) != 0) result = TOLVA_ERR_STREAM;
+            raster->outputStream = 0;
+        }
+    }
+    return result == TOLVA_OK ? hook : result;
+}
+
+}  // extern "C"

@@ -1,0 +1,3 @@
+#include <gtest/gtest.h>
+#include "tolva/tolva.h"
+TEST(Placeholder, Builds) { EXPECT_EQ(ZUNGetFilterVersion(), 0x02000005u); }
