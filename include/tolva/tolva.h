@@ -158,21 +158,100 @@ TOLVA_API int32_t WriteProfileString(const char *section, const char *key, const
 /* Streams                                                                   */
 /* ------------------------------------------------------------------------ */
 
-/* Stream descriptor: six intptr_t words handed to zunOpen:
- * {block pointer variable or procedure context, size, growBy, FILE pointer,
- *  I/O procedure, instance}. */
+/*
+ * A stream handle is a memory handle holding the stream's record; 0 means no
+ * stream. Positions and counts are signed 32-bit. Results: 0 (or a count) for
+ * success, -1 for failure; a failure also sets the stream's sticky error flag,
+ * after which a write that meets a full buffer returns 0.
+ *
+ * Stream descriptor: six intptr_t words handed to zunOpen (zero them first):
+ *   [0] memory streams: address of the caller's variable that holds the
+ *       locked address of its block (a GlobalAlloc block); the variable is
+ *       rewritten whenever the block grows. Procedure streams: the context
+ *       passed to the procedure's open.
+ *   [1] memory streams: bytes in the block (0 for a new one); rewritten with
+ *       the data length when the block is opened for reading.
+ *   [2] memory streams: growth step in bytes (4096 is usual).
+ *   [3] mode TOLVA_STREAM_WRAP: an open FILE * to use (the caller keeps it).
+ *   [4] a StreamIOProc that serves every operation, or 0.
+ *   [5] mode TOLVA_STREAM_WRAP with a procedure: its instance value.
+ */
 #define TOLVA_STREAM_DESCRIPTOR_WORDS 6
 
+/* Open modes (zunOpen's third argument). Low byte 0 reads ("r"). */
+#define TOLVA_STREAM_WRITE 0x0001u   /* "w+"; also allows seeking past the end */
+#define TOLVA_STREAM_UPDATE 0x0002u  /* "r+"; wins over TOLVA_STREAM_WRITE */
+#define TOLVA_STREAM_DELETE 0x0200u  /* no stream: delete the named file */
+#define TOLVA_STREAM_CREATE 0x1000u  /* "w+" whatever the low byte; memory streams start empty */
+#define TOLVA_STREAM_EXISTS 0x4000u  /* no stream: does the named file exist? */
+#define TOLVA_STREAM_WRAP 0xFFFFFFFFu /* wrap descriptor[3] (FILE *) or descriptor[4..5] */
+/* What every writer of this library uses: write + create. */
+#define TOLVA_STREAM_OUTPUT 0x1001u
+
+/** Size of the buffer of a file stream. */
+#define TOLVA_STREAM_BUFFER_SIZE 12288
+/** Longest name ZUNGetTempFileName writes, terminator included. */
+#define TOLVA_TEMP_NAME_SIZE 260
+
+/**
+ * zunOpen: opens a stream on a named file ("stdin" and "stdout" name the
+ * process's standard streams), on a memory block (null or empty name plus a
+ * descriptor), through a host procedure (descriptor[4]; if its open returns 0
+ * the stream still calls it, with instance 0), or wraps what the descriptor
+ * gives (mode TOLVA_STREAM_WRAP). Returns the handle, or 0 when the record or
+ * buffer cannot be had, the file cannot be opened, or there is neither name nor
+ * descriptor. Memory blocks opened for reading lose their trailing zero bytes
+ * and then one more byte (the 0xFF end mark that zunClose appends).
+ * Mode TOLVA_STREAM_EXISTS returns a non-zero value when the file opens for
+ * reading, (HGLOBAL)-1 when not; TOLVA_STREAM_DELETE returns 1 when the file
+ * was removed, 0 when not (with a procedure: what the procedure returns).
+ * The stream is released by zunClose or zunCloseandDelete.
+ */
 TOLVA_API HGLOBAL zunOpen(const char *name, intptr_t *descriptor, uint32_t mode);
+/**
+ * zunClose: writes back the buffer, appends the 0xFF end mark to memory
+ * streams opened for writing or update, closes the file unless it was
+ * borrowed, and frees the record and buffer (never the caller's block).
+ * 0, or -1 for a null handle, a failed write-back, end mark or close; a
+ * procedure stream returns its procedure's answer.
+ */
 TOLVA_API int32_t zunClose(HGLOBAL s);
+/** zunCloseandDelete: closes, then deletes the named file. 0; -1 for a null handle. */
 TOLVA_API int32_t zunCloseandDelete(HGLOBAL s, const char *name);
+/** zunRead: bytes read (0 at the end and for a null handle), -1 on error. */
 TOLVA_API int32_t zunRead(HGLOBAL s, void *buffer, int32_t count);
+/** zunWrite: bytes written (0 for a null handle), -1 on error. */
 TOLVA_API int32_t zunWrite(HGLOBAL s, const void *buffer, int32_t count);
+/**
+ * zunSeek: origin 0 from the start, 1 from the current position, 2 from the
+ * end; (s, 0, 1) tells without moving anything. The new position, or -1 for a
+ * null handle, a target before the start, or past the end of a stream opened
+ * for reading only.
+ */
 TOLVA_API int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin);
+/** zunCopy: copies a file in 4096-byte steps; bytes written minus bytes read (0 is success). */
 TOLVA_API int32_t zunCopy(const char *source, const char *destination);
-/** Writes a fresh temporary file name (at most 260 bytes with terminator). */
+/**
+ * ZUNGetTempFileName: creates a new empty file under /tmp and writes its name
+ * (at most 260 bytes with the terminator) into buffer. The first three
+ * arguments are ignored. 1, or 0 when no file could be created. The caller
+ * deletes the file.
+ */
 TOLVA_API int32_t ZUNGetTempFileName(int32_t drive, const char *prefix, uint32_t unique,
                                      char *buffer);
+
+/*
+ * Typed arrays. Readers read count elements in one go and convert them in
+ * place: count, or 0 when fewer bytes arrived (the buffer then holds them
+ * unconverted). Writers convert each element into scratch space and write it:
+ * count, or the first failing write's result (0 or -1). Byte order follows
+ * zunSetDataFormat: 1 big-endian, anything else little-endian; with float
+ * format 1 floats are 16.16 fixed point in the file (the writer puts the
+ * fraction's two bytes then the integer's, each most significant first).
+ * Doubles written big-endian come out as bytes 4 5 6 7 3 2 1 0 of the value
+ * (0 most significant), which the reader does not undo: files written that
+ * way are meant for the hosts that expect it.
+ */
 TOLVA_API int32_t zunReadChar(HGLOBAL s, void *buffer, int32_t count);
 TOLVA_API int32_t zunReadShort(HGLOBAL s, void *buffer, int32_t count);
 TOLVA_API int32_t zunReadLong(HGLOBAL s, void *buffer, int32_t count);
@@ -183,17 +262,66 @@ TOLVA_API int32_t zunWriteShort(HGLOBAL s, const void *buffer, int32_t count);
 TOLVA_API int32_t zunWriteLong(HGLOBAL s, const void *buffer, int32_t count);
 TOLVA_API int32_t zunWriteFloat(HGLOBAL s, const void *buffer, int32_t count);
 TOLVA_API int32_t zunWriteDouble(HGLOBAL s, const void *buffer, int32_t count);
+/**
+ * zunReadStruct / zunWriteStruct: records described by a format of items
+ * "<count><letter>": C bytes, S 16-bit, L 32-bit, F float, D double; "{...}"
+ * nested structure; "(a|b|)" union (skipped in memory, never transferred;
+ * reader only); "[...]" advances memory without transfer. Memory follows
+ * natural alignment, the file is packed. The number of records, or the last
+ * transfer's result (0 or -1) when one failed; an unknown letter makes a
+ * record count as 0 (the count is set to -1 before the record's increment).
+ */
 TOLVA_API int32_t zunReadStruct(HGLOBAL s, const char *format, void *buffer, int32_t records);
 TOLVA_API int32_t zunWriteStruct(HGLOBAL s, const char *format, const void *buffer,
                                  int32_t records);
+/** zunSetDataFormat: 0; -1 for a null handle. */
 TOLVA_API int32_t zunSetDataFormat(HGLOBAL s, int16_t dataFormat, int16_t floatFormat);
+/** zunGetDataFormat: 0; -1 for a null handle. */
 TOLVA_API int32_t zunGetDataFormat(HGLOBAL s, int16_t *dataFormat, int16_t *floatFormat);
+/** GetPadWidth: alignment (1, 2, 4 or 8) of the structure, union or format at position. */
 TOLVA_API int32_t GetPadWidth(const char *position);
+/**
+ * GetUnionSize: position points at "("; stores the union's size (the largest
+ * alternative that is followed by "|", not rounded) and returns the position
+ * of the closing ")" or of the terminator.
+ */
 TOLVA_API const char *GetUnionSize(const char *position, int32_t *size);
+/**
+ * zunReadLine: one line (any of CR, LF, CR LF ends it) into buffer of size
+ * bytes, zero-terminated unless exactly size characters were stored (the rest
+ * of the line comes with the next call). The number of characters, or -1 when
+ * the data ended first (the text read is still in buffer).
+ */
 TOLVA_API int32_t zunReadLine(HGLOBAL s, char *buffer, int32_t size);
+/** zunWriteLine: writes text and the stream's line end; the text's write count, or the failing line-end write's result. */
 TOLVA_API int32_t zunWriteLine(HGLOBAL s, const char *text, int32_t length);
+/** zunSetLineFormat: 1 CR, 2 LF (the default of file and memory streams), else CR LF. 0; -1 for a null handle. */
 TOLVA_API int32_t zunSetLineFormat(HGLOBAL s, int16_t format);
+/** zunGetLineFormat: the line end found in the data from the current position: 0 CR LF, 1 CR, 2 LF, -1 none. Leaves the stream at offset 0. */
 TOLVA_API int32_t zunGetLineFormat(HGLOBAL s);
+
+/** FillZunIOBuf: loads the buffer from the file; bytes loaded (0 at the end and for memory streams), -1 on error. */
+TOLVA_API int32_t FillZunIOBuf(HGLOBAL s);
+/** FlushZunIO: writes back a dirty buffer (bytes written, 0 if clean) or grows a memory block (1); -1 on error. */
+TOLVA_API int32_t FlushZunIO(HGLOBAL s);
+/** unxSeek: fseek then ftell; the new position, or -1 when the seek fails. */
+TOLVA_API int32_t unxSeek(FILE *file, int32_t offset, int32_t origin);
+/** docRead: reads from the compound-document sub-stream; bytes read. */
+TOLVA_API int32_t docRead(HGLOBAL s, void *buffer, int32_t count);
+/** docSeek: origins 0, 1 and 2 (2 measures docSize - offset); clamped to 0..size; -1 for other origins. */
+TOLVA_API int32_t docSeek(HGLOBAL s, int32_t offset, int32_t origin);
+/** zunNativeToLE: stores the n low-order bytes of value, least significant first. */
+TOLVA_API void zunNativeToLE(void *destination, uint32_t value, int32_t n);
+/** zunNativeToBE: stores the n low-order bytes of value, most significant first. */
+TOLVA_API void zunNativeToBE(void *destination, uint32_t value, int32_t n);
+/** zunPtrGlobalAlloc: a locked zero-filled block of size bytes; null for size 0. Free with zunPtrGlobalFree. */
+TOLVA_API void *zunPtrGlobalAlloc(uint32_t size);
+/** zunPtrGlobalHandle: the handle of an address from zunPtrGlobalAlloc. */
+TOLVA_API HGLOBAL zunPtrGlobalHandle(const void *pointer);
+/** zunPtrGlobalFree: frees the block; 0 (also for null). */
+TOLVA_API HGLOBAL zunPtrGlobalFree(void *pointer);
+/** zunPtrGlobalReAlloc: the new locked address (old block freed); null for size 0 (block freed). */
+TOLVA_API void *zunPtrGlobalReAlloc(void *pointer, uint32_t size, uint32_t flags);
 
 /* [stream: further declarations] */
 
@@ -265,6 +393,13 @@ TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
  */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
+/**
+ * A median-cut colour table of at most *count colours for a 24-bit bitmap:
+ * a new table handle of *count triples (the caller frees it), the number of
+ * entries produced stored back through count (fewer when the picture has
+ * fewer distinct 15-bit colours). A bitmap handle of 0 leaves the table
+ * zeroed and *count unchanged; a count of 0 or less gives an empty table.
+ */
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
                                      int16_t *count);
 TOLVA_API HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
@@ -302,6 +437,68 @@ TOLVA_API extern const uint8_t ZUNLColorTable[768];
  * above 3 rlSetPixel prints every pixel's coordinates.
  */
 TOLVA_API extern int16_t _debug_color_res;
+
+/* Median-cut colour reduction, step by step. Colour keys are 15-bit values
+ * r5<<10 | g5<<5 | b5 (the top 5 bits of each channel). */
+
+/** The reduction context made by InitColorLib (one movable block). */
+typedef struct RlColorContext {
+    HGLOBAL histogram;      /* 32768 saturating uint16_t counters, made on first use */
+    HGLOBAL boxes;          /* N RlColorBox records */
+    HGLOBAL status;         /* N uint16_t: 0xFFFF free, 0xFFFE final, else the slot itself */
+    uint16_t distinct;      /* keys with a non-zero counter */
+    uint16_t boxCount;      /* live boxes */
+    uint16_t currentBox;    /* slot being split */
+    uint16_t currentFirst;  /* its first list index */
+    uint16_t currentLast;   /* its last list index */
+    uint16_t median;        /* where it was split */
+} RlColorContext;
+
+/** One colour of the key list: a key and its (saturated) pixel count. */
+typedef struct RlColorEntry {
+    uint16_t key;
+    uint16_t count;
+} RlColorEntry;
+
+/** A box of the key list; extents and means in 5-bit units. */
+typedef struct RlColorBox {
+    uint16_t first;   /* first list index */
+    uint16_t last;    /* last list index, inclusive */
+    uint32_t pixels;  /* sum of the counts */
+    uint8_t redMin, redMax, greenMin, greenMax, blueMin, blueMax;
+    uint8_t axis;     /* 0 red, 1 green, 2 blue: the longest extent, ties to red then green */
+    uint8_t meanRed, meanGreen, meanBlue;  /* count-weighted, truncated */
+} RlColorBox;
+
+/** A new zeroed reduction context; free it with TermColorLib. */
+TOLVA_API HGLOBAL InitColorLib(void);
+/** Frees a context and its arrays: 0, or -1 when it will not lock; 0 for handle 0. */
+TOLVA_API int32_t TermColorLib(HGLOBAL context);
+/**
+ * Counts the 24-bit rows at pixels (rows (width * 3 + 3) & ~3 bytes apart)
+ * into the context's histogram. With flags bit 0 it then writes at most *count
+ * triples to table and stores the number written through count; without it,
+ * *count becomes 0 and the histogram keeps accumulating. Flags bit 1 keeps
+ * the histogram afterwards. 0, or -1 for a missing context, pixels or count.
+ */
+TOLVA_API int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height,
+                                 int16_t *count, int32_t flags, uint8_t *table, HGLOBAL context);
+/** Recomputes a box (extents, pixel sum, axis, means) from list[first..last]. */
+TOLVA_API void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first,
+                            int32_t last);
+/** Sorts n entries ascending by one channel; the build also involves list[n]. */
+TOLVA_API void HeapSort(RlColorEntry *list, int32_t axis, int32_t n);
+/** Sifts list[root] down a max-heap whose last index is last. */
+TOLVA_API void AdjustHeap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last);
+/** Exchanges two list entries. */
+TOLVA_API void clrswap(RlColorEntry *a, RlColorEntry *b);
+/** The list index at which a sorted box is cut (reads list[box->last + 1]). */
+TOLVA_API int32_t find_median(const RlColorEntry *list, const RlColorBox *box);
+/** Replaces the box in slot by its two halves in the lowest free slots; returns 1. */
+TOLVA_API int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount,
+                        uint16_t *status, const RlColorEntry *list, int32_t n);
+/** The splittable slot with the most pixels (the first on ties), 0 when none has any. */
+TOLVA_API int32_t GetMaxHistSum(const RlColorBox *boxes, const uint16_t *status, int32_t n);
 
 /* [raster: further declarations] */
 
@@ -557,6 +754,105 @@ TOLVA_API void LZWPutCode(uint8_t *work, uint32_t *bitPosition, uint32_t code, i
 TOLVA_API int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n);
 TOLVA_API int32_t ExportCellData(const char *fileName, void *pictureInformation,
                                  void *cellDescriptor, intptr_t *hostArguments);
+
+/*
+ * The output pipeline (declared above):
+ *
+ * QueryCellFormat(width, height, bitsPerPixel, resolution, -, -): *width and
+ * *height give the picture's size (inches when *resolution is non-zero on
+ * entry, else any unit: only their ratio counts) and receive the output size
+ * in pixels; *resolution receives the horizontal resolution used. The current
+ * Setup block's size and resolution choices decide (602/309: the picture's
+ * own; 600/307: the display's), and its saved size and resolutions are
+ * updated on the way. *bitsPerPixel is always 8. Returns 0, or
+ * TOLVA_ERR_NO_SETUP (nothing changed) when there is no Setup block.
+ *
+ * RasterWriteCellData(bitmap, width, height, scale, bitsPerPixel, model):
+ * writes the whole GIF of one bitmap (rows bottom-up, padded to 4 bytes;
+ * model 1 RGB, 2 CMYK, 3 RGB with alpha) on lpEMData's output stream. With a
+ * non-zero scale (dots per inch) the target is the device window's extent at
+ * that resolution, else the bitmap's own size. Reports progress 20, 40, 60
+ * and at least 50 through the device's status record; a "stop" answer ends it
+ * before anything is written. CMYK and alpha bitmaps are rewritten in place.
+ * The caller keeps and frees the bitmap (its memory may be used as scratch).
+ * No result: failures are not passed on.
+ *
+ * OutputPicture(stream, hostContext, callback): asks the offscreen callback
+ * for the picture (query, init, one draw per band, terminate) and writes it
+ * as one GIF image, top band first, at the size QueryCellFormat decides and
+ * an even height. Progress per band goes through UpdateStatus. Returns 0;
+ * TOLVA_ERR_NO_PICTURE when the callback offers no band (nothing written);
+ * 300 or 303 from the writer, or TOLVA_ERR_STOPPED, which end the image
+ * without its trailer.
+ *
+ * ExportCellData(fileName, pictureInformation, cellDescriptor, arguments):
+ * writes the bitmap described by the TolvaPicture cellDescriptor as a GIF.
+ * arguments[2] is the Setup block handle (it becomes lpRaster/hRaster),
+ * arguments[6] is kept in its hostArgument. The output goes to the Setup
+ * block's output device when one is set, else to fileName when it is not
+ * empty, else to a memory stream whose block the Setup block's
+ * exportMemoryBlock/exportMemoryData hold afterwards (the GIF followed by
+ * one 0xFF byte; the host frees the block with GlobalFree). The descriptor is
+ * copied into *pictureInformation (which may be the same record); the source
+ * bitmap may be used as scratch and stays the host's. Also sets the display
+ * information to the picture's size and resolution. Returns 0 (also when the
+ * export itself failed: see the error stack), TOLVA_ERR_STREAM when no stream
+ * could be opened, TOLVA_ERR_NO_SETUP when arguments is null or its handle
+ * does not lock, TOLVA_ERR_MEMORY when a descriptor is null.
+ */
+
+/* Platform offscreen hooks: how OutputPicture talks to its callback. */
+
+/** QueryPlatformOffscreen: callback(0, hostContext, query, 0). */
+TOLVA_API void QueryPlatformOffscreen(TolvaOffscreenQuery *query, void *hostContext,
+                                      OffscreenCallback callback);
+/**
+ * InitPlatformOffscreen: builds the offscreen record and calls
+ * callback(1, record, information, 0), information being five intptr_t words
+ * {width, band rows, depth, colour count, colour table}. *bandRows is the
+ * band height asked for and receives the callback's answer (0 when there is
+ * no record, no callback or no usable answer). The callback may replace the
+ * record's colour table and count. Returns the record (null when it could
+ * not be allocated); TermPlatformOffscreen frees it.
+ */
+TOLVA_API TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t depth,
+                                                int16_t colourCount, uint8_t *colourTable,
+                                                void *hostContext, OffscreenCallback callback,
+                                                uint8_t flag);
+/** DrawPlatformOffscreen: the bitmap of rows lowerRow..upperRow, from callback(3, ...); 0 when none. */
+TOLVA_API HGLOBAL DrawPlatformOffscreen(TolvaOffscreen *record, int32_t lowerRow, int32_t upperRow);
+/** TermPlatformOffscreen: callback(2, record, 0, 0), then frees the record; null does nothing. */
+TOLVA_API void TermPlatformOffscreen(TolvaOffscreen *record);
+
+/*
+ * The filter's own offscreen callbacks. DrawExportCellData serves the bitmap
+ * of a TolvaPicture host context as one band: query answers its size (in
+ * inches when it has a resolution) and the value 1; init sets the record's
+ * colour table (the picture's palette, or a median-cut or dithering table
+ * for deeper pictures) and answers the band rows asked for, or 0 with 303
+ * pushed when its private block cannot be had; draw shrinks, changes the
+ * depth and stretches the bitmap to the record's size and returns it (the
+ * source bitmap itself when nothing had to change); terminate frees what it
+ * made and answers 1. DrawPlatformMetafile offers no band on this platform:
+ * its query reads the metafile descriptor's page bounds and answers 4, init
+ * answers 0.
+ */
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+
+/*
+ * Platform metafile hooks: stubs, as this platform has no metafiles.
+ * InitPlatformMetafileFilter zeroes the words its last four arguments point
+ * at (each may be null) and returns a; the others return 0.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
 
 /* [output: further declarations] */
 

@@ -1,0 +1,257 @@
+// Reading, writing and seeking through a stream's one buffer.
+//
+// A file stream mirrors one window of the file in its 12288-byte buffer; a
+// memory stream's buffer is the caller's block itself and never refills. The
+// window is written back whole (bytes 0..lastValid, read bytes included) when
+// it is dirty and has to move. Every store stays below lastSlot + 1, which is
+// never more than the block holds.
+#include <errno.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "stream/stream.h"
+
+namespace {
+
+bool proc_stream(const StreamRecord *r) { return r->ioProc != nullptr; }
+
+// The memory block is grown to `bytes` bytes and the caller's variable
+// follows it. The old block goes even when the new one cannot be had, so on
+// failure the stream is left with nothing to store into.
+int32_t grow_block(StreamRecord *r, int64_t bytes) {
+    if (bytes <= 0 || bytes > INT32_MAX) return -1;
+    HGLOBAL fresh = GlobalReAlloc(r->bufferHandle, static_cast<uint32_t>(bytes), TOLVA_GMEM_FLAGS);
+    r->bufferHandle = fresh;
+    r->bufferData = static_cast<uint8_t *>(GlobalLock(fresh));
+    if (r->blockPointerRef != nullptr) *r->blockPointerRef = r->bufferData;
+    if (fresh == 0) {
+        r->lastSlot = -1;
+        r->lastValid = -1;
+        r->cursor = 0;
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+void stream_measure(StreamRecord *r) {
+    if (r->file == nullptr) return;
+    long here = ftell(r->file);
+    if (fseek(r->file, 0, SEEK_END) != 0) return;
+    long end = ftell(r->file);
+    if (here >= 0) fseek(r->file, here, SEEK_SET);
+    r->size = end > INT32_MAX ? INT32_MAX : static_cast<int32_t>(end);
+}
+
+int32_t stream_flush(StreamRecord *r) {
+    if (stream_is_memory(r)) {
+        // A memory block grows by growBy; without a positive step it could
+        // never make room, so the growth counts as failed.
+        if (r->growBy <= 0) return -1;
+        int64_t bytes = int64_t{r->lastSlot} + r->growBy + 1;
+        if (grow_block(r, bytes) != 0) return -1;
+        r->lastSlot += r->growBy;
+        r->dirty = 0;
+        return 1;
+    }
+    if (!r->dirty) return 0;
+    if (r->file == nullptr || fseek(r->file, r->bufferStart, SEEK_SET) != 0) {
+        r->error = -1;
+        return -1;
+    }
+    size_t want = static_cast<size_t>(r->lastValid + 1);
+    size_t wrote = fwrite(r->bufferData, 1, want, r->file);
+    // The file is flushed here so that a full disk shows up at this write and
+    // not only at close.
+    if (wrote != want || fflush(r->file) != 0) {
+        r->error = -1;
+        stream_measure(r);
+        return -1;
+    }
+    r->cursor = 0;
+    r->lastValid = -1;
+    r->lastSlot = kStreamBufferSize - 1;
+    r->bufferStart += static_cast<int32_t>(wrote);
+    r->nextFill = r->bufferStart;
+    r->dirty = 0;
+    stream_measure(r);
+    return static_cast<int32_t>(wrote);
+}
+
+int32_t stream_fill(StreamRecord *r) {
+    if (stream_is_memory(r) || r->file == nullptr) return 0;
+    if (r->dirty && stream_flush(r) == -1) r->error = -1;
+    // Standard input may be a pipe: there the seek is refused and the read
+    // simply goes on where the last one stopped.
+    if (fseek(r->file, r->nextFill, SEEK_SET) != 0 && errno != ESPIPE) {
+        r->error = -1;
+        return -1;
+    }
+    size_t got = fread(r->bufferData, 1, kStreamBufferSize, r->file);
+    if (got == 0 && ferror(r->file)) {
+        clearerr(r->file);
+        r->error = -1;
+        return -1;
+    }
+    int32_t count = static_cast<int32_t>(got);
+    r->cursor = 0;
+    r->lastValid = count - 1;
+    r->lastSlot = kStreamBufferSize - 1;
+    r->bufferStart = r->nextFill;
+    r->nextFill += count;
+    return count;
+}
+
+extern "C" {
+
+int32_t FillZunIOBuf(HGLOBAL s) {
+    if (s == 0) return -1;
+    return stream_fill(stream_lock(s));
+}
+
+int32_t FlushZunIO(HGLOBAL s) {
+    if (s == 0) return -1;
+    return stream_flush(stream_lock(s));
+}
+
+int32_t unxSeek(FILE *file, int32_t offset, int32_t origin) {
+    if (file == nullptr || fseek(file, offset, origin) != 0) return -1;
+    long at = ftell(file);
+    return at > INT32_MAX ? -1 : static_cast<int32_t>(at);
+}
+
+int32_t zunRead(HGLOBAL s, void *buffer, int32_t count) {
+    if (s == 0) return 0;
+    StreamRecord *r = stream_lock(s);
+    if (proc_stream(r)) {
+        return static_cast<int32_t>(
+            r->ioProc(r->ioInstance, kProcRead, reinterpret_cast<intptr_t>(buffer), count));
+    }
+    if (r->docMode) return docRead(s, buffer, count);
+    auto *out = static_cast<uint8_t *>(buffer);
+    int32_t done = 0;
+    while (done < count) {
+        if (r->cursor <= r->lastValid && r->cursor >= 0) {
+            int32_t piece = r->lastValid - r->cursor + 1;
+            if (piece > count - done) piece = count - done;
+            memcpy(out + done, r->bufferData + r->cursor, static_cast<size_t>(piece));
+            r->cursor += piece;
+            done += piece;
+            continue;
+        }
+        if (stream_is_memory(r)) break;
+        int32_t loaded = stream_fill(r);
+        if (loaded == 0) break;
+        if (loaded < 0) {
+            r->error = -1;
+            return -1;
+        }
+    }
+    return done;
+}
+
+int32_t zunWrite(HGLOBAL s, const void *buffer, int32_t count) {
+    if (s == 0) return 0;
+    StreamRecord *r = stream_lock(s);
+    if (proc_stream(r)) {
+        return static_cast<int32_t>(r->ioProc(r->ioInstance, kProcWrite,
+                                              reinterpret_cast<intptr_t>(buffer), count));
+    }
+    const auto *in = static_cast<const uint8_t *>(buffer);
+    int32_t done = 0;
+    while (done < count) {
+        if (r->cursor > r->lastSlot) {
+            // Once a failure is on record a full buffer takes nothing more;
+            // the bytes already placed by this call are not counted.
+            if (r->error == -1) return 0;
+            if (stream_flush(r) == -1) {
+                r->error = -1;
+                return -1;
+            }
+            // A window that was only read needs no write-back but still has
+            // to move on, or the next byte would land past the buffer.
+            if (!stream_is_memory(r) && r->cursor > r->lastSlot) {
+                r->bufferStart += r->cursor;
+                r->nextFill = r->bufferStart;
+                r->cursor = 0;
+                r->lastValid = -1;
+            }
+            continue;
+        }
+        int32_t piece = r->lastSlot - r->cursor + 1;
+        if (piece > count - done) piece = count - done;
+        memcpy(r->bufferData + r->cursor, in + done, static_cast<size_t>(piece));
+        r->cursor += piece;
+        if (r->lastValid < r->cursor - 1) r->lastValid = r->cursor - 1;
+        r->dirty = 1;
+        done += piece;
+    }
+    return done;
+}
+
+int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin) {
+    if (s == 0) return -1;
+    StreamRecord *r = stream_lock(s);
+    if (proc_stream(r)) {
+        int32_t where = offset;
+        return static_cast<int32_t>(
+            r->ioProc(r->ioInstance, kProcSeek, reinterpret_cast<intptr_t>(&where), origin));
+    }
+    if (r->docMode) return docSeek(s, offset, origin);
+    int64_t here = int64_t{r->bufferStart} + r->cursor;
+    if (origin == SEEK_CUR && offset == 0) return static_cast<int32_t>(here);
+    int64_t target = offset;
+    if (origin == SEEK_CUR) {
+        origin = SEEK_SET;
+        target += here;
+    }
+    if (origin == SEEK_SET) {
+        bool may_extend = (r->mode & (kModeWrite | kModeUpdate)) != 0;
+        if (target < 0 || target > INT32_MAX || (target > r->size && !may_extend)) {
+            r->error = -1;
+            return -1;
+        }
+        if (target >= r->bufferStart && target <= int64_t{r->bufferStart} + r->lastValid) {
+            r->cursor = static_cast<int32_t>(target - r->bufferStart);
+            return static_cast<int32_t>(target);
+        }
+    }
+    if (stream_is_memory(r)) {
+        if (origin == SEEK_SET) {
+            if (target > r->lastSlot) {
+                if (grow_block(r, target + r->growBy + 1) != 0) return -1;
+                r->lastSlot = static_cast<int32_t>(target) + r->growBy;
+                r->dirty = 0;
+            }
+            r->cursor = static_cast<int32_t>(target);
+            return r->cursor;
+        }
+        if (origin == SEEK_END) {
+            // Before the block's start there is nothing to point at.
+            int64_t at = int64_t{r->lastValid} + 1 + offset;
+            if (at < 0 || at > INT32_MAX) {
+                r->error = -1;
+                return -1;
+            }
+            r->cursor = static_cast<int32_t>(at);
+            return r->cursor;
+        }
+        r->error = -1;
+        return -1;
+    }
+    if (r->dirty && stream_flush(r) == -1) r->error = -1;
+    int32_t at = unxSeek(r->file, static_cast<int32_t>(target), origin);
+    if (at == -1) {
+        r->error = -1;
+        return -1;
+    }
+    r->nextFill = at;
+    if (stream_fill(r) == -1) {
+        r->error = -1;
+        return -1;
+    }
+    return at;
+}
+
+}  // extern "C"

@@ -1,0 +1,235 @@
+// Opening and closing streams: named files, memory blocks, host procedures
+// and wrapped standard I/O streams all end up as one StreamRecord.
+//
+// The invariant: a record that zunOpen hands out is complete for its kind (a
+// file stream has its buffer, a memory stream a block that holds lastSlot + 1
+// bytes), and zunClose/zunCloseandDelete always free it, whatever fails.
+#include <stdio.h>
+#include <string.h>
+
+#include "stream/stream.h"
+
+namespace {
+
+intptr_t call_proc(StreamIOProc proc, intptr_t instance, int32_t operation, const void *a,
+                   intptr_t b) {
+    return proc(instance, operation, reinterpret_cast<intptr_t>(a), b);
+}
+
+StreamIOProc descriptor_proc(const intptr_t *d) {
+    if (d == nullptr || d[kDescProc] == 0) return nullptr;
+    return reinterpret_cast<StreamIOProc>(d[kDescProc]);
+}
+
+const char *stdio_mode(uint32_t mode) {
+    if (mode & kModeCreate) return "w+";
+    if (mode & kModeUpdate) return "r+";
+    if (mode & kModeWrite) return "w+";
+    return "r";
+}
+
+void free_record(HGLOBAL h) {
+    GlobalUnlock(h);
+    GlobalFree(h);
+}
+
+// A memory stream over the caller's block. Reading drops the zero slack left
+// by growth and then the 0xFF end mark that closing a written block appends.
+void open_memory(StreamRecord *r, intptr_t *d, uint32_t mode) {
+    void **ref = reinterpret_cast<void **>(d[kDescBlockRef]);
+    void *block = ref != nullptr ? *ref : nullptr;
+    r->bufferHandle = GlobalHandle(block);
+    r->bufferData = static_cast<uint8_t *>(block);
+    r->blockPointerRef = ref;
+    // The caller's size word cannot promise more than the block holds.
+    int64_t held = r->bufferHandle != 0 ? int64_t{GlobalSize(r->bufferHandle)} : 0;
+    int64_t size = d[kDescSize];
+    if (size > held) size = held;
+    if (size < 0) size = 0;
+    if (mode & kModeCreate) {
+        r->lastValid = -1;
+    } else {
+        while (size != 0 && r->bufferData[size - 1] == 0) --size;
+        --size;
+        d[kDescSize] = static_cast<intptr_t>(size);
+        r->lastValid = static_cast<int32_t>(size - 1);
+    }
+    r->lastSlot = size > 0 ? static_cast<int32_t>(size - 1) : -1;
+    if (r->lastValid > r->lastSlot) r->lastValid = r->lastSlot;
+    r->growBy = static_cast<int32_t>(d[kDescGrowBy]);
+    r->cursor = 0;
+    r->bufferStart = 0;
+    r->nextFill = -1;
+    r->file = nullptr;
+    r->error = 0;
+    r->lineFormat = 2;
+}
+
+// The buffer of a file stream; false when it cannot be had.
+bool attach_buffer(StreamRecord *r) {
+    r->bufferHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kStreamBufferSize);
+    if (r->bufferHandle == 0) return false;
+    r->bufferData = static_cast<uint8_t *>(GlobalLock(r->bufferHandle));
+    r->cursor = 0;
+    r->lastValid = -1;
+    r->lastSlot = kStreamBufferSize - 1;
+    r->bufferStart = 0;
+    r->nextFill = 0;
+    r->dirty = 0;
+    r->error = 0;
+    r->lineFormat = 2;
+    return true;
+}
+
+// Frees the record and what it holds of its own (not the caller's block, nor
+// a borrowed FILE); closes an own file and answers the close's result.
+int32_t release(HGLOBAL s, StreamRecord *r) {
+    int32_t result = 0;
+    if (r->file != nullptr && !r->borrowedFile && fclose(r->file) != 0) result = -1;
+    if (r->file != nullptr && r->bufferHandle != 0) GlobalFree(r->bufferHandle);
+    stream_release_tables(r);
+    free_record(s);
+    return result;
+}
+
+}  // namespace
+
+void stream_release_tables(StreamRecord *r) {
+    if (r->docSectorTable != 0) GlobalFree(r->docSectorTable);
+    if (r->docMiniSectorTable != 0) GlobalFree(r->docMiniSectorTable);
+    r->docSectorTable = 0;
+    r->docMiniSectorTable = 0;
+    r->docMode = 0;
+}
+
+extern "C" {
+
+HGLOBAL zunOpen(const char *name, intptr_t *descriptor, uint32_t mode) {
+    StreamIOProc proc = descriptor_proc(descriptor);
+    if (mode == kModeExists) {
+        if (proc != nullptr) return static_cast<HGLOBAL>(call_proc(proc, 0, kProcExists, name, 0));
+        FILE *probe = name != nullptr ? fopen(name, "r") : nullptr;
+        if (probe == nullptr) return static_cast<HGLOBAL>(-1);
+        fclose(probe);
+        return 1;
+    }
+    if (mode == kModeDelete) {
+        if (proc != nullptr) return static_cast<HGLOBAL>(call_proc(proc, 0, kProcDelete, name, 0));
+        return name != nullptr && remove(name) == 0 ? 1 : 0;
+    }
+
+    HGLOBAL s = GlobalAlloc(TOLVA_GMEM_FLAGS, sizeof(StreamRecord));
+    if (s == 0) return 0;
+    StreamRecord *r = stream_lock(s);
+    r->mode = mode;
+
+    if (mode == kModeWrap) {
+        r->borrowedFile = 1;
+        if (proc != nullptr) {
+            r->ioProc = proc;
+            r->ioInstance = descriptor[kDescInstance];
+            return s;
+        }
+        // Without a FILE there is nothing to wrap.
+        if (descriptor == nullptr || descriptor[kDescFile] == -1 || descriptor[kDescFile] == 0) {
+            free_record(s);
+            return 0;
+        }
+        r->file = reinterpret_cast<FILE *>(descriptor[kDescFile]);
+    } else {
+        if (proc != nullptr) {
+            r->ioProc = proc;
+            intptr_t instance =
+                call_proc(proc, descriptor[kDescBlockRef], kProcOpen, name, static_cast<intptr_t>(mode));
+            // An open that the procedure declines still leaves it serving the
+            // stream (with instance 0); the file or block below is opened too.
+            if (instance != 0) {
+                r->ioInstance = instance;
+                return s;
+            }
+        }
+        if (name == nullptr || name[0] == '\0') {
+            if (descriptor == nullptr) {
+                free_record(s);
+                return 0;
+            }
+            open_memory(r, descriptor, mode);
+            if (r->ioProc == nullptr) r->size = r->lastValid;
+            return s;
+        }
+        r->namedFile = 1;
+        if (strcmp(name, "stdin") == 0) {
+            r->file = stdin;
+        } else if (strcmp(name, "stdout") == 0) {
+            r->file = stdout;
+        } else {
+            r->file = fopen(name, stdio_mode(mode));
+        }
+        if (r->file == nullptr) {
+            free_record(s);
+            return 0;
+        }
+    }
+    if (!attach_buffer(r)) {
+        if (!r->borrowedFile) fclose(r->file);
+        free_record(s);
+        return 0;
+    }
+    if (r->ioProc == nullptr) stream_measure(r);
+    return s;
+}
+
+int32_t zunClose(HGLOBAL s) {
+    if (s == 0) return -1;
+    StreamRecord *r = stream_lock(s);
+    if (r->ioProc != nullptr) {
+        int32_t answer = static_cast<int32_t>(r->ioProc(r->ioInstance, kProcClose, 0, 0));
+        release(s, r);
+        return answer;
+    }
+    r->docMode = 0;
+    int32_t result = 0;
+    if (stream_is_memory(r)) {
+        // The end mark lets a later open for reading find where the data
+        // stops inside the zero-filled growth slack.
+        if (r->mode & (kModeWrite | kModeUpdate)) {
+            static const uint8_t kEndMark = 0xFF;
+            zunSeek(s, 0, SEEK_END);
+            if (zunWrite(s, &kEndMark, 1) != 1) result = -1;
+        }
+        free_record(s);
+        return result;
+    }
+    if (r->dirty && stream_flush(r) == -1) result = -1;
+    if (release(s, r) != 0) result = -1;
+    return result;
+}
+
+int32_t zunCloseandDelete(HGLOBAL s, const char *name) {
+    if (s == 0) return -1;
+    StreamRecord *r = stream_lock(s);
+    if (r->ioProc != nullptr) {
+        (void)r->ioProc(r->ioInstance, kProcClose, 0, kModeDelete);  // the procedure deletes
+        release(s, r);
+        return 0;
+    }
+    void **owned = r->ownedBlockRef;
+    if (owned != nullptr) {
+        HGLOBAL block = GlobalHandle(*owned);
+        if (block != 0 && block == r->bufferHandle) {
+            // The stream's own block is going: nothing may be stored into it.
+            r->bufferHandle = 0;
+            r->bufferData = nullptr;
+            r->lastSlot = r->lastValid = -1;
+            r->mode = 0;
+        }
+        GlobalUnlock(block);
+        GlobalFree(block);
+        *owned = nullptr;
+    }
+    (void)zunClose(s);  // the file goes anyway, so a failed close changes nothing
+    if (owned == nullptr) (void)zunOpen(name, nullptr, kModeDelete);
+    return 0;
+}
+
+}  // extern "C"
