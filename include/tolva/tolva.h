@@ -1056,23 +1056,6 @@ typedef struct TolvaNameEntry {
 typedef int32_t (*TolvaPropertyCallback)(intptr_t setup, int32_t code, int32_t size,
                                          void *value, intptr_t unused1, intptr_t unused2);
 
-/*
- * Platform metafile hooks of the export variant, defined with the output
- * code. On this platform they are stubs: InitPlatformMetafileFilter zeroes
- * the four words its last four arguments point at and returns `a`; the
- * others return 0. The two offscreen callbacks below are the filter's own.
- */
-TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
-                                              intptr_t *metafile, HGLOBAL *setup,
-                                              intptr_t *metafileAux, intptr_t *callback);
-TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
-TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
-TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
-TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
-                                        intptr_t arg2);
-TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
-                                      intptr_t arg2);
-
 /* [driver: further declarations] */
 
 #ifdef __cplusplus
