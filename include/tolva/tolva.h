@@ -414,6 +414,13 @@ TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
  */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
+/**
+ * A median-cut colour table of at most *count colours for a 24-bit bitmap:
+ * a new table handle of *count triples (the caller frees it), the number of
+ * entries produced stored back through count (fewer when the picture has
+ * fewer distinct 15-bit colours). A bitmap handle of 0 leaves the table
+ * zeroed and *count unchanged; a count of 0 or less gives an empty table.
+ */
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
                                      int16_t *count);
 TOLVA_API HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
@@ -451,6 +458,68 @@ TOLVA_API extern const uint8_t ZUNLColorTable[768];
  * above 3 rlSetPixel prints every pixel's coordinates.
  */
 TOLVA_API extern int16_t _debug_color_res;
+
+/* Median-cut colour reduction, step by step. Colour keys are 15-bit values
+ * r5<<10 | g5<<5 | b5 (the top 5 bits of each channel). */
+
+/** The reduction context made by InitColorLib (one movable block). */
+typedef struct RlColorContext {
+    HGLOBAL histogram;      /* 32768 saturating uint16_t counters, made on first use */
+    HGLOBAL boxes;          /* N RlColorBox records */
+    HGLOBAL status;         /* N uint16_t: 0xFFFF free, 0xFFFE final, else the slot itself */
+    uint16_t distinct;      /* keys with a non-zero counter */
+    uint16_t boxCount;      /* live boxes */
+    uint16_t currentBox;    /* slot being split */
+    uint16_t currentFirst;  /* its first list index */
+    uint16_t currentLast;   /* its last list index */
+    uint16_t median;        /* where it was split */
+} RlColorContext;
+
+/** One colour of the key list: a key and its (saturated) pixel count. */
+typedef struct RlColorEntry {
+    uint16_t key;
+    uint16_t count;
+} RlColorEntry;
+
+/** A box of the key list; extents and means in 5-bit units. */
+typedef struct RlColorBox {
+    uint16_t first;   /* first list index */
+    uint16_t last;    /* last list index, inclusive */
+    uint32_t pixels;  /* sum of the counts */
+    uint8_t redMin, redMax, greenMin, greenMax, blueMin, blueMax;
+    uint8_t axis;     /* 0 red, 1 green, 2 blue: the longest extent, ties to red then green */
+    uint8_t meanRed, meanGreen, meanBlue;  /* count-weighted, truncated */
+} RlColorBox;
+
+/** A new zeroed reduction context; free it with TermColorLib. */
+TOLVA_API HGLOBAL InitColorLib(void);
+/** Frees a context and its arrays: 0, or -1 when it will not lock; 0 for handle 0. */
+TOLVA_API int32_t TermColorLib(HGLOBAL context);
+/**
+ * Counts the 24-bit rows at pixels (rows (width * 3 + 3) & ~3 bytes apart)
+ * into the context's histogram. With flags bit 0 it then writes at most *count
+ * triples to table and stores the number written through count; without it,
+ * *count becomes 0 and the histogram keeps accumulating. Flags bit 1 keeps
+ * the histogram afterwards. 0, or -1 for a missing context, pixels or count.
+ */
+TOLVA_API int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height,
+                                 int16_t *count, int32_t flags, uint8_t *table, HGLOBAL context);
+/** Recomputes a box (extents, pixel sum, axis, means) from list[first..last]. */
+TOLVA_API void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first,
+                            int32_t last);
+/** Sorts n entries ascending by one channel; the build also involves list[n]. */
+TOLVA_API void HeapSort(RlColorEntry *list, int32_t axis, int32_t n);
+/** Sifts list[root] down a max-heap whose last index is last. */
+TOLVA_API void AdjustHeap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last);
+/** Exchanges two list entries. */
+TOLVA_API void clrswap(RlColorEntry *a, RlColorEntry *b);
+/** The list index at which a sorted box is cut (reads list[box->last + 1]). */
+TOLVA_API int32_t find_median(const RlColorEntry *list, const RlColorBox *box);
+/** Replaces the box in slot by its two halves in the lowest free slots; returns 1. */
+TOLVA_API int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount,
+                        uint16_t *status, const RlColorEntry *list, int32_t n);
+/** The splittable slot with the most pixels (the first on ties), 0 when none has any. */
+TOLVA_API int32_t GetMaxHistSum(const RlColorBox *boxes, const uint16_t *status, int32_t n);
 
 /* [raster: further declarations] */
 
@@ -706,6 +775,105 @@ TOLVA_API void LZWPutCode(uint8_t *work, uint32_t *bitPosition, uint32_t code, i
 TOLVA_API int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n);
 TOLVA_API int32_t ExportCellData(const char *fileName, void *pictureInformation,
                                  void *cellDescriptor, intptr_t *hostArguments);
+
+/*
+ * The output pipeline (declared above):
+ *
+ * QueryCellFormat(width, height, bitsPerPixel, resolution, -, -): *width and
+ * *height give the picture's size (inches when *resolution is non-zero on
+ * entry, else any unit: only their ratio counts) and receive the output size
+ * in pixels; *resolution receives the horizontal resolution used. The current
+ * Setup block's size and resolution choices decide (602/309: the picture's
+ * own; 600/307: the display's), and its saved size and resolutions are
+ * updated on the way. *bitsPerPixel is always 8. Returns 0, or
+ * TOLVA_ERR_NO_SETUP (nothing changed) when there is no Setup block.
+ *
+ * RasterWriteCellData(bitmap, width, height, scale, bitsPerPixel, model):
+ * writes the whole GIF of one bitmap (rows bottom-up, padded to 4 bytes;
+ * model 1 RGB, 2 CMYK, 3 RGB with alpha) on lpEMData's output stream. With a
+ * non-zero scale (dots per inch) the target is the device window's extent at
+ * that resolution, else the bitmap's own size. Reports progress 20, 40, 60
+ * and at least 50 through the device's status record; a "stop" answer ends it
+ * before anything is written. CMYK and alpha bitmaps are rewritten in place.
+ * The caller keeps and frees the bitmap (its memory may be used as scratch).
+ * No result: failures are not passed on.
+ *
+ * OutputPicture(stream, hostContext, callback): asks the offscreen callback
+ * for the picture (query, init, one draw per band, terminate) and writes it
+ * as one GIF image, top band first, at the size QueryCellFormat decides and
+ * an even height. Progress per band goes through UpdateStatus. Returns 0;
+ * TOLVA_ERR_NO_PICTURE when the callback offers no band (nothing written);
+ * 300 or 303 from the writer, or TOLVA_ERR_STOPPED, which end the image
+ * without its trailer.
+ *
+ * ExportCellData(fileName, pictureInformation, cellDescriptor, arguments):
+ * writes the bitmap described by the TolvaPicture cellDescriptor as a GIF.
+ * arguments[2] is the Setup block handle (it becomes lpRaster/hRaster),
+ * arguments[6] is kept in its hostArgument. The output goes to the Setup
+ * block's output device when one is set, else to fileName when it is not
+ * empty, else to a memory stream whose block the Setup block's
+ * exportMemoryBlock/exportMemoryData hold afterwards (the GIF followed by
+ * one 0xFF byte; the host frees the block with GlobalFree). The descriptor is
+ * copied into *pictureInformation (which may be the same record); the source
+ * bitmap may be used as scratch and stays the host's. Also sets the display
+ * information to the picture's size and resolution. Returns 0 (also when the
+ * export itself failed: see the error stack), TOLVA_ERR_STREAM when no stream
+ * could be opened, TOLVA_ERR_NO_SETUP when arguments is null or its handle
+ * does not lock, TOLVA_ERR_MEMORY when a descriptor is null.
+ */
+
+/* Platform offscreen hooks: how OutputPicture talks to its callback. */
+
+/** QueryPlatformOffscreen: callback(0, hostContext, query, 0). */
+TOLVA_API void QueryPlatformOffscreen(TolvaOffscreenQuery *query, void *hostContext,
+                                      OffscreenCallback callback);
+/**
+ * InitPlatformOffscreen: builds the offscreen record and calls
+ * callback(1, record, information, 0), information being five intptr_t words
+ * {width, band rows, depth, colour count, colour table}. *bandRows is the
+ * band height asked for and receives the callback's answer (0 when there is
+ * no record, no callback or no usable answer). The callback may replace the
+ * record's colour table and count. Returns the record (null when it could
+ * not be allocated); TermPlatformOffscreen frees it.
+ */
+TOLVA_API TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t depth,
+                                                int16_t colourCount, uint8_t *colourTable,
+                                                void *hostContext, OffscreenCallback callback,
+                                                uint8_t flag);
+/** DrawPlatformOffscreen: the bitmap of rows lowerRow..upperRow, from callback(3, ...); 0 when none. */
+TOLVA_API HGLOBAL DrawPlatformOffscreen(TolvaOffscreen *record, int32_t lowerRow, int32_t upperRow);
+/** TermPlatformOffscreen: callback(2, record, 0, 0), then frees the record; null does nothing. */
+TOLVA_API void TermPlatformOffscreen(TolvaOffscreen *record);
+
+/*
+ * The filter's own offscreen callbacks. DrawExportCellData serves the bitmap
+ * of a TolvaPicture host context as one band: query answers its size (in
+ * inches when it has a resolution) and the value 1; init sets the record's
+ * colour table (the picture's palette, or a median-cut or dithering table
+ * for deeper pictures) and answers the band rows asked for, or 0 with 303
+ * pushed when its private block cannot be had; draw shrinks, changes the
+ * depth and stretches the bitmap to the record's size and returns it (the
+ * source bitmap itself when nothing had to change); terminate frees what it
+ * made and answers 1. DrawPlatformMetafile offers no band on this platform:
+ * its query reads the metafile descriptor's page bounds and answers 4, init
+ * answers 0.
+ */
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+
+/*
+ * Platform metafile hooks: stubs, as this platform has no metafiles.
+ * InitPlatformMetafileFilter zeroes the words its last four arguments point
+ * at (each may be null) and returns a; the others return 0.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
 
 /* [output: further declarations] */
 

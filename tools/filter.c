@@ -1,0 +1,507 @@
+/*
+ * filter.c - loads the filter and drives one export through its opcodes.
+ *
+ * The order of the conversation is the device's: create the Setup block and
+ * set it up (escape codes for the dialog's settings, the block's own fields
+ * for the rest), init, open, begin picture, device window, viewport scaling
+ * mode, begin body, colour table, drawing primitive -5, the cell arrays,
+ * primitive -6, end picture, close, term. The cell arrays go bottom band
+ * first, each band's rows bottom row first, in the device's downward
+ * direction: that fills the picture bitmap row 0 upward, which is the
+ * bottom-row-first order the GIF writer reads. Keep the corners' y values
+ * rising with the window's, or the device switches to its upward direction,
+ * which drops a row.
+ */
+#define _GNU_SOURCE /* dladdr */
+#include "filter.h"
+
+#include <dlfcn.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#ifndef TOLVA_SOVERSION
+#define TOLVA_SOVERSION "2"
+#endif
+#ifndef TOLVA_LIBDIR_FROM_BINDIR
+#define TOLVA_LIBDIR_FROM_BINDIR "../lib"
+#endif
+
+#define TOLVA_LIBRARY_NAME "libtolva.so." TOLVA_SOVERSION
+
+/* A row of the name table that fltLoadPointers hands out. */
+typedef struct NameRow {
+    const char *name;
+    int16_t ordinal;
+    void *target;
+} NameRow;
+
+/* Opcodes the command sends. */
+enum {
+    OP_OPEN_DEVICE = 0x1,
+    OP_CLOSE_DEVICE = 0x2,
+    OP_BEGIN_PICTURE = 0x3,
+    OP_BEGIN_BODY = 0x4,
+    OP_END_PICTURE = 0x5,
+    OP_DEVICE_WINDOW = 0x206,
+    OP_VIEWPORT_SCALING = 0x209,
+    OP_CELL_ARRAY = 0x409,
+    OP_DRAWING_PRIMITIVE = 0x40a,
+    OP_COLOUR_TABLE = 0x522
+};
+
+/* Entry function codes. */
+enum { ENTRY_INIT = 0, ENTRY_CALL = 2, ENTRY_TERM = -1, ENTRY_VERSION = -2, ENTRY_ADDRESS = -3 };
+
+/* Setup escape codes and their answers. */
+enum {
+    ESC_COLOUR_CLASS = 1,
+    ESC_X_RESOLUTION = 11,
+    ESC_Y_RESOLUTION = 12,
+    ESC_WIDTH = 13,
+    ESC_HEIGHT = 14,
+    ESC_RESOLUTION_MODE = 18,
+    ESC_SIZE_MODE = 19,
+    ESC_DONE = 1
+};
+/* Selector 2 picks resolution mode 309 and size mode 602: the picture's own. */
+#define SELECT_GIVEN 2
+
+/*
+ * --actual-size hands the filter a resolution through the viewport scaling
+ * mode; the filter turns the picture into inches with it and back into
+ * pixels, so the value cancels out. A power of two keeps width / R * R exact
+ * in floating point, and so keeps the pixel counts exact.
+ */
+#define ACTUAL_SIZE_DPI 64
+
+static void *find_row(const NameRow *rows, int16_t count, const char *name)
+{
+    for (int16_t i = 0; i < count; ++i) {
+        if (rows[i].name != NULL && strcmp(rows[i].name, name) == 0) {
+            return rows[i].target;
+        }
+    }
+    return NULL;
+}
+
+static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
+{
+    void (*loadPointers)(intptr_t *) = (void (*)(intptr_t *))dlsym(f->module, "fltLoadPointers");
+    if (loadPointers == NULL) {
+        snprintf(error, errorSize, "not a tolva filter (it exports no fltLoadPointers)");
+        return -1;
+    }
+    intptr_t record[3] = {0, 0, 0};
+    loadPointers(record);
+    int16_t count = 0;
+    memcpy(&count, &record[1], sizeof count);
+    const NameRow *rows = (const NameRow *)record[2];
+    if (rows == NULL || count < 1 || count > 64) {
+        snprintf(error, errorSize, "the filter's name table is empty");
+        return -1;
+    }
+    static const char *const kNeeded[] = {"CreateSetup",        "DestroySetup",
+                                          "EscapeSetup",        "ZUNGetFilterVersion",
+                                          "RASTER_dd_entry",    "szDLLName"};
+    void *found[sizeof kNeeded / sizeof kNeeded[0]];
+    for (size_t i = 0; i < sizeof kNeeded / sizeof kNeeded[0]; ++i) {
+        found[i] = find_row(rows, count, kNeeded[i]);
+        if (found[i] == NULL) {
+            snprintf(error, errorSize, "the filter's name table lacks %s", kNeeded[i]);
+            return -1;
+        }
+    }
+    f->createSetup = (TolvaCreateSetupFn)found[0];
+    f->destroySetup = (TolvaDestroySetupFn)found[1];
+    f->escapeSetup = (TolvaEscapeSetupFn)found[2];
+    f->filterVersion = (TolvaVersionFn)found[3];
+    f->rasterEntry = (TolvaEntryFn)found[4];
+    f->dllName = (char *)found[5];
+    /* The Setup block's own fields are reached the way every host reaches a
+     * handle's memory. */
+    f->globalLock = (TolvaLockFn)dlsym(f->module, "GlobalLock");
+    f->globalUnlock = (TolvaUnlockFn)dlsym(f->module, "GlobalUnlock");
+    if (f->globalLock == NULL || f->globalUnlock == NULL) {
+        snprintf(error, errorSize, "the filter exports no GlobalLock");
+        return -1;
+    }
+    return 0;
+}
+
+/* The module's own file name goes into szDLLName: the filter names its
+ * profile (libtolva.ini) after it. */
+static void record_own_path(TolvaFilter *f, const char *loaded)
+{
+    Dl_info info;
+    const char *name = loaded;
+    if (dladdr((void *)f->createSetup, &info) != 0 && info.dli_fname != NULL) {
+        name = info.dli_fname;
+    }
+    char resolved[PATH_MAX];
+    if (realpath(name, resolved) != NULL && strlen(resolved) < sizeof f->path) {
+        name = resolved;
+    }
+    snprintf(f->path, sizeof f->path, "%s", name);
+    memset(f->dllName, 0, 260);
+    memcpy(f->dllName, f->path, strlen(f->path));
+}
+
+static int open_module(const char *path, TolvaFilter *f, char *error, size_t errorSize)
+{
+    f->module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+    if (f->module == NULL) {
+        const char *reason = dlerror();
+        snprintf(error, errorSize, "cannot load the filter (%s)", reason ? reason : "unknown");
+        return -1;
+    }
+    if (bind_entries(f, error, errorSize) != 0) {
+        dlclose(f->module);
+        f->module = NULL;
+        return -1;
+    }
+    record_own_path(f, path);
+    return 0;
+}
+
+int tolva_filter_load(const char *path, const char *self, TolvaFilter *f, char *tried,
+                      size_t triedSize, char *error, size_t errorSize)
+{
+    memset(f, 0, sizeof *f);
+    if (path != NULL) {
+        snprintf(tried, triedSize, "%s", path);
+        return open_module(path, f, error, errorSize);
+    }
+    char directory[PATH_MAX] = ".";
+    if (self != NULL) {
+        snprintf(directory, sizeof directory, "%s", self);
+        char *slash = strrchr(directory, '/');
+        if (slash != NULL) {
+            *slash = '\0';
+        } else {
+            snprintf(directory, sizeof directory, ".");
+        }
+    }
+    /* Beside the command (the build tree), then the installed layout. */
+    const char *const kPlaces[] = {"", "/" TOLVA_LIBDIR_FROM_BINDIR};
+    for (size_t i = 0; i < sizeof kPlaces / sizeof kPlaces[0]; ++i) {
+        snprintf(tried, triedSize, "%s%s/%s", directory, kPlaces[i], TOLVA_LIBRARY_NAME);
+        if (access(tried, F_OK) == 0) {
+            return open_module(tried, f, error, errorSize);
+        }
+    }
+    snprintf(tried, triedSize, "%s", TOLVA_LIBRARY_NAME);
+    if (open_module(TOLVA_LIBRARY_NAME, f, error, errorSize) != 0) {
+        snprintf(error, errorSize,
+                 "cannot find the filter beside the command or on the library path "
+                 "(use --library PATH)");
+        return -1;
+    }
+    return 0;
+}
+
+void tolva_filter_unload(TolvaFilter *f)
+{
+    if (f->module != NULL) {
+        dlclose(f->module);
+    }
+    memset(f, 0, sizeof *f);
+}
+
+int32_t tolva_band_count(const TolvaImage *image, int32_t requested)
+{
+    int32_t count = requested;
+    if (count <= 0) {
+        int64_t rowsPerBand = (int64_t)(256 * 1024) / image->stride;
+        if (rowsPerBand < 1) {
+            rowsPerBand = 1;
+        }
+        count = (int32_t)((image->height + rowsPerBand - 1) / rowsPerBand);
+    }
+    return count > image->height ? image->height : count;
+}
+
+/* ----------------------------------------------------- opcode blocks -- */
+
+/* An opcode parameter block: byte positions as the device defines them. */
+typedef union Block {
+    uint8_t bytes[1024];
+    double alignment;
+} Block;
+
+static void put32(Block *b, size_t at, int32_t value) { memcpy(b->bytes + at, &value, 4); }
+static void put16(Block *b, size_t at, int16_t value) { memcpy(b->bytes + at, &value, 2); }
+static void put_double(Block *b, size_t at, double value) { memcpy(b->bytes + at, &value, 8); }
+static void put_pointer(Block *b, size_t at, const void *p) { memcpy(b->bytes + at, &p, sizeof p); }
+
+static void start_block(Block *b, int32_t opcode)
+{
+    memset(b, 0, sizeof *b);
+    put32(b, 0, opcode);
+}
+
+typedef struct Device {
+    TolvaEntry32Fn entry;
+    int32_t firstError;
+} Device;
+
+static int32_t send(Device *d, Block *b)
+{
+    int32_t r = d->entry(0, ENTRY_CALL, b);
+    if (r != 0 && d->firstError == 0) {
+        d->firstError = r;
+    }
+    return r;
+}
+
+static int32_t send_opcode(Device *d, int32_t opcode)
+{
+    Block b;
+    start_block(&b, opcode);
+    return send(d, &b);
+}
+
+/* Everything between begin picture and begin body. */
+static int32_t send_picture_settings(Device *d, const TolvaImage *image, int actualSize)
+{
+    Block b;
+    start_block(&b, OP_DEVICE_WINDOW); /* x1, y1, z1, x2, y2, z2 */
+    put_double(&b, 40, (double)(image->width - 1));
+    put_double(&b, 48, (double)(image->height - 1));
+    if (send(d, &b) != 0) {
+        return d->firstError;
+    }
+    start_block(&b, OP_VIEWPORT_SCALING);
+    if (actualSize) {
+        put16(&b, 16, 1); /* mode 1: the unit is millimetres per dot */
+        put_double(&b, 24, 25.4 / ACTUAL_SIZE_DPI);
+    }
+    return send(d, &b);
+}
+
+static int32_t send_colour_table(Device *d, const TolvaImage *image)
+{
+    if (image->bits != 8) {
+        return 0;
+    }
+    Block b;
+    start_block(&b, OP_COLOUR_TABLE);
+    put32(&b, 4, 3 * image->colours + 2);
+    put32(&b, 16, 0);
+    memcpy(b.bytes + 20, image->palette, (size_t)(3 * image->colours));
+    return send(d, &b);
+}
+
+static int32_t send_primitive_open(Device *d, const TolvaImage *image)
+{
+    Block b;
+    start_block(&b, OP_DRAWING_PRIMITIVE);
+    put32(&b, 16, -5);
+    put32(&b, 20, 2); /* two points: the picture's corners */
+    put_double(&b, 24 + 24, (double)(image->width - 1));
+    put_double(&b, 24 + 32, (double)(image->height - 1));
+    put32(&b, 72, 28); /* data length */
+    put32(&b, 76, image->width);
+    put32(&b, 80, image->height);
+    put32(&b, 84, image->bits);
+    put16(&b, 76 + 14, 0); /* cell flag */
+    return send(d, &b);
+}
+
+static int32_t send_primitive_close(Device *d)
+{
+    Block b;
+    start_block(&b, OP_DRAWING_PRIMITIVE);
+    put32(&b, 16, -6);
+    return send(d, &b);
+}
+
+/* One band: picture rows `first` to `last - 1`, counted from the bottom. */
+static int32_t send_cell_array(Device *d, const TolvaImage *image, int32_t first, int32_t last)
+{
+    Block b;
+    start_block(&b, OP_CELL_ARRAY);
+    put_double(&b, 24, (double)first);                  /* first corner y */
+    put_double(&b, 40, (double)(image->width - 1));     /* second corner x */
+    put_double(&b, 48, (double)(last - 1));             /* second corner y */
+    put32(&b, 88, image->width);
+    put32(&b, 92, last - first);
+    put32(&b, 96, -image->bits); /* negative: the data is at the address below */
+    put_pointer(&b, 102, image->pixels + (size_t)image->stride * (size_t)first);
+    return send(d, &b);
+}
+
+static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptions *o,
+                            TolvaProgress *progress)
+{
+    if (send_opcode(d, OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o->actualSize) != 0 ||
+        send_opcode(d, OP_BEGIN_BODY) != 0 || send_colour_table(d, image) != 0 ||
+        send_primitive_open(d, image) != 0) {
+        return d->firstError;
+    }
+    int32_t count = tolva_band_count(image, o->bands);
+    tolva_progress_bands(progress, 0, count);
+    for (int32_t k = 0; k < count; ++k) {
+        if (tolva_progress_stopping(progress)) {
+            return TOLVA_ERR_STOPPED;
+        }
+        int32_t first = (int32_t)((int64_t)k * image->height / count);
+        int32_t last = (int32_t)((int64_t)(k + 1) * image->height / count);
+        if (send_cell_array(d, image, first, last) != 0) {
+            return d->firstError;
+        }
+        tolva_progress_bands(progress, k + 1, count);
+    }
+    if (send_primitive_close(d) != 0) {
+        return d->firstError;
+    }
+    return send_opcode(d, OP_END_PICTURE);
+}
+
+/* ------------------------------------------------------------ setup -- */
+
+static int32_t refuse(char *error, size_t size, const char *what)
+{
+    snprintf(error, size, "the filter refused %s", what);
+    return TOLVA_EXPORT_REFUSED;
+}
+
+static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
+                               intptr_t *status, char *error, size_t errorSize)
+{
+    if (o->colourClass != 0) {
+        int32_t colourClass = o->colourClass;
+        if (f->escapeSetup(setup, ESC_COLOUR_CLASS, 4, &colourClass, NULL, 0) != ESC_DONE) {
+            return refuse(error, errorSize, "the colour mode");
+        }
+    }
+    if (o->width > 0.0) {
+        double width = o->width, height = o->height;
+        if (f->escapeSetup(setup, ESC_WIDTH, 8, &width, NULL, 0) != ESC_DONE ||
+            f->escapeSetup(setup, ESC_HEIGHT, 8, &height, NULL, 0) != ESC_DONE) {
+            return refuse(error, errorSize, "the size (it takes 0.03125 to 22 inches a side)");
+        }
+    }
+    if (o->dpi > 0) {
+        int32_t dpi = o->dpi;
+        if (f->escapeSetup(setup, ESC_X_RESOLUTION, 4, &dpi, NULL, 0) != ESC_DONE ||
+            f->escapeSetup(setup, ESC_Y_RESOLUTION, 4, &dpi, NULL, 0) != ESC_DONE) {
+            return refuse(error, errorSize,
+                          "the resolution (it takes 32 to 400 dots per inch)");
+        }
+    }
+    /* A size or resolution given here must not be replaced by the display's. */
+    if (o->dpi > 0 || o->actualSize) {
+        (void)f->escapeSetup(setup, ESC_RESOLUTION_MODE, SELECT_GIVEN, NULL, NULL, 0);
+    }
+    if (o->width > 0.0 || o->actualSize) {
+        (void)f->escapeSetup(setup, ESC_SIZE_MODE, SELECT_GIVEN, NULL, NULL, 0);
+    }
+    SetupBlock *block = (SetupBlock *)f->globalLock(setup);
+    if (block == NULL) {
+        snprintf(error, errorSize, "the filter's settings cannot be reached");
+        return TOLVA_ERR_NO_SETUP;
+    }
+    if (o->interlace) {
+        block->interlace = TOLVA_INTERLACE_ON;
+    }
+    if (o->transparent) {
+        block->transparency = TOLVA_TRANSPARENCY_ON;
+        memcpy(block->transparentColour, o->transparentColour, 3);
+    }
+    if (o->background) {
+        block->backgroundChoice = TOLVA_BACKGROUND_ON;
+        memcpy(block->backgroundColour, o->backgroundColour, 3);
+    }
+    block->statusRecord = status;
+    (void)f->globalUnlock(setup); /* always 0 */
+    return 0;
+}
+
+/* The filter does not pass every writer failure up; a GIF is whole when it
+ * starts with its signature and ends with its trailer. */
+static int gif_is_complete(const char *path)
+{
+    FILE *file = fopen(path, "rb");
+    if (file == NULL) {
+        return 0;
+    }
+    char head[6] = {0};
+    int trailer = EOF;
+    int ok = fread(head, 1, 6, file) == 6 && memcmp(head, "GIF89a", 6) == 0 &&
+             fseek(file, -1, SEEK_END) == 0 && (trailer = fgetc(file)) == 0x3b;
+    fclose(file);
+    return ok;
+}
+
+static int32_t run_device(const TolvaFilter *f, HGLOBAL setup, const TolvaImage *image,
+                          const TolvaOptions *o, const char *outputPath, intptr_t *status,
+                          TolvaProgress *progress, char *error, size_t errorSize)
+{
+    void *address = NULL;
+    (void)f->rasterEntry(ENTRY_ADDRESS, &address, NULL); /* always 0 */
+    if (address == NULL) {
+        snprintf(error, errorSize, "the filter has no device entry");
+        return TOLVA_ERR_MEMORY;
+    }
+    Device device = {(TolvaEntry32Fn)address, 0};
+    int32_t capabilities[64];
+    memset(capabilities, 0, sizeof capabilities);
+    intptr_t init[TOLVA_INIT_WORDS];
+    memset(init, 0, sizeof init);
+    init[TOLVA_INIT_FILE_NAME] = (intptr_t)outputPath;
+    init[TOLVA_INIT_REPLY_SIZE] = 4096;
+    init[TOLVA_INIT_SETUP] = (intptr_t)setup;
+    init[TOLVA_INIT_STATUS_RECORD] = (intptr_t)status;
+    init[TOLVA_INIT_CAPABILITIES] = (intptr_t)capabilities;
+    int32_t result = device.entry(0, ENTRY_INIT, init);
+    if (result != 0) {
+        return result;
+    }
+    if (send_opcode(&device, OP_OPEN_DEVICE) == 0) {
+        (void)send_picture(&device, image, o, progress);
+    }
+    /* Closing asks the status function once more; after a stop it answers
+     * stop again and the filter deletes the file. */
+    (void)send_opcode(&device, OP_CLOSE_DEVICE);
+    (void)device.entry(0, ENTRY_TERM, NULL); /* always 0 */
+    tolva_progress_finish(progress);
+    if (tolva_progress_stopping(progress)) {
+        return TOLVA_ERR_STOPPED;
+    }
+    if (device.firstError != 0) {
+        return device.firstError;
+    }
+    if (!gif_is_complete(outputPath)) {
+        snprintf(error, errorSize, "the filter did not write a whole GIF file");
+        return TOLVA_EXPORT_INCOMPLETE;
+    }
+    return 0;
+}
+
+int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaOptions *o,
+                     const char *outputPath, TolvaProgress *progress, char *error,
+                     size_t errorSize)
+{
+    error[0] = '\0';
+    if (strlen(outputPath) >= 144) {
+        snprintf(error, errorSize, "the output path is too long for the filter");
+        return TOLVA_EXPORT_REFUSED;
+    }
+    HGLOBAL setup = f->createSetup(0, o->profile, o->section, 0);
+    if (setup == 0) {
+        return TOLVA_ERR_MEMORY;
+    }
+    intptr_t status[TOLVA_STATUS_WORDS];
+    memset(status, 0, sizeof status);
+    status[TOLVA_STATUS_CONTEXT] = (intptr_t)progress;
+    status[TOLVA_STATUS_FUNCTION] = (intptr_t)tolva_status_function;
+    int32_t result = configure_setup(f, setup, o, status, error, errorSize);
+    if (result == 0) {
+        result = run_device(f, setup, image, o, outputPath, status, progress, error, errorSize);
+    }
+    (void)f->destroySetup(setup); /* 1 only for a handle that does not lock */
+    return result;
+}

@@ -1,0 +1,85 @@
+/*
+ * filter.h - the filter as a host sees it: a shared object loaded at run
+ * time, whose entries are found through its exported name table, and an
+ * export driven through the opcode protocol.
+ *
+ * Nothing here calls into the library except through the pointers that the
+ * name table (or dlsym, for the memory handle calls) hands out.
+ */
+#ifndef TOLVA_TOOLS_FILTER_H
+#define TOLVA_TOOLS_FILTER_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <tolva/tolva.h>
+
+#include "image.h"
+#include "options.h"
+#include "progress.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef HGLOBAL (*TolvaCreateSetupFn)(intptr_t, const char *, const char *, intptr_t);
+typedef int32_t (*TolvaDestroySetupFn)(HGLOBAL);
+typedef int32_t (*TolvaEscapeSetupFn)(HGLOBAL, int32_t, int32_t, void *, void *, int32_t);
+typedef uint32_t (*TolvaVersionFn)(void);
+typedef int32_t (*TolvaEntryFn)(int16_t, void *, void *);
+typedef int32_t (*TolvaEntry32Fn)(intptr_t, int16_t, void *);
+typedef void *(*TolvaLockFn)(HGLOBAL);
+typedef int32_t (*TolvaUnlockFn)(HGLOBAL);
+
+typedef struct TolvaFilter {
+    void *module;                 /* dlopen handle */
+    char path[260];               /* the file loaded, as written into szDLLName */
+    TolvaCreateSetupFn createSetup;
+    TolvaDestroySetupFn destroySetup;
+    TolvaEscapeSetupFn escapeSetup;
+    TolvaVersionFn filterVersion;
+    TolvaEntryFn rasterEntry;
+    char *dllName;                /* the filter's szDLLName buffer (260 bytes) */
+    TolvaLockFn globalLock;
+    TolvaUnlockFn globalUnlock;
+} TolvaFilter;
+
+/*
+ * Loads the filter from `path`, or when it is NULL from beside the command
+ * (`self` is the command's own file), then from the install layout's library
+ * directory, then from the loader's search path. Returns 0, or -1 with the
+ * reason in `error`; `tried` receives the last path tried.
+ */
+int tolva_filter_load(const char *path, const char *self, TolvaFilter *filter, char *tried,
+                      size_t triedSize, char *error, size_t errorSize);
+void tolva_filter_unload(TolvaFilter *filter);
+
+/* Why an export stopped, when it was not the filter's own code. */
+enum {
+    TOLVA_EXPORT_REFUSED = -2,   /* the setup escape refused a setting; see error */
+    TOLVA_EXPORT_INCOMPLETE = -3 /* the filter reported success but wrote no whole GIF */
+};
+
+/*
+ * Runs one whole export of `image` into the file `outputPath` (at most 143
+ * characters: the filter keeps the name in a 144-byte field). Returns 0, a
+ * filter code (21, 22, 27, 300, 303, 901) or a TOLVA_EXPORT_* value with a
+ * description in `error`. On 901 the filter has deleted the file.
+ */
+int32_t tolva_export(const TolvaFilter *filter, const TolvaImage *image,
+                     const TolvaOptions *options, const char *outputPath,
+                     TolvaProgress *progress, char *error, size_t errorSize);
+
+/*
+ * How many cell arrays the picture is sent in: `requested` (capped at the
+ * height), or when it is 0 enough for about 256 KiB of pixels each. Band k
+ * covers the rows from k * height / count up to (k + 1) * height / count,
+ * counted from the bottom.
+ */
+int32_t tolva_band_count(const TolvaImage *image, int32_t requested);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

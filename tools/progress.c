@@ -1,0 +1,107 @@
+/*
+ * progress.c - progress bar and stop answers for the filter's status calls.
+ *
+ * The bar moves through two halves: the first while the command hands the
+ * bands to the filter, the second with the percentages the filter reports
+ * while it writes the GIF. The signal handler only sets a flag; everything
+ * else happens on the status calls and between bands.
+ */
+#include "progress.h"
+
+#include <string.h>
+
+volatile sig_atomic_t tolva_interrupted = 0;
+
+static void on_interrupt(int signal)
+{
+    (void)signal;
+    tolva_interrupted = 1;
+}
+
+void tolva_catch_interrupt(void)
+{
+    struct sigaction action;
+    memset(&action, 0, sizeof action);
+    action.sa_handler = on_interrupt;
+    action.sa_flags = SA_RESETHAND;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, NULL);
+}
+
+void tolva_progress_init(TolvaProgress *p, FILE *terminal, const char *label, int32_t cancelAt)
+{
+    memset(p, 0, sizeof *p);
+    p->terminal = terminal;
+    p->label = label;
+    p->drawn = -1;
+    p->cancelAt = cancelAt;
+}
+
+static void draw(TolvaProgress *p)
+{
+    if (p->terminal == NULL) {
+        return;
+    }
+    int32_t permille = 0;
+    if (p->bandCount > 0) {
+        permille = 500 * p->bandsSent / p->bandCount;
+    }
+    permille += 5 * (p->filterPercent < 0 ? 0 : p->filterPercent > 100 ? 100 : p->filterPercent);
+    if (permille == p->drawn) {
+        return;
+    }
+    p->drawn = permille;
+    enum { kWidth = 30 };
+    char bar[kWidth + 1];
+    int32_t filled = permille * kWidth / 1000;
+    for (int32_t i = 0; i < kWidth; ++i) {
+        bar[i] = i < filled ? '#' : '.';
+    }
+    bar[kWidth] = '\0';
+    fprintf(p->terminal, "\r%s [%s] %3d%%", p->label, bar, (int)(permille / 10));
+    fflush(p->terminal);
+}
+
+void tolva_progress_bands(TolvaProgress *p, int32_t sent, int32_t count)
+{
+    p->bandsSent = sent;
+    p->bandCount = count;
+    draw(p);
+}
+
+int tolva_progress_stopping(TolvaProgress *p)
+{
+    if (tolva_interrupted) {
+        p->stop = 1;
+    }
+    return p->stop;
+}
+
+void tolva_progress_finish(TolvaProgress *p)
+{
+    if (p->terminal != NULL && p->drawn >= 0) {
+        fputc('\n', p->terminal);
+        fflush(p->terminal);
+        p->drawn = -1;
+    }
+}
+
+int32_t tolva_status_function(intptr_t context, intptr_t a, intptr_t b, intptr_t c, intptr_t d,
+                              intptr_t e, intptr_t f)
+{
+    (void)c;
+    (void)e;
+    (void)f;
+    TolvaProgress *p = (TolvaProgress *)context;
+    p->calls += 1;
+    if (p->cancelAt > 0 && p->calls >= p->cancelAt) {
+        p->stop = 1;
+    }
+    /* a = 0, b = 0 is a progress report or a plain "go on?" query; the init
+     * report (b = -2) and the detail request (a = 2) carry no percentage. */
+    if (a == 0 && b == 0 && d > 0 && d <= 100) {
+        p->filterPercent = (int32_t)d;
+        draw(p);
+    }
+    return tolva_progress_stopping(p) ? 1 : 0;
+}

@@ -1,0 +1,188 @@
+/*
+ * tolva.c - the tolva command: converts a picture to a GIF file by driving
+ * the libtolva export filter the way a host application does.
+ *
+ * Every failure ends in exactly one line on standard error that names the
+ * file concerned, and leaves the output as it was: status 1 for an error, 2
+ * for a usage error, 130 for a cancel.
+ */
+#include <errno.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "filter.h"
+#include "image.h"
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+#include "progress.h"
+
+#ifndef TOLVA_VERSION_STRING
+#define TOLVA_VERSION_STRING "2.0.5"
+#endif
+
+enum { EXIT_USAGE = 2, EXIT_CANCELLED = 130 };
+
+static int report(int status, const char *file, const char *format, const char *detail)
+{
+    fprintf(stderr, "tolva: ");
+    if (file != NULL) {
+        fprintf(stderr, "%s: ", file);
+    }
+    fprintf(stderr, format, detail);
+    fputc('\n', stderr);
+    return status;
+}
+
+static const char *display_name(const char *path, const char *stream)
+{
+    return strcmp(path, "-") == 0 ? stream : path;
+}
+
+static void own_path(char *path, size_t size, const char *argv0)
+{
+    ssize_t length = readlink("/proc/self/exe", path, size - 1);
+    if (length > 0) {
+        path[length] = '\0';
+    } else {
+        snprintf(path, size, "%s", argv0);
+    }
+}
+
+static int show_version(const TolvaOptions *o, const char *self)
+{
+    TolvaFilter filter;
+    char tried[PATH_MAX], error[512];
+    if (tolva_filter_load(o->library, self, &filter, tried, sizeof tried, error, sizeof error)) {
+        return report(EXIT_FAILURE, tried, "%s", error);
+    }
+    uint32_t version = filter.filterVersion();
+    printf("tolva %s\nfilter version %u.%u.%u (%s)\n", TOLVA_VERSION_STRING,
+           (unsigned)(version >> 24), (unsigned)((version >> 16) & 0xff),
+           (unsigned)(version & 0xffff), filter.path);
+    tolva_filter_unload(&filter);
+    return EXIT_SUCCESS;
+}
+
+/* The filter looks for a named profile in INIDIR first and then as given,
+ * and silently falls back to its defaults; a user who names one wants it. */
+static int profile_readable(const char *profile)
+{
+    const char *directory = getenv("INIDIR");
+    if (directory != NULL && directory[0] != '\0' && profile[0] != '/') {
+        char path[PATH_MAX];
+        snprintf(path, sizeof path, "%s/%s", directory, profile);
+        if (access(path, R_OK) == 0) {
+            return 1;
+        }
+    }
+    return access(profile, R_OK) == 0;
+}
+
+static int load_picture(const TolvaOptions *o, TolvaImage *image)
+{
+    const char *name = display_name(o->input, "standard input");
+    uint8_t *data = NULL;
+    size_t size = 0;
+    int failure = tolva_read_file(o->input, &data, &size);
+    if (failure != 0) {
+        return report(EXIT_FAILURE, name, "cannot read the picture (%s)", strerror(failure));
+    }
+    char error[512];
+    TolvaImageResult result = tolva_decode_image(data, size, image, error, sizeof error);
+    free(data);
+    if (result != TOLVA_IMAGE_OK) {
+        return report(EXIT_FAILURE, name, "%s", error);
+    }
+    return EXIT_SUCCESS;
+}
+
+static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
+                          const TolvaImage *image)
+{
+    const char *name = display_name(o->output, "standard output");
+    TolvaOutput output;
+    int failure = tolva_output_begin(&output, o->output);
+    if (failure != 0) {
+        return report(EXIT_FAILURE, name, "cannot create the output file (%s)",
+                      strerror(failure));
+    }
+    TolvaProgress progress;
+    FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
+    tolva_progress_init(&progress, terminal, name, o->cancelAt);
+    char error[512];
+    int32_t result = tolva_export(filter, image, o, output.filterPath, &progress, error,
+                                  sizeof error);
+    if (result != 0) {
+        tolva_output_discard(&output);
+        if (result == TOLVA_ERR_STOPPED) {
+            return report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
+        }
+        if (result == TOLVA_EXPORT_REFUSED) {
+            return report(EXIT_USAGE, name, "%s", error);
+        }
+        if (result == TOLVA_EXPORT_INCOMPLETE) {
+            return report(EXIT_FAILURE, name, "%s", error);
+        }
+        char text[600];
+        snprintf(text, sizeof text, "%s (filter error %d)", tolva_filter_message(result),
+                 (int)result);
+        return report(EXIT_FAILURE, name, "%s", text);
+    }
+    failure = tolva_output_commit(&output);
+    if (failure != 0) {
+        return report(EXIT_FAILURE, name, "cannot write the output file (%s)", strerror(failure));
+    }
+    return EXIT_SUCCESS;
+}
+
+int main(int argc, char **argv)
+{
+    TolvaOptions o;
+    char error[512];
+    if (tolva_parse_options(argc, argv, &o, error, sizeof error) != 0) {
+        fprintf(stderr, "tolva: %s\nTry 'tolva --help' for more information.\n", error);
+        return EXIT_USAGE;
+    }
+    if (o.action == TOLVA_RUN_HELP) {
+        fputs(tolva_usage_text, stdout);
+        return EXIT_SUCCESS;
+    }
+    char self[PATH_MAX];
+    own_path(self, sizeof self, argv[0]);
+    if (o.action == TOLVA_RUN_VERSION) {
+        return show_version(&o, self);
+    }
+    if (strcmp(o.output, "-") == 0 && isatty(STDOUT_FILENO)) {
+        return report(EXIT_USAGE, NULL, "%s",
+                      "refusing to write a GIF to a terminal (redirect standard output)");
+    }
+    if (o.profile != NULL && !profile_readable(o.profile)) {
+        return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
+    }
+    tolva_catch_interrupt();
+
+    TolvaImage image;
+    int status = load_picture(&o, &image);
+    if (status != EXIT_SUCCESS) {
+        return status;
+    }
+    TolvaFilter filter;
+    char tried[PATH_MAX];
+    if (tolva_filter_load(o.library, self, &filter, tried, sizeof tried, error, sizeof error)) {
+        tolva_free_image(&image);
+        return report(EXIT_FAILURE, tried, "%s", error);
+    }
+    if (tolva_interrupted) {
+        status = report(EXIT_CANCELLED, display_name(o.output, "standard output"), "%s",
+                        tolva_filter_message(TOLVA_ERR_STOPPED));
+    } else {
+        status = export_picture(&o, &filter, &image);
+    }
+    tolva_filter_unload(&filter);
+    tolva_free_image(&image);
+    return status;
+}
