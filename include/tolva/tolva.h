@@ -323,6 +323,27 @@ TOLVA_API HGLOBAL zunPtrGlobalFree(void *pointer);
 /** zunPtrGlobalReAlloc: the new locked address (old block freed); null for size 0 (block freed). */
 TOLVA_API void *zunPtrGlobalReAlloc(void *pointer, uint32_t size, uint32_t flags);
 
+/* Results of zunOpenDocumentStream. */
+#define TOLVA_DOC_BAD_STREAM (-1)    /* null handle or path, or a procedure stream */
+#define TOLVA_DOC_NOT_COMPOUND (-2)  /* no 512-byte-sector compound document header */
+#define TOLVA_DOC_CORRUPT (-3)       /* a table, chain or directory is out of range or loops */
+#define TOLVA_DOC_NOT_FOUND (-4)     /* no stream of that name */
+
+/**
+ * zunOpenDocumentStream: puts a file or memory stream that holds a compound
+ * document (Compound File Binary Format, version 3: 512-byte sectors) into
+ * document mode on the sub-stream named by path ("Name" or "Storage/Name",
+ * UTF-8, compared without regard to ASCII case). From then on zunRead and
+ * zunSeek serve the sub-stream from its position 0. Reads the header, the
+ * allocation table (through the header's and the extension DIFAT entries),
+ * the mini-sector table and the directory, and checks that every chain the
+ * sub-stream needs stays inside the file and does not loop. 0, or one of the
+ * TOLVA_DOC_* codes; on failure the stream is left in its previous mode. The
+ * tables belong to the stream and go with zunClose or the next successful
+ * call. Intermediate reads go through the stream, so its position moves.
+ */
+TOLVA_API int32_t zunOpenDocumentStream(HGLOBAL s, const char *path);
+
 /* [stream: further declarations] */
 
 /* ------------------------------------------------------------------------ */
