@@ -323,6 +323,27 @@ TOLVA_API HGLOBAL zunPtrGlobalFree(void *pointer);
 /** zunPtrGlobalReAlloc: the new locked address (old block freed); null for size 0 (block freed). */
 TOLVA_API void *zunPtrGlobalReAlloc(void *pointer, uint32_t size, uint32_t flags);
 
+/* Results of zunOpenDocumentStream. */
+#define TOLVA_DOC_BAD_STREAM (-1)    /* null handle or path, or a procedure stream */
+#define TOLVA_DOC_NOT_COMPOUND (-2)  /* no 512-byte-sector compound document header */
+#define TOLVA_DOC_CORRUPT (-3)       /* a table, chain or directory is out of range or loops */
+#define TOLVA_DOC_NOT_FOUND (-4)     /* no stream of that name */
+
+/**
+ * zunOpenDocumentStream: puts a file or memory stream that holds a compound
+ * document (Compound File Binary Format, version 3: 512-byte sectors) into
+ * document mode on the sub-stream named by path ("Name" or "Storage/Name",
+ * UTF-8, compared without regard to ASCII case). From then on zunRead and
+ * zunSeek serve the sub-stream from its position 0. Reads the header, the
+ * allocation table (through the header's and the extension DIFAT entries),
+ * the mini-sector table and the directory, and checks that every chain the
+ * sub-stream needs stays inside the file and does not loop. 0, or one of the
+ * TOLVA_DOC_* codes; on failure the stream is left in its previous mode. The
+ * tables belong to the stream and go with zunClose or the next successful
+ * call. Intermediate reads go through the stream, so its position moves.
+ */
+TOLVA_API int32_t zunOpenDocumentStream(HGLOBAL s, const char *path);
+
 /* [stream: further declarations] */
 
 /* ------------------------------------------------------------------------ */
@@ -1151,23 +1172,6 @@ typedef struct TolvaNameEntry {
  */
 typedef int32_t (*TolvaPropertyCallback)(intptr_t setup, int32_t code, int32_t size,
                                          void *value, intptr_t unused1, intptr_t unused2);
-
-/*
- * Platform metafile hooks of the export variant, defined with the output
- * code. On this platform they are stubs: InitPlatformMetafileFilter zeroes
- * the four words its last four arguments point at and returns `a`; the
- * others return 0. The two offscreen callbacks below are the filter's own.
- */
-TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
-                                              intptr_t *metafile, HGLOBAL *setup,
-                                              intptr_t *metafileAux, intptr_t *callback);
-TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
-TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
-TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
-TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
-                                        intptr_t arg2);
-TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
-                                      intptr_t arg2);
 
 /* [driver: further declarations] */
 
