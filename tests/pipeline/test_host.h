@@ -111,6 +111,34 @@ uint32_t distance(const uint8_t *a, const uint8_t *b);
 bool is_grey_query(const uint8_t *rgb);
 bool is_grey_entry(const uint8_t *rgb);
 
+// Millimetres a unit for 96 dots per inch, as the viewport scaling mode
+// takes it.
+constexpr double kUnitFor96Dpi = 25.4 / 96.0;
+
+struct Picture {
+    int32_t width = 0, height = 0, bits = 8;
+    int32_t stride = 0;
+    std::vector<uint8_t> rows;  // host row order, each row padded to 4 bytes
+    const uint8_t *row(int32_t y) const { return &rows[static_cast<size_t>(y) * stride]; }
+};
+
+Picture indexed_picture(int32_t width, int32_t height);
+// A smooth true-colour picture (red across, green down, blue in stripes).
+Picture true_colour_picture(int32_t width, int32_t height);
+// 256 distinct colours.
+std::vector<uint8_t> device_palette();
+
+struct Send {
+    int32_t band = 0;        // rows a cell array; 0 sends the picture as one
+    bool upward = false;
+    bool oneToOne = true;    // resolution through the viewport scaling mode
+    bool bracket = true;     // inside primitives -5/-6
+    int32_t rowsSent = -1;   // -1: every row of the picture
+};
+
+// The whole conversation from open to close (init and term by the caller).
+void send_picture(Device &device, const Picture &p, const Send &how);
+
 }  // namespace test_host
 
 #endif
