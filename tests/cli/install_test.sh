@@ -43,7 +43,7 @@ add_executable(host install_host.c)
 target_link_libraries(host PRIVATE tolva::tolva)
 CMAKE
 cmake -S "$work/cm" -B "$work/cm/build" -DCMAKE_PREFIX_PATH="$prefix" \
-  -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$flags" >/dev/null
+  -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 cmake --build "$work/cm/build" >/dev/null
 "$work/cm/build/host"
 echo "install test passed"

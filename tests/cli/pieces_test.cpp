@@ -17,7 +17,10 @@
 
 namespace {
 
-int Parse(std::vector<std::string> args, TolvaOptions *o, std::string *error = nullptr) {
+// The parsed record borrows its strings from argv: keep the last one alive.
+int Parse(const std::vector<std::string> &given, TolvaOptions *o, std::string *error = nullptr) {
+    static std::vector<std::string> args;
+    args = given;
     args.insert(args.begin(), "tolva");
     std::vector<char *> argv;
     for (auto &a : args) argv.push_back(a.data());
