@@ -485,6 +485,7 @@ int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaO
     }
     HGLOBAL setup = f->createSetup(0, o->profile, o->section, 0);
     if (setup == 0) {
+        snprintf(error, errorSize, "the filter could not create its settings block");
         return TOLVA_ERR_MEMORY;
     }
     intptr_t status[TOLVA_STATUS_WORDS];
