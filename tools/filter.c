@@ -164,8 +164,10 @@ int tolva_filter_load(const char *path, const char *self, TolvaFilter *f, char *
 {
     memset(f, 0, sizeof *f);
     if (path != NULL) {
-        snprintf(tried, triedSize, "%s", path);
-        return open_module(path, f, error, errorSize);
+        /* A name without a slash is a file here, not a search of the
+         * loader's path. */
+        snprintf(tried, triedSize, "%s%s", strchr(path, '/') ? "" : "./", path);
+        return open_module(tried, f, error, errorSize);
     }
     char directory[PATH_MAX] = ".";
     if (self != NULL) {

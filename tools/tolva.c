@@ -8,6 +8,7 @@
  */
 #include <errno.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -164,6 +165,8 @@ int main(int argc, char **argv)
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
     tolva_catch_interrupt();
+    /* A closed pipe must end in a message and a clean-up, not a silent death. */
+    signal(SIGPIPE, SIG_IGN);
 
     TolvaImage image;
     int status = load_picture(&o, &image);

@@ -356,6 +356,17 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
         ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
         EXPECT_EQ(std::make_pair(gif.width, gif.height), c.size) << ::testing::PrintToString(args);
     }
+    // The README's first command, on the shipped sample and on the shared photograph.
+    const char *data = getenv("TOLVA_TEST_DATA");
+    for (const Case &c : {Case{{TOLVA_SAMPLES_DIR "/sunset.png"}, Fitted(320, 200, 6.67, 5.0, 96)},
+                          Case{{std::string(data ? data : ".") + "/photo.jpg"},
+                               Fitted(1920, 1080, 6.67, 5.0, 96)}}) {
+        Result r = Run({c.args[0], "sample.gif"});
+        ASSERT_EQ(r.status, 0) << r.err;
+        Gif gif;
+        ASSERT_TRUE(DecodeGif(Path("sample.gif"), &gif));
+        EXPECT_EQ(std::make_pair(gif.width, gif.height), c.size) << c.args[0];
+    }
     Result refused = Run({"--size", "30x2", "wide.png", "out2.gif"});
     EXPECT_EQ(refused.status, 2);
     ExpectOneLine(refused, "out2.gif: the filter refused the size");
