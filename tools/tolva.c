@@ -124,7 +124,7 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
         if (result == TOLVA_EXPORT_REFUSED) {
             return report(EXIT_USAGE, name, "%s", error);
         }
-        if (result == TOLVA_EXPORT_INCOMPLETE) {
+        if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
             return report(EXIT_FAILURE, name, "%s", error);
         }
         char text[600];

@@ -423,16 +423,54 @@ TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
  */
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
                                      int16_t *count);
+/**
+ * rlDitherBitmap: a new bitmap of dstBits bits per pixel made by error
+ * diffusion from a 24-bit copy of the source (taken with no colour table, so
+ * an indexed source dithers as black). The table used: *table when the depth
+ * has fewer than 3 entries or *table is a non-zero handle (at 2^dstBits
+ * entries); else, below 3 entries with *table 0, a new copy of MonoTable (8
+ * entries; 1-bit pixels take the low bit of the chosen index); else a new
+ * table of 2^dstBits entries: a median-cut reduction of the picture to
+ * 2^dstBits - 8 colours, the 8 must_have_colors, black for the rest. The
+ * table's handle is stored through table (may be null); the caller owns it and
+ * the returned bitmap, and frees both. The source is left unchanged.
+ */
 TOLVA_API HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                                  int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table);
+/**
+ * rlDitherGetCT: only the table choice of rlDitherBitmap (a caller's table is
+ * kept only below 3 entries); stores the table through table and its entry
+ * count through count (8 for MonoTable, else 2^dstBits). Always 0. The caller
+ * frees a new table.
+ */
 TOLVA_API int32_t rlDitherGetCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                                 int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table,
                                 int16_t *count);
+/**
+ * rlDitherGivenCT: dithers against the caller's table of count entries (the
+ * caller keeps it) and returns the new bitmap of dstBits bits per pixel, which
+ * the caller frees. A count beyond the entries the table's block holds is cut
+ * to them.
+ */
 TOLVA_API HGLOBAL rlDitherGivenCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                                   int16_t dstBits, HGLOBAL srcTable, HGLOBAL table,
                                   int16_t count);
-/** Reorders or inverts RGB triples in place; mode 0 leaves them unchanged. */
+/**
+ * rev_rgb: filters `width` R, G, B triples in place. Mode 1 inverts every
+ * channel (255 - c); 2 inverts only near greys (channels pairwise within 10);
+ * 3 sets all channels to L = (3r + 6g + b) / 10; 4 to 255 - L; other modes do
+ * nothing.
+ */
 TOLVA_API void rev_rgb(int32_t width, uint8_t *row, int32_t mode);
+/**
+ * _rlDitherOneLine: diffuses one 24-bit row in place, left to right, against
+ * a table of count entries: each pixel but the last becomes its nearest entry
+ * (rlNearestRGBIndex) and passes (7e)/16 to the right and, when next is not
+ * null, (7e)/16 - e/8 below, (7e)/16 - 2(e/8) below-left and (7e)/16 - 3(e/8)
+ * below-right (integer divisions, sums clamped to 0..255). The last pixel
+ * repeats the previous pixel's entry; a one-pixel row takes entry 0. A null
+ * table, a count below 1 or a width below 1 leaves the rows unchanged.
+ */
 TOLVA_API void _rlDitherOneLine(uint8_t *current, uint8_t *next, const uint8_t *table,
                                 int32_t width, int16_t count);
 TOLVA_API HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height,
@@ -443,10 +481,25 @@ TOLVA_API HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t heig
 TOLVA_API void rlRGB4toCMYK(HGLOBAL bits, int32_t width, int32_t height);
 TOLVA_API void rlCMYKtoRGB(HGLOBAL bits, int32_t width, int32_t height);
 TOLVA_API void rlALPHAtoRGB(HGLOBAL bits, int32_t width, int32_t height);
+/**
+ * rlShrinkBitmap and rlStretchBitmap (the same function): a new zeroed bitmap
+ * of dstWidth x dstHeight at the same depth, drawn from the source by point
+ * sampling and pixel replication (Stretch when dstHeight > srcHeight, else
+ * Shrink). Returns the new handle (unlocked; the caller frees it), undrawn when
+ * the source handle is 0 or its block is smaller than its rows; 0 for negative
+ * sizes. The source is not freed. Zero sizes give an empty, undrawn result.
+ */
 TOLVA_API HGLOBAL rlShrinkBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
                                  int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
 TOLVA_API HGLOBAL rlStretchBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
                                   int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+/**
+ * rlFlipBitmap: mirrors the bitmap in place, vertically (rows exchanged from
+ * the outside in) and/or horizontally, where pixel x is exchanged with pixel
+ * width - x (pixel 0 with the position just after the row). Bytes past the end
+ * of the block read as 0 and are not written. Returns bits; a handle that does
+ * not lock, or whose block is smaller than its rows, comes back unflipped.
+ */
 TOLVA_API HGLOBAL rlFlipBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t width,
                                int32_t height, int16_t horizontal, int16_t vertical);
 
@@ -520,6 +573,49 @@ TOLVA_API int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_
                         uint16_t *status, const RlColorEntry *list, int32_t n);
 /** The splittable slot with the most pixels (the first on ties), 0 when none has any. */
 TOLVA_API int32_t GetMaxHistSum(const RlColorBox *boxes, const uint16_t *status, int32_t n);
+
+/**
+ * Shrink: scales locked bitmap data into a locked destination of dstWidth x
+ * dstHeight; destination row k takes source row trunc(k * srcHeight /
+ * dstHeight) with that position kept in 16 bits (past row 32767 it wraps; a
+ * wrapped position before row 0 leaves its destination row as it was). Rows
+ * are scaled by StretchX when dstWidth > srcWidth, else by ShrinkX. Always 0;
+ * sizes below 1 or null data draw nothing.
+ */
+TOLVA_API int32_t Shrink(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t srcWidth,
+                         int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+/**
+ * Stretch: replicates rows from the bottom up, source row sy filling
+ * trunc((srcHeight - sy) * r) - trunc((srcHeight - sy - 1) * r) rows, r =
+ * dstHeight / srcHeight; rows are scaled as in Shrink. Always 0.
+ */
+TOLVA_API int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel,
+                          int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
+                          int32_t dstHeight);
+/**
+ * ShrinkX: point-samples `rows` consecutive rows: destination pixel k takes
+ * source pixel trunc(k * srcWidth / dstWidth), the last one the last source
+ * pixel. Always 0.
+ */
+TOLVA_API int32_t ShrinkX(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel,
+                          int32_t srcWidth, int32_t rows, int32_t dstWidth);
+/**
+ * StretchX: replicates pixels from the right, source pixel sx filling the next
+ * trunc((srcWidth - sx) * r) - trunc((srcWidth - sx - 1) * r) positions
+ * leftward, r = dstWidth / srcWidth, with 16-bit counters (at most 32767 rows,
+ * and a source counter that starts negative for rows above 32768 pixels draws
+ * nothing). Destination pixels no source reaches are left as they were.
+ * Always 0.
+ */
+TOLVA_API int32_t StretchX(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel,
+                           int32_t srcWidth, int32_t rows, int32_t dstWidth);
+
+/** The 8 greys of 1-bit dithering: 0, 255, 64, 128, 160, 192, 208, 224 (R, G, B triples). */
+TOLVA_API extern const uint8_t MonoTable[24];
+/** White, yellow, magenta, cyan, red, green, blue, black: appended to every reduced table. */
+TOLVA_API extern const uint8_t must_have_colors[24];
+/** Clamp table: BOUNDARY_CHK[128 + v] is v clamped to 0..255, for v in -128..383. */
+TOLVA_API extern const uint8_t BOUNDARY_CHK[512];
 
 /* [raster: further declarations] */
 
