@@ -338,17 +338,17 @@ static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptio
     }
     int32_t count = tolva_band_count(image, o->bands);
     tolva_progress_bands(progress, 0, count);
-    for (int32_t k = 0; k < count; ++k) {
-        if (tolva_progress_stopping(progress)) {
-            return TOLVA_ERR_STOPPED;
-        }
+    for (int32_t k = 0; k < count && !tolva_progress_stopping(progress); ++k) {
         int32_t first = (int32_t)((int64_t)k * image->height / count);
         int32_t last = (int32_t)((int64_t)(k + 1) * image->height / count);
         if (send_cell_array(d, image, first, last) != 0) {
-            return d->firstError;
+            break;
         }
         tolva_progress_bands(progress, k + 1, count);
     }
+    /* A picture once opened is always closed, even after a stop or a failed
+     * band: closing is what releases the filter's picture bitmap. After a
+     * stop the filter gives up at its first progress report. */
     if (send_primitive_close(d) != 0) {
         return d->firstError;
     }
