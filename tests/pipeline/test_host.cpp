@@ -98,10 +98,6 @@ Block inline_cell_array(const std::vector<uint8_t> &data, uint32_t cellsPerRow, 
 
 Device::Device(StatusFunction function) {
     setup = CreateSetup(0, "/nonexistent/tolva-test.ini", "", 0);
-    if (setup == 0) {  // FIXME: until CreateSetup lands
-        setup = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);
-        lpRaster = static_cast<SetupBlock *>(GlobalLock(setup));
-    }
     settings = static_cast<SetupBlock *>(GlobalLock(setup));
     if (settings != nullptr) UseDefaultSettings(settings);
     status[TOLVA_STATUS_CONTEXT] = 77;
