@@ -31,13 +31,6 @@
 
 #define TOLVA_LIBRARY_NAME "libtolva.so." TOLVA_SOVERSION
 
-/* A row of the name table that fltLoadPointers hands out. */
-typedef struct NameRow {
-    const char *name;
-    int16_t ordinal;
-    void *target;
-} NameRow;
-
 /* Opcodes the command sends. */
 enum {
     OP_OPEN_DEVICE = 0x1,
@@ -77,7 +70,7 @@ enum {
  */
 #define ACTUAL_SIZE_DPI 64
 
-static void *find_row(const NameRow *rows, int16_t count, const char *name)
+static const void *find_row(const TolvaNameEntry *rows, int16_t count, const char *name)
 {
     for (int16_t i = 0; i < count; ++i) {
         if (rows[i].name != NULL && strcmp(rows[i].name, name) == 0) {
@@ -98,7 +91,7 @@ static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
     loadPointers(record);
     int16_t count = 0;
     memcpy(&count, &record[1], sizeof count);
-    const NameRow *rows = (const NameRow *)record[2];
+    const TolvaNameEntry *rows = (const TolvaNameEntry *)record[2];
     if (rows == NULL || count < 1 || count > 64) {
         snprintf(error, errorSize, "the filter's name table is empty");
         return -1;
@@ -106,7 +99,7 @@ static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
     static const char *const kNeeded[] = {"CreateSetup",        "DestroySetup",
                                           "EscapeSetup",        "ZUNGetFilterVersion",
                                           "RASTER_dd_entry",    "szDLLName"};
-    void *found[sizeof kNeeded / sizeof kNeeded[0]];
+    const void *found[sizeof kNeeded / sizeof kNeeded[0]];
     for (size_t i = 0; i < sizeof kNeeded / sizeof kNeeded[0]; ++i) {
         found[i] = find_row(rows, count, kNeeded[i]);
         if (found[i] == NULL) {
@@ -171,8 +164,10 @@ int tolva_filter_load(const char *path, const char *self, TolvaFilter *f, char *
 {
     memset(f, 0, sizeof *f);
     if (path != NULL) {
-        snprintf(tried, triedSize, "%s", path);
-        return open_module(path, f, error, errorSize);
+        /* A name without a slash is a file here, not a search of the
+         * loader's path. */
+        snprintf(tried, triedSize, "%s%s", strchr(path, '/') ? "" : "./", path);
+        return open_module(tried, f, error, errorSize);
     }
     char directory[PATH_MAX] = ".";
     if (self != NULL) {
@@ -492,6 +487,7 @@ int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaO
     }
     HGLOBAL setup = f->createSetup(0, o->profile, o->section, 0);
     if (setup == 0) {
+        snprintf(error, errorSize, "the filter could not create its settings block");
         return TOLVA_ERR_MEMORY;
     }
     intptr_t status[TOLVA_STATUS_WORDS];

@@ -8,6 +8,7 @@
  */
 #include <errno.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -124,7 +125,7 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
         if (result == TOLVA_EXPORT_REFUSED) {
             return report(EXIT_USAGE, name, "%s", error);
         }
-        if (result == TOLVA_EXPORT_INCOMPLETE) {
+        if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
             return report(EXIT_FAILURE, name, "%s", error);
         }
         char text[600];
@@ -164,6 +165,8 @@ int main(int argc, char **argv)
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
     tolva_catch_interrupt();
+    /* A closed pipe must end in a message and a clean-up, not a silent death. */
+    signal(SIGPIPE, SIG_IGN);
 
     TolvaImage image;
     int status = load_picture(&o, &image);

@@ -3,6 +3,7 @@
 // rlSetPixel(rlGetPixel()) per pixel, on generated pictures and the photograph.
 #include <gtest/gtest.h>
 
+#include "photo.h"
 #include "raster/raster.h"
 #include "raster_oracle.h"
 #include "raster_testing.h"
@@ -145,10 +146,26 @@ TEST(ConversionOracle, GeneratedPicturesToEightBits) {
     }
 }
 
+// A centred crop of the photograph, small enough for the per-pixel road.
+HGLOBAL photo_crop(int32_t w, int32_t h) {
+    int32_t fullW = 0, fullH = 0;
+    HGLOBAL full = load_test_photo(&fullW, &fullH);
+    if (full == 0 || fullW < w || fullH < h) return 0;
+    const auto *src = static_cast<const uint8_t *>(rlLockMemory(full));
+    HGLOBAL crop = rlGetMemory(1, static_cast<int32_t>(rlCalcNewSize(w, h, 24)));
+    auto *dst = static_cast<uint8_t *>(rlLockMemory(crop));
+    int32_t left = (fullW - w) / 2, top = (fullH - h) / 2;
+    for (int32_t y = 0; y < h; ++y)
+        std::memcpy(dst + y * rlBytesPerLine(w, 24),
+                    src + (y + top) * rlBytesPerLine(fullW, 24) + left * 3, static_cast<size_t>(w) * 3);
+    rlFreeNewData(full);
+    return crop;
+}
+
 TEST(ConversionOracle, PhotographToEightBits) {
-    int32_t w = 0, h = 0;
-    HGLOBAL bits = rasteroracle::load_photo(&w, &h, 480, 270);
-    ASSERT_NE(bits, 0u) << rasteroracle::photo_path();
+    const int32_t w = 480, h = 270;
+    HGLOBAL bits = photo_crop(w, h);
+    ASSERT_NE(bits, 0u);
     HGLOBAL table = 0, oracleTable = 0;
     HGLOBAL fast = rlChangeColorResolution(bits, w, h, 24, 8, &table);
     HGLOBAL slow = rasteroracle::to_eight_bits(bits, w, h, &oracleTable);

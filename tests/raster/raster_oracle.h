@@ -1,11 +1,9 @@
 // The literal per-pixel algorithms, kept as oracles for the row-wise and
-// cached paths of the library (tests and benchmarks), and the photograph.
+// cached paths of the library (tests and benchmarks).
 #ifndef TOLVA_TESTS_RASTER_ORACLE_H
 #define TOLVA_TESTS_RASTER_ORACLE_H
 
 #include <cstdint>
-#include <cstdlib>
-#include <string>
 
 #include "tolva/tolva.h"
 
@@ -38,15 +36,6 @@ inline HGLOBAL to_eight_bits(HGLOBAL bits, int32_t width, int32_t height, HGLOBA
     int16_t count = 256;
     *table = rlReduceColorTable(bits, width, height, &count);
     return convert(bits, width, height, 24, 8, 0, *table, count);
-}
-
-// A 24-bit bitmap of the test photograph (or of a centred crop of it); 0 when
-// the file cannot be read.
-HGLOBAL load_photo(int32_t *width, int32_t *height, int32_t cropWidth = 0, int32_t cropHeight = 0);
-
-inline std::string photo_path() {
-    const char *dir = std::getenv("TOLVA_TEST_DATA");
-    return std::string(dir != nullptr ? dir : TOLVA_SOURCE_TEST_DATA) + "/photo.jpg";
 }
 
 }  // namespace rasteroracle
