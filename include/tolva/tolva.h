@@ -547,13 +547,42 @@ TOLVA_API void rev_rgb(int32_t width, uint8_t *row, int32_t mode);
  */
 TOLVA_API void _rlDitherOneLine(uint8_t *current, uint8_t *next, const uint8_t *table,
                                 int32_t width, int16_t count);
+/**
+ * A new bitmap of depth dstBits made from the source bitmap, which is left
+ * alone. *table is the source's colour table handle on entry (0 for none) and
+ * receives the new table made for the result, or 0 when none was made: a
+ * median-cut table when a 24-bit picture goes down to 8 bits (or, for other
+ * reductions to 5-7 bits, a median cut of the source table), a dithering
+ * table when the result has fewer than 8 bits and fewer than the source. The
+ * caller frees the new bitmap and the new table; the source table is not
+ * freed. Reductions below 8 bits dither (rlDitherBitmap), all others convert
+ * (rlConvertBitmapDepth).
+ */
 TOLVA_API HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height,
                                           int16_t srcBits, int16_t dstBits, HGLOBAL *table);
+/**
+ * A new zeroed bitmap of rlCalcNewSize(width, height, dstBits) bytes with
+ * every pixel converted as rlSetPixel(rlGetPixel(...)) with the colour map of
+ * the two tables (table handles may be 0; dstCount entries in dstTable):
+ * indexed to indexed through the nearest-colour map, indexed to 24/32 bits
+ * writes the source table's colours, 24/32 bits to indexed the nearest entry
+ * of dstTable, 24 to 24 copies. The source is not changed or freed; the
+ * caller frees the result. Rows past the end of the source block, and table
+ * entries past the end of a table block, are not read (missing source entries
+ * count as black).
+ */
 TOLVA_API HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height,
                                        int16_t srcBits, int16_t dstBits, HGLOBAL srcTable,
                                        HGLOBAL dstTable, int16_t dstCount);
+/** In place: every 32-bit pixel's R, G, B become 255 minus themselves, K becomes 0. */
 TOLVA_API void rlRGB4toCMYK(HGLOBAL bits, int32_t width, int32_t height);
+/**
+ * In place: 32-bit CMYK pixels become 3-byte RGB pixels (255 - max(C, K) ...)
+ * packed from the start of the block with no row padding (width * 3 bytes a
+ * row).
+ */
 TOLVA_API void rlCMYKtoRGB(HGLOBAL bits, int32_t width, int32_t height);
+/** In place: 32-bit RGBA pixels become packed 3-byte RGB (alpha dropped, no row padding). */
 TOLVA_API void rlALPHAtoRGB(HGLOBAL bits, int32_t width, int32_t height);
 /**
  * rlShrinkBitmap and rlStretchBitmap (the same function): a new zeroed bitmap
