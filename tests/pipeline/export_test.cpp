@@ -329,3 +329,38 @@ TEST_F(Export, WholeBitmapRoadWithNoPictureOpenWritesAnEmptyBitmap) {
 }
 
 }  // namespace
+
+namespace {
+
+// CMYK and RGB-with-alpha bitmaps become RGB before their colours are
+// reduced; a uniform picture shows the conversion in every pixel.
+TEST_F(Export, FourByteColourModelsBecomeRGB) {
+    struct Case {
+        int32_t model;
+        uint8_t pixel[4];
+        uint8_t rgb[3];
+    };
+    const Case cases[] = {{2, {255, 0, 0, 0}, {0, 255, 255}},
+                          {2, {0, 40, 0, 100}, {155, 155, 155}},
+                          {3, {10, 200, 30, 77}, {10, 200, 30}}};
+    for (const Case &c : cases) {
+        Device device;
+        std::string path = dir_.path("model.gif");
+        ASSERT_EQ(device.start(path), 0);
+        device.call(0x1);
+        HGLOBAL bits = GlobalAlloc(TOLVA_GMEM_FLAGS, 4 * 4 * 2);
+        auto *pixels = static_cast<uint8_t *>(GlobalLock(bits));
+        for (int i = 0; i < 8; ++i) memcpy(pixels + 4 * i, c.pixel, 4);
+        RasterWriteCellData(bits, 4, 2, 0, 32, c.model);
+        GlobalFree(bits);
+        device.call(0x2);
+        device.stop();
+        Gif gif = decode_file(path);
+        ASSERT_TRUE(gif.ok);
+        EXPECT_EQ(gif.width, 640);
+        EXPECT_EQ(gif.height, 320);
+        for (uint8_t index : gif.indices) ASSERT_EQ(memcmp(&gif.palette[3 * index], c.rgb, 3), 0);
+    }
+}
+
+}  // namespace
