@@ -359,7 +359,11 @@ TEST_F(Export, FourByteColourModelsBecomeRGB) {
         ASSERT_TRUE(gif.ok);
         EXPECT_EQ(gif.width, 640);
         EXPECT_EQ(gif.height, 320);
-        for (uint8_t index : gif.indices) ASSERT_EQ(memcmp(&gif.palette[3 * index], c.rgb, 3), 0);
+        // The median cut keeps colours at its own precision: each pixel
+        // takes the entry nearest its RGB colour.
+        int nearest = nearest_entry(c.rgb, gif.palette, 256);
+        EXPECT_LE(distance(c.rgb, &gif.palette[3 * nearest]), 48u) << "model " << c.model;
+        for (uint8_t index : gif.indices) ASSERT_EQ(index, nearest) << "model " << c.model;
     }
 }
 
