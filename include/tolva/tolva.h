@@ -143,16 +143,90 @@ TOLVA_API int32_t roundd(double x);
 /* Host services: profile (INI) files                                         */
 /* ------------------------------------------------------------------------ */
 
+/*
+ * Profile files are lines of "[section]" headers, "key=value" lines and ";"
+ * comments, with any line end. Lines are read in pieces of at most 256
+ * characters; a last line without a line end is never seen, and a rewrite
+ * drops it. Section and key names match without regard to case.
+ */
+
+/**
+ * GetPrivateProfileString: with a key, copies the key's value (one pair of
+ * surrounding double quotes removed) over the start of buffer, at most size
+ * characters and without a terminator, after buffer has been zero-filled and
+ * given the default (cut to size); returns the number of characters copied,
+ * or the default's length when the key is not found or the file does not
+ * open. Without a key, lists the section's key names, each followed by a
+ * zero byte and one more zero after the last, and returns the default's
+ * length plus the names' lengths (see the overflow rule of the format). A
+ * null or empty section or a null default returns 0 and leaves buffer alone.
+ * The key is compared with the text before "=" as it stands, spaces
+ * included. Nothing is written outside buffer's size bytes.
+ */
 TOLVA_API int32_t GetPrivateProfileString(const char *section, const char *key, const char *def,
                                           char *buffer, int32_t size, const char *file);
+/**
+ * GetPrivateProfileInt: the value as "0x" hexadecimal (wrapping at 32 bits)
+ * or as leading decimal digits (no sign); def when the value is empty or
+ * missing; 0 when it does not parse.
+ */
 TOLVA_API int32_t GetPrivateProfileInt(const char *section, const char *key, int32_t def,
                                        const char *file);
+/**
+ * WritePrivateProfileString: sets key=value in the section (appending the
+ * section at the end of the file when it is not there), or with value null
+ * deletes the key (and the section's header when nothing else is left in
+ * it), or with key null deletes the section. The file is found as INIopen
+ * finds it and rewritten whole, keeping its line end; the new file replaces
+ * the old one by a rename, so on failure the old file is unchanged. Returns
+ * 1 when the file was rewritten, 0 when nothing was changed (null section or
+ * file, a path of 260 characters or more, no temporary file, a failed
+ * write).
+ */
 TOLVA_API int32_t WritePrivateProfileString(const char *section, const char *key,
                                             const char *value, const char *file);
+/** GetProfileString, GetProfileInt, WriteProfileString: the same on "ZUN.INI". */
 TOLVA_API int32_t GetProfileString(const char *section, const char *key, const char *def,
                                    char *buffer, int32_t size);
 TOLVA_API int32_t GetProfileInt(const char *section, const char *key, int32_t def);
 TOLVA_API int32_t WriteProfileString(const char *section, const char *key, const char *value);
+
+/**
+ * INIopen: opens name with zunOpen(name, NULL, mode), and when that fails
+ * INIDIR "/" name (INIDIR's own trailing "/" is not doubled). When
+ * nameBufferSize is non-zero the path that opened is copied into name, at
+ * most nameBufferSize bytes (without terminator when it does not fit).
+ * Returns the stream, which INIclose closes, or 0.
+ */
+TOLVA_API HGLOBAL INIopen(char *name, int32_t nameBufferSize, uint32_t mode);
+/** INIclose: closes a non-null stream; zunClose's result, 0 for 0. */
+TOLVA_API int32_t INIclose(HGLOBAL stream);
+/**
+ * GetProfileDirectory: finds a profile for reading, looking in INIDIR first
+ * (when it is set, not empty and under 144 characters) and then as named.
+ * An empty name becomes module's base name with ".ini". name is a buffer of
+ * TOLVA_PROFILE_NAME_SIZE (144) bytes and receives the path that opened; a
+ * path that would not fit is not used. Returns 0 when found, 1 when not.
+ */
+TOLVA_API int32_t GetProfileDirectory(char *name, const char *module);
+#define TOLVA_PROFILE_NAME_SIZE 144
+/**
+ * CleanProfileLine: in place, removes CR, LF, double quotes (a doubled one
+ * leaves one; keep bit 0x4 keeps them all) and "[" "]" (keep bit 0x1 keeps
+ * them), cuts the text at its first ";" and strips spaces at both ends.
+ * Returns text.
+ */
+TOLVA_API char *CleanProfileLine(char *text, int32_t keep);
+/** CutProfileComment: ends text at its first ";". Returns text. */
+TOLVA_API char *CutProfileComment(char *text);
+/**
+ * TrimProfileChar: strips ch at both ends, moving the rest to the start; for
+ * the double quote at most one at each end, for any other character all of
+ * them. Returns text.
+ */
+TOLVA_API char *TrimProfileChar(char *text, int32_t ch);
+/** ParseProfileNumber: the integer syntax of GetPrivateProfileInt; 0 when text does not parse. */
+TOLVA_API int32_t ParseProfileNumber(const char *text);
 
 /* ------------------------------------------------------------------------ */
 /* Streams                                                                   */
@@ -473,13 +547,42 @@ TOLVA_API void rev_rgb(int32_t width, uint8_t *row, int32_t mode);
  */
 TOLVA_API void _rlDitherOneLine(uint8_t *current, uint8_t *next, const uint8_t *table,
                                 int32_t width, int16_t count);
+/**
+ * A new bitmap of depth dstBits made from the source bitmap, which is left
+ * alone. *table is the source's colour table handle on entry (0 for none) and
+ * receives the new table made for the result, or 0 when none was made: a
+ * median-cut table when a 24-bit picture goes down to 8 bits (or, for other
+ * reductions to 5-7 bits, a median cut of the source table), a dithering
+ * table when the result has fewer than 8 bits and fewer than the source. The
+ * caller frees the new bitmap and the new table; the source table is not
+ * freed. Reductions below 8 bits dither (rlDitherBitmap), all others convert
+ * (rlConvertBitmapDepth).
+ */
 TOLVA_API HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height,
                                           int16_t srcBits, int16_t dstBits, HGLOBAL *table);
+/**
+ * A new zeroed bitmap of rlCalcNewSize(width, height, dstBits) bytes with
+ * every pixel converted as rlSetPixel(rlGetPixel(...)) with the colour map of
+ * the two tables (table handles may be 0; dstCount entries in dstTable):
+ * indexed to indexed through the nearest-colour map, indexed to 24/32 bits
+ * writes the source table's colours, 24/32 bits to indexed the nearest entry
+ * of dstTable, 24 to 24 copies. The source is not changed or freed; the
+ * caller frees the result. Rows past the end of the source block, and table
+ * entries past the end of a table block, are not read (missing source entries
+ * count as black).
+ */
 TOLVA_API HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height,
                                        int16_t srcBits, int16_t dstBits, HGLOBAL srcTable,
                                        HGLOBAL dstTable, int16_t dstCount);
+/** In place: every 32-bit pixel's R, G, B become 255 minus themselves, K becomes 0. */
 TOLVA_API void rlRGB4toCMYK(HGLOBAL bits, int32_t width, int32_t height);
+/**
+ * In place: 32-bit CMYK pixels become 3-byte RGB pixels (255 - max(C, K) ...)
+ * packed from the start of the block with no row padding (width * 3 bytes a
+ * row).
+ */
 TOLVA_API void rlCMYKtoRGB(HGLOBAL bits, int32_t width, int32_t height);
+/** In place: 32-bit RGBA pixels become packed 3-byte RGB (alpha dropped, no row padding). */
 TOLVA_API void rlALPHAtoRGB(HGLOBAL bits, int32_t width, int32_t height);
 /**
  * rlShrinkBitmap and rlStretchBitmap (the same function): a new zeroed bitmap
@@ -680,7 +783,7 @@ typedef struct SetupBlock {
 } SetupBlock;
 
 #define TOLVA_SETUP_BLOCK_SIZE 2128
-#define TOLVA_SETUP_NAME_SIZE 144 /* bytes of each of the three names, terminator included */
+#define TOLVA_SETUP_NAME_SIZE TOLVA_PROFILE_NAME_SIZE /* bytes of each of the three names, terminator included */
 TOLVA_STATIC_ASSERT(sizeof(SetupBlock) <= TOLVA_SETUP_BLOCK_SIZE, "SetupBlock fits its 2128 bytes");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, sectionName) == 144, "SetupBlock.sectionName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, profilePath) == 288, "SetupBlock.profilePath");
