@@ -436,6 +436,20 @@ TEST_F(Command, TransparentAndBackgroundPickTheNearestEntries) {
     EXPECT_EQ(gif.background, 2);
 }
 
+TEST_F(Command, ColourModeReachesTheDevice) {
+    REQUIRE_PIPELINE();
+    std::vector<uint8_t> indices = PalettePng("in.png", 10, 4, 8, 32);
+    Result r = Run({"--actual-size", "--colour-mode", "invert", "in.png", "out.gif"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Gif gif;
+    ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
+    EXPECT_EQ(gif.indices, indices);
+    for (int i = 0; i < 32; ++i) {
+        EXPECT_EQ(gif.colours[i].Red, 255 - palette_[3 * i]) << i;
+        EXPECT_EQ(gif.colours[i].Blue, 255 - palette_[3 * i + 2]) << i;
+    }
+}
+
 TEST_F(Command, StandardStreamsReplacementAndOtherFormats) {
     REQUIRE_PIPELINE();
     QuadrantPng("in.png", 24, 12, PNG_COLOR_TYPE_RGB);
