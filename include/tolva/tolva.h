@@ -143,16 +143,90 @@ TOLVA_API int32_t roundd(double x);
 /* Host services: profile (INI) files                                         */
 /* ------------------------------------------------------------------------ */
 
+/*
+ * Profile files are lines of "[section]" headers, "key=value" lines and ";"
+ * comments, with any line end. Lines are read in pieces of at most 256
+ * characters; a last line without a line end is never seen, and a rewrite
+ * drops it. Section and key names match without regard to case.
+ */
+
+/**
+ * GetPrivateProfileString: with a key, copies the key's value (one pair of
+ * surrounding double quotes removed) over the start of buffer, at most size
+ * characters and without a terminator, after buffer has been zero-filled and
+ * given the default (cut to size); returns the number of characters copied,
+ * or the default's length when the key is not found or the file does not
+ * open. Without a key, lists the section's key names, each followed by a
+ * zero byte and one more zero after the last, and returns the default's
+ * length plus the names' lengths (see the overflow rule of the format). A
+ * null or empty section or a null default returns 0 and leaves buffer alone.
+ * The key is compared with the text before "=" as it stands, spaces
+ * included. Nothing is written outside buffer's size bytes.
+ */
 TOLVA_API int32_t GetPrivateProfileString(const char *section, const char *key, const char *def,
                                           char *buffer, int32_t size, const char *file);
+/**
+ * GetPrivateProfileInt: the value as "0x" hexadecimal (wrapping at 32 bits)
+ * or as leading decimal digits (no sign); def when the value is empty or
+ * missing; 0 when it does not parse.
+ */
 TOLVA_API int32_t GetPrivateProfileInt(const char *section, const char *key, int32_t def,
                                        const char *file);
+/**
+ * WritePrivateProfileString: sets key=value in the section (appending the
+ * section at the end of the file when it is not there), or with value null
+ * deletes the key (and the section's header when nothing else is left in
+ * it), or with key null deletes the section. The file is found as INIopen
+ * finds it and rewritten whole, keeping its line end; the new file replaces
+ * the old one by a rename, so on failure the old file is unchanged. Returns
+ * 1 when the file was rewritten, 0 when nothing was changed (null section or
+ * file, a path of 260 characters or more, no temporary file, a failed
+ * write).
+ */
 TOLVA_API int32_t WritePrivateProfileString(const char *section, const char *key,
                                             const char *value, const char *file);
+/** GetProfileString, GetProfileInt, WriteProfileString: the same on "ZUN.INI". */
 TOLVA_API int32_t GetProfileString(const char *section, const char *key, const char *def,
                                    char *buffer, int32_t size);
 TOLVA_API int32_t GetProfileInt(const char *section, const char *key, int32_t def);
 TOLVA_API int32_t WriteProfileString(const char *section, const char *key, const char *value);
+
+/**
+ * INIopen: opens name with zunOpen(name, NULL, mode), and when that fails
+ * INIDIR "/" name (INIDIR's own trailing "/" is not doubled). When
+ * nameBufferSize is non-zero the path that opened is copied into name, at
+ * most nameBufferSize bytes (without terminator when it does not fit).
+ * Returns the stream, which INIclose closes, or 0.
+ */
+TOLVA_API HGLOBAL INIopen(char *name, int32_t nameBufferSize, uint32_t mode);
+/** INIclose: closes a non-null stream; zunClose's result, 0 for 0. */
+TOLVA_API int32_t INIclose(HGLOBAL stream);
+/**
+ * GetProfileDirectory: finds a profile for reading, looking in INIDIR first
+ * (when it is set, not empty and under 144 characters) and then as named.
+ * An empty name becomes module's base name with ".ini". name is a buffer of
+ * TOLVA_PROFILE_NAME_SIZE (144) bytes and receives the path that opened; a
+ * path that would not fit is not used. Returns 0 when found, 1 when not.
+ */
+TOLVA_API int32_t GetProfileDirectory(char *name, const char *module);
+#define TOLVA_PROFILE_NAME_SIZE 144
+/**
+ * CleanProfileLine: in place, removes CR, LF, double quotes (a doubled one
+ * leaves one; keep bit 0x4 keeps them all) and "[" "]" (keep bit 0x1 keeps
+ * them), cuts the text at its first ";" and strips spaces at both ends.
+ * Returns text.
+ */
+TOLVA_API char *CleanProfileLine(char *text, int32_t keep);
+/** CutProfileComment: ends text at its first ";". Returns text. */
+TOLVA_API char *CutProfileComment(char *text);
+/**
+ * TrimProfileChar: strips ch at both ends, moving the rest to the start; for
+ * the double quote at most one at each end, for any other character all of
+ * them. Returns text.
+ */
+TOLVA_API char *TrimProfileChar(char *text, int32_t ch);
+/** ParseProfileNumber: the integer syntax of GetPrivateProfileInt; 0 when text does not parse. */
+TOLVA_API int32_t ParseProfileNumber(const char *text);
 
 /* ------------------------------------------------------------------------ */
 /* Streams                                                                   */
@@ -323,6 +397,27 @@ TOLVA_API HGLOBAL zunPtrGlobalFree(void *pointer);
 /** zunPtrGlobalReAlloc: the new locked address (old block freed); null for size 0 (block freed). */
 TOLVA_API void *zunPtrGlobalReAlloc(void *pointer, uint32_t size, uint32_t flags);
 
+/* Results of zunOpenDocumentStream. */
+#define TOLVA_DOC_BAD_STREAM (-1)    /* null handle or path, or a procedure stream */
+#define TOLVA_DOC_NOT_COMPOUND (-2)  /* no 512-byte-sector compound document header */
+#define TOLVA_DOC_CORRUPT (-3)       /* a table, chain or directory is out of range or loops */
+#define TOLVA_DOC_NOT_FOUND (-4)     /* no stream of that name */
+
+/**
+ * zunOpenDocumentStream: puts a file or memory stream that holds a compound
+ * document (Compound File Binary Format, version 3: 512-byte sectors) into
+ * document mode on the sub-stream named by path ("Name" or "Storage/Name",
+ * UTF-8, compared without regard to ASCII case). From then on zunRead and
+ * zunSeek serve the sub-stream from its position 0. Reads the header, the
+ * allocation table (through the header's and the extension DIFAT entries),
+ * the mini-sector table and the directory, and checks that every chain the
+ * sub-stream needs stays inside the file and does not loop. 0, or one of the
+ * TOLVA_DOC_* codes; on failure the stream is left in its previous mode. The
+ * tables belong to the stream and go with zunClose or the next successful
+ * call. Intermediate reads go through the stream, so its position moves.
+ */
+TOLVA_API int32_t zunOpenDocumentStream(HGLOBAL s, const char *path);
+
 /* [stream: further declarations] */
 
 /* ------------------------------------------------------------------------ */
@@ -393,18 +488,63 @@ TOLVA_API int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue,
  */
 TOLVA_API HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits,
                                   const uint8_t *dstTable, int16_t dstBits, int16_t dstCount);
+/**
+ * A median-cut colour table of at most *count colours for a 24-bit bitmap:
+ * a new table handle of *count triples (the caller frees it), the number of
+ * entries produced stored back through count (fewer when the picture has
+ * fewer distinct 15-bit colours). A bitmap handle of 0 leaves the table
+ * zeroed and *count unchanged; a count of 0 or less gives an empty table.
+ */
 TOLVA_API HGLOBAL rlReduceColorTable(HGLOBAL bits, int32_t width, int32_t height,
                                      int16_t *count);
+/**
+ * rlDitherBitmap: a new bitmap of dstBits bits per pixel made by error
+ * diffusion from a 24-bit copy of the source (taken with no colour table, so
+ * an indexed source dithers as black). The table used: *table when the depth
+ * has fewer than 3 entries or *table is a non-zero handle (at 2^dstBits
+ * entries); else, below 3 entries with *table 0, a new copy of MonoTable (8
+ * entries; 1-bit pixels take the low bit of the chosen index); else a new
+ * table of 2^dstBits entries: a median-cut reduction of the picture to
+ * 2^dstBits - 8 colours, the 8 must_have_colors, black for the rest. The
+ * table's handle is stored through table (may be null); the caller owns it and
+ * the returned bitmap, and frees both. The source is left unchanged.
+ */
 TOLVA_API HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                                  int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table);
+/**
+ * rlDitherGetCT: only the table choice of rlDitherBitmap (a caller's table is
+ * kept only below 3 entries); stores the table through table and its entry
+ * count through count (8 for MonoTable, else 2^dstBits). Always 0. The caller
+ * frees a new table.
+ */
 TOLVA_API int32_t rlDitherGetCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                                 int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table,
                                 int16_t *count);
+/**
+ * rlDitherGivenCT: dithers against the caller's table of count entries (the
+ * caller keeps it) and returns the new bitmap of dstBits bits per pixel, which
+ * the caller frees. A count beyond the entries the table's block holds is cut
+ * to them.
+ */
 TOLVA_API HGLOBAL rlDitherGivenCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                                   int16_t dstBits, HGLOBAL srcTable, HGLOBAL table,
                                   int16_t count);
-/** Reorders or inverts RGB triples in place; mode 0 leaves them unchanged. */
+/**
+ * rev_rgb: filters `width` R, G, B triples in place. Mode 1 inverts every
+ * channel (255 - c); 2 inverts only near greys (channels pairwise within 10);
+ * 3 sets all channels to L = (3r + 6g + b) / 10; 4 to 255 - L; other modes do
+ * nothing.
+ */
 TOLVA_API void rev_rgb(int32_t width, uint8_t *row, int32_t mode);
+/**
+ * _rlDitherOneLine: diffuses one 24-bit row in place, left to right, against
+ * a table of count entries: each pixel but the last becomes its nearest entry
+ * (rlNearestRGBIndex) and passes (7e)/16 to the right and, when next is not
+ * null, (7e)/16 - e/8 below, (7e)/16 - 2(e/8) below-left and (7e)/16 - 3(e/8)
+ * below-right (integer divisions, sums clamped to 0..255). The last pixel
+ * repeats the previous pixel's entry; a one-pixel row takes entry 0. A null
+ * table, a count below 1 or a width below 1 leaves the rows unchanged.
+ */
 TOLVA_API void _rlDitherOneLine(uint8_t *current, uint8_t *next, const uint8_t *table,
                                 int32_t width, int16_t count);
 TOLVA_API HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height,
@@ -415,10 +555,25 @@ TOLVA_API HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t heig
 TOLVA_API void rlRGB4toCMYK(HGLOBAL bits, int32_t width, int32_t height);
 TOLVA_API void rlCMYKtoRGB(HGLOBAL bits, int32_t width, int32_t height);
 TOLVA_API void rlALPHAtoRGB(HGLOBAL bits, int32_t width, int32_t height);
+/**
+ * rlShrinkBitmap and rlStretchBitmap (the same function): a new zeroed bitmap
+ * of dstWidth x dstHeight at the same depth, drawn from the source by point
+ * sampling and pixel replication (Stretch when dstHeight > srcHeight, else
+ * Shrink). Returns the new handle (unlocked; the caller frees it), undrawn when
+ * the source handle is 0 or its block is smaller than its rows; 0 for negative
+ * sizes. The source is not freed. Zero sizes give an empty, undrawn result.
+ */
 TOLVA_API HGLOBAL rlShrinkBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
                                  int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
 TOLVA_API HGLOBAL rlStretchBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
                                   int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+/**
+ * rlFlipBitmap: mirrors the bitmap in place, vertically (rows exchanged from
+ * the outside in) and/or horizontally, where pixel x is exchanged with pixel
+ * width - x (pixel 0 with the position just after the row). Bytes past the end
+ * of the block read as 0 and are not written. Returns bits; a handle that does
+ * not lock, or whose block is smaller than its rows, comes back unflipped.
+ */
 TOLVA_API HGLOBAL rlFlipBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t width,
                                int32_t height, int16_t horizontal, int16_t vertical);
 
@@ -430,6 +585,111 @@ TOLVA_API extern const uint8_t ZUNLColorTable[768];
  * above 3 rlSetPixel prints every pixel's coordinates.
  */
 TOLVA_API extern int16_t _debug_color_res;
+
+/* Median-cut colour reduction, step by step. Colour keys are 15-bit values
+ * r5<<10 | g5<<5 | b5 (the top 5 bits of each channel). */
+
+/** The reduction context made by InitColorLib (one movable block). */
+typedef struct RlColorContext {
+    HGLOBAL histogram;      /* 32768 saturating uint16_t counters, made on first use */
+    HGLOBAL boxes;          /* N RlColorBox records */
+    HGLOBAL status;         /* N uint16_t: 0xFFFF free, 0xFFFE final, else the slot itself */
+    uint16_t distinct;      /* keys with a non-zero counter */
+    uint16_t boxCount;      /* live boxes */
+    uint16_t currentBox;    /* slot being split */
+    uint16_t currentFirst;  /* its first list index */
+    uint16_t currentLast;   /* its last list index */
+    uint16_t median;        /* where it was split */
+} RlColorContext;
+
+/** One colour of the key list: a key and its (saturated) pixel count. */
+typedef struct RlColorEntry {
+    uint16_t key;
+    uint16_t count;
+} RlColorEntry;
+
+/** A box of the key list; extents and means in 5-bit units. */
+typedef struct RlColorBox {
+    uint16_t first;   /* first list index */
+    uint16_t last;    /* last list index, inclusive */
+    uint32_t pixels;  /* sum of the counts */
+    uint8_t redMin, redMax, greenMin, greenMax, blueMin, blueMax;
+    uint8_t axis;     /* 0 red, 1 green, 2 blue: the longest extent, ties to red then green */
+    uint8_t meanRed, meanGreen, meanBlue;  /* count-weighted, truncated */
+} RlColorBox;
+
+/** A new zeroed reduction context; free it with TermColorLib. */
+TOLVA_API HGLOBAL InitColorLib(void);
+/** Frees a context and its arrays: 0, or -1 when it will not lock; 0 for handle 0. */
+TOLVA_API int32_t TermColorLib(HGLOBAL context);
+/**
+ * Counts the 24-bit rows at pixels (rows (width * 3 + 3) & ~3 bytes apart)
+ * into the context's histogram. With flags bit 0 it then writes at most *count
+ * triples to table and stores the number written through count; without it,
+ * *count becomes 0 and the histogram keeps accumulating. Flags bit 1 keeps
+ * the histogram afterwards. 0, or -1 for a missing context, pixels or count.
+ */
+TOLVA_API int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height,
+                                 int16_t *count, int32_t flags, uint8_t *table, HGLOBAL context);
+/** Recomputes a box (extents, pixel sum, axis, means) from list[first..last]. */
+TOLVA_API void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first,
+                            int32_t last);
+/** Sorts n entries ascending by one channel; the build also involves list[n]. */
+TOLVA_API void HeapSort(RlColorEntry *list, int32_t axis, int32_t n);
+/** Sifts list[root] down a max-heap whose last index is last. */
+TOLVA_API void AdjustHeap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last);
+/** Exchanges two list entries. */
+TOLVA_API void clrswap(RlColorEntry *a, RlColorEntry *b);
+/** The list index at which a sorted box is cut (reads list[box->last + 1]). */
+TOLVA_API int32_t find_median(const RlColorEntry *list, const RlColorBox *box);
+/** Replaces the box in slot by its two halves in the lowest free slots; returns 1. */
+TOLVA_API int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount,
+                        uint16_t *status, const RlColorEntry *list, int32_t n);
+/** The splittable slot with the most pixels (the first on ties), 0 when none has any. */
+TOLVA_API int32_t GetMaxHistSum(const RlColorBox *boxes, const uint16_t *status, int32_t n);
+
+/**
+ * Shrink: scales locked bitmap data into a locked destination of dstWidth x
+ * dstHeight; destination row k takes source row trunc(k * srcHeight /
+ * dstHeight) with that position kept in 16 bits (past row 32767 it wraps; a
+ * wrapped position before row 0 leaves its destination row as it was). Rows
+ * are scaled by StretchX when dstWidth > srcWidth, else by ShrinkX. Always 0;
+ * sizes below 1 or null data draw nothing.
+ */
+TOLVA_API int32_t Shrink(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t srcWidth,
+                         int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+/**
+ * Stretch: replicates rows from the bottom up, source row sy filling
+ * trunc((srcHeight - sy) * r) - trunc((srcHeight - sy - 1) * r) rows, r =
+ * dstHeight / srcHeight; rows are scaled as in Shrink. Always 0.
+ */
+TOLVA_API int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel,
+                          int32_t srcWidth, int32_t srcHeight, int32_t dstWidth,
+                          int32_t dstHeight);
+/**
+ * ShrinkX: point-samples `rows` consecutive rows: destination pixel k takes
+ * source pixel trunc(k * srcWidth / dstWidth), the last one the last source
+ * pixel. Always 0.
+ */
+TOLVA_API int32_t ShrinkX(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel,
+                          int32_t srcWidth, int32_t rows, int32_t dstWidth);
+/**
+ * StretchX: replicates pixels from the right, source pixel sx filling the next
+ * trunc((srcWidth - sx) * r) - trunc((srcWidth - sx - 1) * r) positions
+ * leftward, r = dstWidth / srcWidth, with 16-bit counters (at most 32767 rows,
+ * and a source counter that starts negative for rows above 32768 pixels draws
+ * nothing). Destination pixels no source reaches are left as they were.
+ * Always 0.
+ */
+TOLVA_API int32_t StretchX(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel,
+                           int32_t srcWidth, int32_t rows, int32_t dstWidth);
+
+/** The 8 greys of 1-bit dithering: 0, 255, 64, 128, 160, 192, 208, 224 (R, G, B triples). */
+TOLVA_API extern const uint8_t MonoTable[24];
+/** White, yellow, magenta, cyan, red, green, blue, black: appended to every reduced table. */
+TOLVA_API extern const uint8_t must_have_colors[24];
+/** Clamp table: BOUNDARY_CHK[128 + v] is v clamped to 0..255, for v in -128..383. */
+TOLVA_API extern const uint8_t BOUNDARY_CHK[512];
 
 /* [raster: further declarations] */
 
@@ -494,7 +754,7 @@ typedef struct SetupBlock {
 } SetupBlock;
 
 #define TOLVA_SETUP_BLOCK_SIZE 2128
-#define TOLVA_SETUP_NAME_SIZE 144 /* bytes of each of the three names, terminator included */
+#define TOLVA_SETUP_NAME_SIZE TOLVA_PROFILE_NAME_SIZE /* bytes of each of the three names, terminator included */
 TOLVA_STATIC_ASSERT(sizeof(SetupBlock) <= TOLVA_SETUP_BLOCK_SIZE, "SetupBlock fits its 2128 bytes");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, sectionName) == 144, "SetupBlock.sectionName");
 TOLVA_STATIC_ASSERT(offsetof(SetupBlock, profilePath) == 288, "SetupBlock.profilePath");
@@ -800,6 +1060,105 @@ TOLVA_API int32_t GifCloseSpoolFile(CellBitmapState *state);
  */
 TOLVA_API int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream);
 
+/*
+ * The output pipeline (declared above):
+ *
+ * QueryCellFormat(width, height, bitsPerPixel, resolution, -, -): *width and
+ * *height give the picture's size (inches when *resolution is non-zero on
+ * entry, else any unit: only their ratio counts) and receive the output size
+ * in pixels; *resolution receives the horizontal resolution used. The current
+ * Setup block's size and resolution choices decide (602/309: the picture's
+ * own; 600/307: the display's), and its saved size and resolutions are
+ * updated on the way. *bitsPerPixel is always 8. Returns 0, or
+ * TOLVA_ERR_NO_SETUP (nothing changed) when there is no Setup block.
+ *
+ * RasterWriteCellData(bitmap, width, height, scale, bitsPerPixel, model):
+ * writes the whole GIF of one bitmap (rows bottom-up, padded to 4 bytes;
+ * model 1 RGB, 2 CMYK, 3 RGB with alpha) on lpEMData's output stream. With a
+ * non-zero scale (dots per inch) the target is the device window's extent at
+ * that resolution, else the bitmap's own size. Reports progress 20, 40, 60
+ * and at least 50 through the device's status record; a "stop" answer ends it
+ * before anything is written. CMYK and alpha bitmaps are rewritten in place.
+ * The caller keeps and frees the bitmap (its memory may be used as scratch).
+ * No result: failures are not passed on.
+ *
+ * OutputPicture(stream, hostContext, callback): asks the offscreen callback
+ * for the picture (query, init, one draw per band, terminate) and writes it
+ * as one GIF image, top band first, at the size QueryCellFormat decides and
+ * an even height. Progress per band goes through UpdateStatus. Returns 0;
+ * TOLVA_ERR_NO_PICTURE when the callback offers no band (nothing written);
+ * 300 or 303 from the writer, or TOLVA_ERR_STOPPED, which end the image
+ * without its trailer.
+ *
+ * ExportCellData(fileName, pictureInformation, cellDescriptor, arguments):
+ * writes the bitmap described by the TolvaPicture cellDescriptor as a GIF.
+ * arguments[2] is the Setup block handle (it becomes lpRaster/hRaster),
+ * arguments[6] is kept in its hostArgument. The output goes to the Setup
+ * block's output device when one is set, else to fileName when it is not
+ * empty, else to a memory stream whose block the Setup block's
+ * exportMemoryBlock/exportMemoryData hold afterwards (the GIF followed by
+ * one 0xFF byte; the host frees the block with GlobalFree). The descriptor is
+ * copied into *pictureInformation (which may be the same record); the source
+ * bitmap may be used as scratch and stays the host's. Also sets the display
+ * information to the picture's size and resolution. Returns 0 (also when the
+ * export itself failed: see the error stack), TOLVA_ERR_STREAM when no stream
+ * could be opened, TOLVA_ERR_NO_SETUP when arguments is null or its handle
+ * does not lock, TOLVA_ERR_MEMORY when a descriptor is null.
+ */
+
+/* Platform offscreen hooks: how OutputPicture talks to its callback. */
+
+/** QueryPlatformOffscreen: callback(0, hostContext, query, 0). */
+TOLVA_API void QueryPlatformOffscreen(TolvaOffscreenQuery *query, void *hostContext,
+                                      OffscreenCallback callback);
+/**
+ * InitPlatformOffscreen: builds the offscreen record and calls
+ * callback(1, record, information, 0), information being five intptr_t words
+ * {width, band rows, depth, colour count, colour table}. *bandRows is the
+ * band height asked for and receives the callback's answer (0 when there is
+ * no record, no callback or no usable answer). The callback may replace the
+ * record's colour table and count. Returns the record (null when it could
+ * not be allocated); TermPlatformOffscreen frees it.
+ */
+TOLVA_API TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t depth,
+                                                int16_t colourCount, uint8_t *colourTable,
+                                                void *hostContext, OffscreenCallback callback,
+                                                uint8_t flag);
+/** DrawPlatformOffscreen: the bitmap of rows lowerRow..upperRow, from callback(3, ...); 0 when none. */
+TOLVA_API HGLOBAL DrawPlatformOffscreen(TolvaOffscreen *record, int32_t lowerRow, int32_t upperRow);
+/** TermPlatformOffscreen: callback(2, record, 0, 0), then frees the record; null does nothing. */
+TOLVA_API void TermPlatformOffscreen(TolvaOffscreen *record);
+
+/*
+ * The filter's own offscreen callbacks. DrawExportCellData serves the bitmap
+ * of a TolvaPicture host context as one band: query answers its size (in
+ * inches when it has a resolution) and the value 1; init sets the record's
+ * colour table (the picture's palette, or a median-cut or dithering table
+ * for deeper pictures) and answers the band rows asked for, or 0 with 303
+ * pushed when its private block cannot be had; draw shrinks, changes the
+ * depth and stretches the bitmap to the record's size and returns it (the
+ * source bitmap itself when nothing had to change); terminate frees what it
+ * made and answers 1. DrawPlatformMetafile offers no band on this platform:
+ * its query reads the metafile descriptor's page bounds and answers 4, init
+ * answers 0.
+ */
+TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
+                                      intptr_t arg2);
+TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
+                                        intptr_t arg2);
+
+/*
+ * Platform metafile hooks: stubs, as this platform has no metafiles.
+ * InitPlatformMetafileFilter zeroes the words its last four arguments point
+ * at (each may be null) and returns a; the others return 0.
+ */
+TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
+                                              intptr_t *metafile, HGLOBAL *setup,
+                                              intptr_t *metafileAux, intptr_t *callback);
+TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
+TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
+TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
+
 /* [output: further declarations] */
 
 /* ------------------------------------------------------------------------ */
@@ -1001,23 +1360,6 @@ typedef struct TolvaNameEntry {
  */
 typedef int32_t (*TolvaPropertyCallback)(intptr_t setup, int32_t code, int32_t size,
                                          void *value, intptr_t unused1, intptr_t unused2);
-
-/*
- * Platform metafile hooks of the export variant, defined with the output
- * code. On this platform they are stubs: InitPlatformMetafileFilter zeroes
- * the four words its last four arguments point at and returns `a`; the
- * others return 0. The two offscreen callbacks below are the filter's own.
- */
-TOLVA_API intptr_t InitPlatformMetafileFilter(intptr_t a, intptr_t b, intptr_t *statusRecord,
-                                              intptr_t *metafile, HGLOBAL *setup,
-                                              intptr_t *metafileAux, intptr_t *callback);
-TOLVA_API int32_t TermPlatformMetafileFilter(intptr_t a);
-TOLVA_API intptr_t GetMetaFileHandle(intptr_t a, intptr_t b);
-TOLVA_API int32_t DeleteMetaFileHandle(intptr_t a);
-TOLVA_API intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1,
-                                        intptr_t arg2);
-TOLVA_API intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1,
-                                      intptr_t arg2);
 
 /* [driver: further declarations] */
 

@@ -8,7 +8,6 @@
 
 namespace {
 
-constexpr uint32_t kWriteMode = 4097;  // create or truncate, then write
 constexpr intptr_t kMemoryGrowth = 4096;
 
 // The locked address of the memory-stream block. The stream keeps the
@@ -44,11 +43,11 @@ void *d_opdv(void *block) {
             record != nullptr ? record[TOLVA_STATUS_DEVICE] : 0, 0, 0, 0, lpSetup->outputDevice, 0};
         // The host's I/O procedure reports its own failures: a null stream
         // on this path is not an error of ours.
-        em->outputStream = zunOpen(em->fileName, descriptor, kWriteMode);
+        em->outputStream = zunOpen(em->fileName, descriptor, TOLVA_STREAM_OUTPUT);
         return block;
     }
     if (em->fileName[0] != '\0') {
-        em->outputStream = zunOpen(em->fileName, nullptr, kWriteMode);
+        em->outputStream = zunOpen(em->fileName, nullptr, TOLVA_STREAM_OUTPUT);
         if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
         return block;
     }
@@ -63,7 +62,7 @@ void *d_opdv(void *block) {
     g_memory_output = GlobalLock(work);
     intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
         reinterpret_cast<intptr_t>(&g_memory_output), 0, kMemoryGrowth, 0, 0, 0};
-    em->outputStream = zunOpen(nullptr, descriptor, kWriteMode);
+    em->outputStream = zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
     if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
     return block;
 }

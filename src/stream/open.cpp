@@ -197,6 +197,7 @@ int32_t zunClose(HGLOBAL s) {
             zunSeek(s, 0, SEEK_END);
             if (zunWrite(s, &kEndMark, 1) != 1) result = -1;
         }
+        stream_release_tables(r);
         free_record(s);
         return result;
     }

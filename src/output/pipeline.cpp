@@ -1,0 +1,315 @@
+// The cell bitmap output pipeline: from a picture to the one GIF image of the
+// output stream.
+//
+// Two roads lead here. RasterWriteCellData takes a whole bitmap (a cell array
+// sent outside a picture bracket), converts and scales it in one piece and
+// writes it as a single band. OutputPicture asks an offscreen callback for
+// the picture band by band and writes each band as it comes. Both size the
+// picture with QueryCellFormat and always write 8 bits per pixel.
+//
+// Invariant: every intermediate bitmap and table made here is freed here; the
+// caller's bitmap is never freed (although the writer may use its memory as
+// scratch, and the colour-model conversions rewrite it in place).
+#include <math.h>
+#include <string.h>
+
+#include "output/pipeline.h"
+#include "settings/settings.h"
+
+using tolva_output::kOutputDepth;
+using tolva_output::replace_bitmap;
+using tolva_output::to_pixels;
+using tolva_output::trunc_i32;
+
+namespace {
+
+constexpr int32_t kProgressStep = 20;
+constexpr int32_t kProgressBeforeWriting = 50;
+constexpr uint32_t kDeviceTableBytes = 768;
+constexpr int32_t kModelCMYK = 2;
+constexpr int32_t kModelAlpha = 3;
+
+struct DisplayAnswer {
+    double width;
+    double height;
+    int16_t xDpi;
+    int16_t yDpi;
+    bool asked;
+};
+
+void ask_display(DisplayAnswer &display) {
+    if (display.asked) return;
+    (void)GetDisplayInfo(&display.width, &display.height, &display.xDpi, &display.yDpi);
+    display.asked = true;
+}
+
+// Progress of RasterWriteCellData, reported straight through the device's
+// status hook (words 1 and 2 of the host status record).
+struct Progress {
+    const intptr_t *record;
+    int32_t percent;
+};
+
+// True when the host answered "stop".
+bool report(const Progress &progress) {
+    if (progress.record == nullptr) return false;
+    auto function = reinterpret_cast<StatusFunction>(progress.record[TOLVA_STATUS_FUNCTION]);
+    return CallGetSet_Status(function, progress.record[TOLVA_STATUS_CONTEXT], 0, 0, 0,
+                             progress.percent, 0, 0) != 0;
+}
+
+bool advance(Progress &progress) {
+    progress.percent += kProgressStep;
+    return report(progress);
+}
+
+// The writer reads `rows` rows of `width` 8-bit pixels, each row padded to 4
+// bytes. A bitmap that was left at its own width (heights equal, widths not)
+// may be narrower than that; the writer then gets a zero-padded copy of the
+// block's bytes instead of reading past its end. Returns the band to write.
+HGLOBAL band_within_bounds(HGLOBAL &made, HGLOBAL current, int32_t width, int32_t rows) {
+    if (current == 0 || width <= 0 || rows <= 0) return current;
+    uint64_t needed = static_cast<uint64_t>(rlBytesPerLine(width, kOutputDepth)) *
+                      static_cast<uint64_t>(rows);
+    uint32_t have = GlobalSize(current);
+    if (needed <= have || needed > UINT32_MAX) return current;
+    HGLOBAL padded = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(needed));
+    auto *to = static_cast<uint8_t *>(GlobalLock(padded));
+    const auto *from = static_cast<const uint8_t *>(GlobalLock(current));
+    if (to != nullptr && from != nullptr) memcpy(to, from, have);
+    (void)GlobalUnlock(current);
+    (void)GlobalUnlock(padded);
+    replace_bitmap(made, current, padded);
+    return current;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t QueryCellFormat(double *width, double *height, int16_t *bitsPerPixel, int32_t *resolution,
+                        void *unused1, void *unused2) {
+    (void)unused1;
+    (void)unused2;
+    SetupBlock *block = settings_current();
+    if (block == nullptr || width == nullptr || height == nullptr || resolution == nullptr) {
+        if (bitsPerPixel != nullptr) *bitsPerPixel = kOutputDepth;
+        return TOLVA_ERR_NO_SETUP;
+    }
+    const int32_t given = *resolution;
+    DisplayAnswer display = {};
+
+    // A picture that brings its own resolution keeps its own size; one
+    // sized by the display takes the display's.
+    if (block->sizeMode == TOLVA_SIZE_GIVEN && given != 0) {
+        block->width = *width;
+        block->height = *height;
+    } else if (block->sizeMode == TOLVA_SIZE_DISPLAY) {
+        ask_display(display);
+        if (display.xDpi != 0) {
+            block->width = display.width;
+            block->height = display.height;
+        }
+    }
+
+    if (block->resolutionMode == TOLVA_RESOLUTION_GIVEN && given != 0) {
+        block->xResolution = static_cast<int16_t>(given);
+        block->yResolution = static_cast<int16_t>(given);
+    } else if (block->resolutionMode == TOLVA_RESOLUTION_DISPLAY) {
+        ask_display(display);
+        if (display.xDpi != 0) {
+            block->xResolution = display.xDpi;
+            block->yResolution = display.xDpi;
+        }
+    }
+
+    double size[2] = {block->width, block->height};
+    if (block->sizeMode != TOLVA_SIZE_GIVEN || given == 0)
+        (void)RasterAdjustAspect(size, *width, *height);  // always 0
+
+    if (block->xResolution != 0) {
+        *width = size[0] * block->xResolution;
+        *height = size[1] * block->yResolution;
+        *resolution = block->xResolution;
+    }
+    if (bitsPerPixel != nullptr) *bitsPerPixel = kOutputDepth;
+    return TOLVA_OK;
+}
+
+void RasterWriteCellData(HGLOBAL bitmap, int32_t width, int32_t height, int32_t scale,
+                         int16_t bitsPerPixel, int32_t colourModel) {
+    EMData *em = lpEMData;
+    if (em == nullptr) return;
+    Progress progress = {em->statusRecord, 0};
+
+    // The target size in inches when the device gave a resolution (the
+    // device window's extent in whole units over that resolution), else the
+    // bitmap's own pixels, whose aspect alone then counts.
+    double targetWidth = width;
+    double targetHeight = height;
+    if (scale != 0) {
+        const double *window = em->deviceWindow;
+        targetWidth = (fabs(trunc(window[3]) - trunc(window[0])) + 1.0) / scale;
+        targetHeight = (fabs(trunc(window[4]) - trunc(window[1])) + 1.0) / scale;
+    }
+    int16_t outputDepth = kOutputDepth;
+    int32_t resolution = scale;
+    (void)QueryCellFormat(&targetWidth, &targetHeight, &outputDepth, &resolution, nullptr, nullptr);
+    const int32_t outWidth = trunc_i32(targetWidth);
+    const int32_t outHeight = trunc_i32(targetHeight);
+
+    HGLOBAL current = bitmap;
+    HGLOBAL made = 0;
+    int32_t currentWidth = width;
+    int32_t currentHeight = height;
+    int16_t depth = bitsPerPixel;
+    HGLOBAL deviceCopy = 0;
+    HGLOBAL madeTable = 0;
+
+    // Only the heights decide whether to scale; the width follows.
+    if (targetHeight < height) {
+        replace_bitmap(made, current,
+                       rlShrinkBitmap(current, depth, currentWidth, currentHeight, outWidth,
+                                      outHeight));
+        currentWidth = outWidth;
+        currentHeight = outHeight;
+        if (advance(progress)) goto clean_up;
+    }
+
+    if (depth < 24) {
+        deviceCopy = GlobalAlloc(TOLVA_GMEM_FLAGS, kDeviceTableBytes);
+        auto *table = static_cast<uint8_t *>(GlobalLock(deviceCopy));
+        if (table != nullptr) memcpy(table, em->colourTable, kDeviceTableBytes);
+    }
+
+    // Both conversions leave three bytes a pixel packed without row padding,
+    // which the depth change below still reads as padded 24-bit rows.
+    if ((colourModel == kModelCMYK || colourModel == kModelAlpha) && outputDepth < depth) {
+        if (colourModel == kModelAlpha)
+            rlALPHAtoRGB(current, currentWidth, currentHeight);
+        else
+            rlCMYKtoRGB(current, currentWidth, currentHeight);
+        depth = 24;
+    }
+
+    if (depth != outputDepth) {
+        HGLOBAL table = deviceCopy;
+        HGLOBAL converted = rlChangeColorResolution(current, currentWidth, currentHeight, depth,
+                                                    outputDepth, &table);
+        madeTable = table;
+        replace_bitmap(made, current, converted);
+        depth = outputDepth;
+        if (advance(progress)) goto clean_up;
+    }
+
+    if (targetHeight > height) {
+        replace_bitmap(made, current,
+                       rlStretchBitmap(current, depth, currentWidth, currentHeight, outWidth,
+                                       outHeight));
+        currentWidth = outWidth;
+        currentHeight = outHeight;
+        if (advance(progress)) goto clean_up;
+    }
+
+    if (progress.percent < kProgressBeforeWriting) {
+        progress.percent = kProgressBeforeWriting;
+        if (report(progress)) goto clean_up;
+    }
+
+    {
+        // The table the writer gets must hold 256 entries; a made table that
+        // came back shorter is widened with zero entries.
+        HGLOBAL tableHandle = madeTable != 0 ? madeTable : deviceCopy;
+        if (tableHandle != 0 && GlobalSize(tableHandle) < kDeviceTableBytes) {
+            HGLOBAL wide = GlobalReAlloc(tableHandle, kDeviceTableBytes, TOLVA_GMEM_FLAGS);
+            if (tableHandle == madeTable)
+                madeTable = wide;
+            else
+                deviceCopy = wide;
+            tableHandle = wide;
+        }
+        // Without a table of its own the writer gets the device's table
+        // itself, which a transparent colour then changes.
+        uint8_t *palette = em->colourTable;
+        if (tableHandle != 0) palette = static_cast<uint8_t *>(GlobalLock(tableHandle));
+        HGLOBAL band = band_within_bounds(made, current, outWidth, outHeight);
+        HGLOBAL state = 0;
+        // The writer's results are not passed on: the host learns of a failed
+        // write from the error stack and from closing the stream.
+        (void)BeginCellBitmap(em->outputStream, outWidth, outHeight, outputDepth, palette, &state);
+        (void)WriteCellBits(em->outputStream, band, outWidth, outHeight, outputDepth, 0, state);
+        (void)EndCellBitmap(em->outputStream, state);
+    }
+
+clean_up:
+    if (madeTable != 0) (void)GlobalFree(madeTable);
+    if (deviceCopy != 0) (void)GlobalFree(deviceCopy);
+    if (made != 0) (void)GlobalFree(made);
+}
+
+int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callback) {
+    HGLOBAL queryHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, sizeof(TolvaOffscreenQuery));
+    auto *query = static_cast<TolvaOffscreenQuery *>(GlobalLock(queryHandle));
+    if (query == nullptr) return TOLVA_ERR_NO_PICTURE;
+    QueryPlatformOffscreen(query, hostContext, callback);
+
+    double width = query->width;
+    double height = query->height;
+    int32_t resolution = query->resolution;
+    int16_t depth = kOutputDepth;
+    (void)QueryCellFormat(&width, &height, &depth, &resolution, nullptr, nullptr);
+    int16_t colours = 0;
+    uint8_t *table = nullptr;
+    if (depth <= 8) {
+        colours = static_cast<int16_t>(1 << depth);
+        table = static_cast<uint8_t *>(
+            GlobalLock(GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(colours) * 3)));
+    }
+
+    const int32_t outWidth = static_cast<int32_t>(to_pixels(width));
+    uint32_t evenHeight = to_pixels(height);
+    evenHeight += evenHeight & 1u;
+    const int32_t outHeight = static_cast<int32_t>(evenHeight);
+
+    int32_t bandRows = outHeight;
+    TolvaOffscreen *record = InitPlatformOffscreen(outWidth, &bandRows, depth, colours, table,
+                                                   hostContext, callback, 0);
+    // The callback may have grown the table; the record holds the live one.
+    if (record != nullptr) table = record->colourTable;
+
+    int32_t result = TOLVA_OK;
+    if (bandRows <= 0) {
+        result = TOLVA_ERR_NO_PICTURE;
+    } else {
+        const int64_t bands = (outHeight + static_cast<int64_t>(bandRows) - 1) / bandRows;
+        HGLOBAL state = 0;
+        // Always -1: the writer takes the top band first and the rows of
+        // each band bottom row first.
+        (void)BeginCellBitmap(stream, outWidth, outHeight, depth, table, &state);
+        for (int64_t k = 0; k < bands && result == TOLVA_OK; ++k) {
+            int64_t upper = outHeight - k * bandRows;
+            int64_t lower = upper - bandRows;
+            if (lower < 0) lower = 0;
+            HGLOBAL band = DrawPlatformOffscreen(record, static_cast<int32_t>(lower),
+                                                 static_cast<int32_t>(upper));
+            result = WriteCellBits(stream, band, outWidth, static_cast<int32_t>(upper - lower),
+                                   depth, query->value, state);
+            if (result == TOLVA_OK) result = UpdateStatus(static_cast<int32_t>((k + 1) * 100 / bands));
+        }
+        if (result == TOLVA_OK) {
+            (void)EndCellBitmap(stream, state);  // a failed trailer shows when the stream closes
+        } else {
+            // The image stays without its trailer. Ending it on no stream
+            // releases the writer's state and any spool (and its temporary
+            // file) without writing a byte to the output.
+            (void)EndCellBitmap(0, state);
+        }
+    }
+
+    (void)GlobalFree(queryHandle);
+    TermPlatformOffscreen(record);
+    if (table != nullptr) (void)GlobalFree(GlobalHandle(table));
+    return result;
+}
+
+}  // extern "C"

@@ -1,0 +1,49 @@
+// Internal helpers of the picture pipeline (format query, the two output
+// roads, the offscreen hooks and the export callback).
+//
+// Sizes travel as doubles between the settings and the writer; every
+// conversion to a pixel count goes through these helpers so that NaN,
+// negative and out-of-range values become bounded integers instead of
+// undefined behaviour.
+#ifndef TOLVA_OUTPUT_PIPELINE_H
+#define TOLVA_OUTPUT_PIPELINE_H
+
+#include <stdint.h>
+
+#include "tolva/tolva.h"
+
+namespace tolva_output {
+
+// The depth every GIF of this filter is written with.
+constexpr int16_t kOutputDepth = 8;
+
+// Truncates toward zero into 32 bits; NaN gives 0 and values beyond the
+// range stick at its ends.
+inline int32_t trunc_i32(double value) {
+    if (!(value == value)) return 0;
+    if (value >= 2147483647.0) return INT32_MAX;
+    if (value <= -2147483648.0) return INT32_MIN;
+    return static_cast<int32_t>(value);
+}
+
+// A double turned into an unsigned pixel count, kept within what the
+// writer's signed 32-bit counts can carry (and one below, so that rounding
+// up to an even height cannot overflow). Negative values and NaN give 0.
+inline uint32_t to_pixels(double value) {
+    if (!(value > 0.0)) return 0;
+    if (value >= 2147483646.0) return 2147483646u;
+    return static_cast<uint32_t>(value);
+}
+
+// Replaces the bitmap being worked on by `fresh` and frees the intermediate
+// one it supersedes. `made` is the last bitmap this code allocated (0 while
+// the caller's bitmap is still current); the caller's bitmap is never freed.
+inline void replace_bitmap(HGLOBAL &made, HGLOBAL &current, HGLOBAL fresh) {
+    if (made != 0) (void)GlobalFree(made);
+    made = fresh;
+    current = fresh;
+}
+
+}  // namespace tolva_output
+
+#endif
