@@ -78,6 +78,7 @@ bool attach_buffer(StreamRecord *r) {
     r->dirty = 0;
     r->error = 0;
     r->lineFormat = 2;
+    if (!r->ownFile) r->filePosition = -1;
     return true;
 }
 
@@ -164,6 +165,13 @@ HGLOBAL zunOpen(const char *name, intptr_t *descriptor, uint32_t mode) {
             r->file = stdout;
         } else {
             r->file = fopen(name, stdio_mode(mode));
+            // The stream's own buffer is the only one needed; stdio's would
+            // only copy every byte a second time.
+            if (r->file != nullptr) {
+                setvbuf(r->file, nullptr, _IONBF, 0);
+                r->ownFile = 1;
+                r->filePosition = 0;
+            }
         }
         if (r->file == nullptr) {
             free_record(s);
