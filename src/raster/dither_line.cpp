@@ -65,10 +65,14 @@ int16_t nearest_find(const NearestSearch *search, uint8_t red, uint8_t green, ui
     return bestIndex;
 }
 
-void dither_row(uint8_t *current, uint8_t *next, const NearestSearch *search, int32_t width) {
+namespace {
+
+// The row loop, with and without a next row; the first pixel has no
+// below-left neighbour.
+template <bool kNext>
+int16_t diffuse(uint8_t *current, uint8_t *next, const NearestSearch *search, int32_t width) {
     const uint8_t *table = search->table;
-    if (table == nullptr || search->count < 1 || width < 1 || current == nullptr) return;
-    int16_t k = 0;  // a row of one pixel takes entry 0
+    int16_t k = 0;
     for (int32_t x = 0; x + 1 < width; ++x) {
         uint8_t *p = current + 3 * static_cast<ptrdiff_t>(x);
         k = nearest_find(search, p[0], p[1], p[2]);
@@ -79,7 +83,7 @@ void dither_row(uint8_t *current, uint8_t *next, const NearestSearch *search, in
             int32_t e716 = (7 * e) / 16;
             p[c] = t[c];
             p[3 + c] = clamp(p[3 + c] + e716);
-            if (next != nullptr) {
+            if constexpr (kNext) {
                 uint8_t *q = next + 3 * static_cast<ptrdiff_t>(x) + c;
                 q[0] = clamp(q[0] + e716 - e8);
                 if (x > 0) q[-3] = clamp(q[-3] + e716 - 2 * e8);
@@ -87,6 +91,17 @@ void dither_row(uint8_t *current, uint8_t *next, const NearestSearch *search, in
             }
         }
     }
+    return k;
+}
+
+}  // namespace
+
+void dither_row(uint8_t *current, uint8_t *next, const NearestSearch *search, int32_t width) {
+    const uint8_t *table = search->table;
+    if (table == nullptr || search->count < 1 || width < 1 || current == nullptr) return;
+    // A row of one pixel takes entry 0.
+    int16_t k = next != nullptr ? diffuse<true>(current, next, search, width)
+                                : diffuse<false>(current, nullptr, search, width);
     uint8_t *last = current + 3 * static_cast<ptrdiff_t>(width - 1);
     const uint8_t *t = table + 3 * k;
     last[0] = t[0];
