@@ -54,8 +54,9 @@ void open_memory(StreamRecord *r, intptr_t *d, uint32_t mode) {
         d[kDescSize] = static_cast<intptr_t>(size);
         r->lastValid = static_cast<int32_t>(size - 1);
     }
-    r->lastSlot = size > 0 ? static_cast<int32_t>(size - 1) : -1;
-    if (r->lastValid > r->lastSlot) r->lastValid = r->lastSlot;
+    // After the end mark is dropped from an empty block the last slot is -2:
+    // the first growth then gives growBy - 1 bytes, as the hosts expect.
+    r->lastSlot = static_cast<int32_t>(size - 1);
     r->growBy = static_cast<int32_t>(d[kDescGrowBy]);
     r->cursor = 0;
     r->bufferStart = 0;
