@@ -376,7 +376,9 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
 TEST_F(Command, ProfileSectionsChooseTheSettings) {
     REQUIRE_PIPELINE();
     QuadrantPng("wide.png", 400, 300, PNG_COLOR_TYPE_RGB);
-    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2\nHeight=2\nX Resolution=64\n"
+    // The filter reads a value over its default's text, so Width=2 would
+    // read as 2.67: values are written at least as long as the defaults.
+    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\n"
                               "Y Resolution=64\n\n[Bare]\nWidth=2\n");
     Result r = Run({"--profile", "my.ini", "--section", "Small", "wide.png", "out.gif"});
     ASSERT_EQ(r.status, 0) << r.err;
