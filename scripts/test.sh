@@ -16,9 +16,6 @@ ctest --test-dir build/gcc --output-on-failure -j "$jobs"
 cmake -S . -B build/sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DTOLVA_WERROR=ON -DTOLVA_SANITIZE=ON -DTOLVA_FUZZ=ON
 cmake --build build/sanitize -j "$jobs"
-ASAN_OPTIONS=abort_on_error=1:detect_leaks=1 \
-UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-  ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
 
 # A short fuzz run per target; new inputs go to a scratch folder, so the
 # checked-in corpus stays as it is.
@@ -32,3 +29,7 @@ for target in profile_fuzz opcode_fuzz export_fuzz; do
   rm -rf "$scratch"
 done
 echo "fuzz: 3 targets ran ${fuzz_seconds}s each without a crash"
+
+ASAN_OPTIONS=abort_on_error=1:detect_leaks=1 \
+UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+  ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
