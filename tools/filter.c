@@ -57,6 +57,7 @@ enum {
     ESC_HEIGHT = 14,
     ESC_RESOLUTION_MODE = 18,
     ESC_SIZE_MODE = 19,
+    ESC_COLOUR_CLASS_QUERY = 57,
     ESC_DONE = 1
 };
 /* Selector 2 picks resolution mode 309 and size mode 602: the picture's own. */
@@ -164,8 +165,10 @@ int tolva_filter_load(const char *path, const char *self, TolvaFilter *f, char *
 {
     memset(f, 0, sizeof *f);
     if (path != NULL) {
-        snprintf(tried, triedSize, "%s", path);
-        return open_module(path, f, error, errorSize);
+        /* A name without a slash is a file here, not a search of the
+         * loader's path. */
+        snprintf(tried, triedSize, "%s%s", strchr(path, '/') ? "" : "./", path);
+        return open_module(tried, f, error, errorSize);
     }
     char directory[PATH_MAX] = ".";
     if (self != NULL) {
@@ -336,17 +339,17 @@ static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptio
     }
     int32_t count = tolva_band_count(image, o->bands);
     tolva_progress_bands(progress, 0, count);
-    for (int32_t k = 0; k < count; ++k) {
-        if (tolva_progress_stopping(progress)) {
-            return TOLVA_ERR_STOPPED;
-        }
+    for (int32_t k = 0; k < count && !tolva_progress_stopping(progress); ++k) {
         int32_t first = (int32_t)((int64_t)k * image->height / count);
         int32_t last = (int32_t)((int64_t)(k + 1) * image->height / count);
         if (send_cell_array(d, image, first, last) != 0) {
-            return d->firstError;
+            break;
         }
         tolva_progress_bands(progress, k + 1, count);
     }
+    /* A picture once opened is always closed, even after a stop or a failed
+     * band: closing is what releases the filter's picture bitmap. After a
+     * stop the filter gives up at its first progress report. */
     if (send_primitive_close(d) != 0) {
         return d->firstError;
     }
@@ -361,9 +364,33 @@ static int32_t refuse(char *error, size_t size, const char *what)
     return TOLVA_EXPORT_REFUSED;
 }
 
+/*
+ * A profile section without a "Driver" key leaves the Setup block zero-filled
+ * rather than at the defaults, and a zero size or resolution cannot make a
+ * picture. The colour class query is how a host notices: it refuses colour
+ * mode 0.
+ */
+static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, size_t errorSize)
+{
+    int32_t colourClass = 0;
+    if (f->escapeSetup(setup, ESC_COLOUR_CLASS_QUERY, 4, NULL, &colourClass, 0) == ESC_DONE) {
+        return 0;
+    }
+    const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
+    if (block != NULL) {
+        snprintf(error, errorSize, "%.143s: section [%.143s] holds no settings for the filter "
+                 "(it has no Driver key)", block->profilePath, block->sectionName);
+        (void)f->globalUnlock(setup); /* always 0 */
+    }
+    return TOLVA_EXPORT_NO_SETTINGS;
+}
+
 static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
                                intptr_t *status, char *error, size_t errorSize)
 {
+    if (check_profile(f, setup, error, errorSize) != 0) {
+        return TOLVA_EXPORT_NO_SETTINGS;
+    }
     if (o->colourClass != 0) {
         int32_t colourClass = o->colourClass;
         if (f->escapeSetup(setup, ESC_COLOUR_CLASS, 4, &colourClass, NULL, 0) != ESC_DONE) {

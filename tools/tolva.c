@@ -8,6 +8,7 @@
  */
 #include <errno.h>
 #include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -122,7 +123,10 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
             return report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
         }
         if (result == TOLVA_EXPORT_REFUSED) {
-            return report(EXIT_USAGE, name, "%s", error);
+            return report(EXIT_USAGE, NULL, "%s", error);
+        }
+        if (result == TOLVA_EXPORT_NO_SETTINGS) {
+            return report(EXIT_FAILURE, NULL, "%s", error);
         }
         if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
             return report(EXIT_FAILURE, name, "%s", error);
@@ -164,6 +168,8 @@ int main(int argc, char **argv)
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
     tolva_catch_interrupt();
+    /* A closed pipe must end in a message and a clean-up, not a silent death. */
+    signal(SIGPIPE, SIG_IGN);
 
     TolvaImage image;
     int status = load_picture(&o, &image);

@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kWriteMode = 4097;  // create or truncate, then write
-constexpr uint32_t kDeleteMode = 512;  // no stream: remove the named file
 constexpr intptr_t kMemoryGrowth = 4096;
 
 intptr_t status_word(const intptr_t *record, int index) {
@@ -26,18 +24,17 @@ void copy_name(char (&field)[144], const char *name) {
 
 // Opens the output stream into raster->outputStream; 0 or the init result.
 int32_t open_output(SetupBlock *raster) {
-    uint32_t mode = kWriteMode;
     if (raster->outputDevice != 0) {
         intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
             status_word(raster->statusRecord, TOLVA_STATUS_DEVICE), 0, 0, 0, raster->outputDevice,
             0};
         // The host's I/O procedure reports its own failures; a null stream
         // here is not checked.
-        raster->outputStream = zunOpen(raster->fileName, descriptor, mode);
+        raster->outputStream = zunOpen(raster->fileName, descriptor, TOLVA_STREAM_OUTPUT);
         return TOLVA_OK;
     }
     if (raster->fileName[0] != '\0') {
-        raster->outputStream = zunOpen(raster->fileName, nullptr, mode);
+        raster->outputStream = zunOpen(raster->fileName, nullptr, TOLVA_STREAM_OUTPUT);
     } else {
         HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
         if (work == 0) return TOLVA_ERR_WORK_BUFFER;
@@ -45,7 +42,7 @@ int32_t open_output(SetupBlock *raster) {
         raster->exportMemoryData = GlobalLock(work);
         intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
             reinterpret_cast<intptr_t>(&raster->exportMemoryData), 0, kMemoryGrowth, 0, 0, 0};
-        raster->outputStream = zunOpen(nullptr, descriptor, mode);
+        raster->outputStream = zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
     }
     return raster->outputStream == 0 ? TOLVA_ERR_STREAM : TOLVA_OK;
 }
@@ -129,7 +126,7 @@ int32_t termdvr(int32_t) {
         // draw, and that is reported as 300.
         if (descriptor[TOLVA_METAFILE_HANDLE] != 0 && escape() == 0) {
             result = OutputPicture(raster->outputStream, descriptor, DrawPlatformMetafile);
-            if (escape() != 0) (void)zunOpen(raster->fileName, nullptr, kDeleteMode);
+            if (escape() != 0) (void)zunOpen(raster->fileName, nullptr, TOLVA_STREAM_DELETE);
         }
         (void)DeleteMetaFileHandle(descriptor[TOLVA_METAFILE_HANDLE]);  // always 0
         hook = TermPlatformMetafileFilter(raster->hookResult);

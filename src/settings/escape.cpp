@@ -174,13 +174,20 @@ const EscapeRow *find_escape(int32_t code) {
     return nullptr;
 }
 
+// Writes a changed setting through to the block's profile. A failed write is
+// not reported: the change in the block stands either way.
+void save_setting(const SetupBlock *block, int32_t key, const char *text) {
+    char name[32] = {};
+    LoadString(0, key, name, sizeof name - 1);
+    (void)WritePrivateProfileString(block->sectionName, name, text, block->profilePath);
+}
+
 }  // namespace
 
 extern "C" {
 
 int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                      void *output, int32_t save) {
-    (void)save;
     if (setup == 0) return kRefused;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return kRefused;
@@ -194,6 +201,7 @@ int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *
             result = row->wrongSize;
         else
             result = row->run(block, &call);
+        if (result == kDone && save != 0 && row->key >= 0) save_setting(block, row->key, call.text);
     }
     GlobalUnlock(setup);
     return result;
