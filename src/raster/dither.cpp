@@ -115,8 +115,62 @@ TableChoice choose_table(HGLOBAL bits, int32_t width, int32_t height, int16_t sr
     return choice;
 }
 
+// Writes one row of indices at 1, 4 or 8 bits into a zeroed row: the value
+// of each pixel is the index of its table entry's nearest entry, its low bits
+// taken as the pixel store of that depth takes them.
+void store_indices(uint8_t *row, const int16_t *chosen, const uint8_t *entryIndex, int32_t width,
+                   int16_t dstBits) {
+    for (int32_t x = 0; x < width; ++x) {
+        uint32_t v = entryIndex[chosen[x]];
+        switch (dstBits) {
+        case 1: row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (v & 1u) << (7 - (x & 7))); break;
+        case 4: row[x >> 1] = static_cast<uint8_t>(row[x >> 1] | (v & 15u) << ((x & 1) != 0 ? 0 : 4)); break;
+        default: row[x] = static_cast<uint8_t>(v); break;
+        }
+    }
+}
+
+// The blocks of the direct mapping: the indices chosen along one row and,
+// per table entry, the index that the nearest-colour search gives its colour.
+struct DirectMap {
+    HGLOBAL result;
+    uint8_t *out;
+    HGLOBAL chosenHandle;
+    int16_t *chosen;
+    HGLOBAL entryHandle;
+    uint8_t *entryIndex;
+};
+
+bool direct_open(DirectMap *m, int32_t width, int32_t height, int16_t dstBits, const uint8_t *t,
+                 int16_t count, NearestSearch *search) {
+    m->result = rlGetMemory(1, static_cast<int32_t>(rlCalcNewSize(width, height, dstBits)));
+    m->out = static_cast<uint8_t *>(rlLockMemory(m->result));
+    m->chosenHandle = rlGetMemory(2, width);
+    m->chosen = static_cast<int16_t *>(rlLockMemory(m->chosenHandle));
+    m->entryHandle = rlGetMemory(1, count);
+    m->entryIndex = static_cast<uint8_t *>(rlLockMemory(m->entryHandle));
+    if (m->out == nullptr || m->chosen == nullptr || m->entryIndex == nullptr) return false;
+    for (int16_t k = 0; k < count; ++k) {
+        const uint8_t *e = t + 3 * k;
+        m->entryIndex[k] = static_cast<uint8_t>(nearest_find(search, e[0], e[1], e[2]));
+    }
+    return true;
+}
+
+void direct_close(DirectMap *m) {
+    (void)rlUnlockMemory(m->result);  // unlocking cannot fail
+    (void)rlFreeNewData(m->chosenHandle);  // 0 when it was never made
+    (void)rlFreeNewData(m->entryHandle);
+}
+
 // Diffuses the 24-bit work copy against the table, maps it to dstBits and
 // frees it; returns the new bitmap.
+//
+// Once a row is diffused every pixel holds exactly the colour of its chosen
+// entry, so mapping it by nearest colour only needs each entry's own nearest
+// index: at 1, 4 and 8 bits the rows are written from the chosen entries as
+// they are finished. Other depths, and the per-pixel trace of the debug
+// levels, go through rlConvertBitmapDepth, which gives the same bytes.
 HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstBits,
                        HGLOBAL table, int16_t count) {
     count = usable_count(table, count);
@@ -124,10 +178,28 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
     auto *data = static_cast<uint8_t *>(rlLockMemory(work));
     const auto *t = static_cast<const uint8_t *>(rlLockMemory(table));
     int32_t line = rlBytesPerLine(width, 24);
-    if (data != nullptr && t != nullptr && width > 0 && height > 0 &&
-        static_cast<uint64_t>(line) * static_cast<uint64_t>(height) <= GlobalSize(work)) {
+    bool diffused = data != nullptr && t != nullptr && width > 0 && height > 0 &&
+                    static_cast<uint64_t>(line) * static_cast<uint64_t>(height) <=
+                        GlobalSize(work);
+    bool direct = diffused && count >= 1 && _debug_color_res == 0 &&
+                  (dstBits == 1 || dstBits == 4 || dstBits == 8);
+    DirectMap map{};
+    if (diffused) {
+        // Small tables are searched entry by entry within the query's class;
+        // larger ones through the cell structure, worth its block only then.
+        RlNearest cells;
+        bool celled = count > 32;
+        if (celled) (void)rl_nearest_open(&cells, t, count);  // a failed open scans linearly
         NearestSearch search;
-        nearest_make(&search, t, count);
+        nearest_make(&search, t, count, celled ? &cells : nullptr);
+        HGLOBAL memo = rlGetMemory(6, TOLVA_NEAREST_MEMO);
+        auto *memoBytes = static_cast<uint8_t *>(rlLockMemory(memo));
+        if (memoBytes != nullptr) {
+            search.memoKey = reinterpret_cast<uint32_t *>(memoBytes);
+            search.memoIndex = reinterpret_cast<int16_t *>(memoBytes + 4 * TOLVA_NEAREST_MEMO);
+        }
+        if (direct) direct = direct_open(&map, width, height, dstBits, t, count, &search);
+        int32_t outLine = rlBytesPerLine(width, dstBits);
         for (int32_t y = 0; y < height; ++y) {
             uint8_t *current = data + static_cast<ptrdiff_t>(y) * line;
             uint8_t *next = y + 1 < height ? current + line : nullptr;
@@ -137,14 +209,27 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
                 if (y == 0) rev_rgb(width, current, 3);
                 if (next != nullptr) rev_rgb(width, next, 3);
             }
-            dither_row(current, next, &search, width);
+            if (dither_row(current, next, &search, width, direct ? map.chosen : nullptr) &&
+                direct) {
+                store_indices(map.out + static_cast<ptrdiff_t>(y) * outLine, map.chosen,
+                              map.entryIndex, width, dstBits);
+            }
             if (tracing_rows()) std::printf(".");
         }
+        if (celled) rl_nearest_close(&cells);
+        (void)rlFreeNewData(memo);  // always made
     }
     if (tracing_rows()) std::printf("\n");
     (void)rlUnlockMemory(table);  // unlocking cannot fail
     (void)rlUnlockMemory(work);
-    HGLOBAL result = rlConvertBitmapDepth(work, width, height, 24, dstBits, 0, table, count);
+    HGLOBAL result;
+    if (direct) {
+        result = map.result;
+    } else {
+        if (map.result != 0) (void)rlFreeNewData(map.result);  // a direct map that failed
+        result = rlConvertBitmapDepth(work, width, height, 24, dstBits, 0, table, count);
+    }
+    direct_close(&map);
     (void)rlFreeNewData(work);  // 0 when the copy could not be made
     return result;
 }

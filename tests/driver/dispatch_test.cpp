@@ -94,4 +94,46 @@ TEST_F(Dispatch, PrimitiveSupportComesFromTheHostsTable) {
     GDPSupport[1] = GDPSupport[7] = 0;
 }
 
+// Random opcodes in random order, with fields a host could send: nothing
+// may crash or touch memory outside its block (the sanitizer build watches).
+TEST_F(Dispatch, RandomOpcodeSequencesStayInsideTheirBlocks) {
+    ASSERT_EQ(start(64), 0);
+    std::vector<Row> all = rows();
+    uint32_t seed = 12345;
+    auto next = [&seed](uint32_t n) {
+        seed = seed * 1103515245u + 12345u;
+        return (seed >> 8) % n;
+    };
+    bool pictureOpen = false;
+    for (int i = 0; i < 3000; ++i) {
+        // Half the calls lean towards the picture body and its drawing.
+        const int32_t drawing[] = {0x1, 0x3, 0x4, 0x206, 0x522, 0x409, 0x409, 0x40a, 0x40a};
+        Op op(next(2) == 0 ? drawing[next(9)] : all[next(static_cast<uint32_t>(all.size()))].opcode);
+        for (size_t at = 4; at < 100; at += 4) op.i32(at, static_cast<int32_t>(next(40)) - 8);
+        for (size_t at = 16; at < 64; at += 8) op.f64(at, static_cast<double>(next(60)) - 20.0);
+        const int32_t bits[] = {1, 4, 8, 24, 32, -32768};
+        op.i32(88, static_cast<int32_t>(next(16))).i32(92, static_cast<int32_t>(next(8)));
+        op.i32(96, bits[next(6)]).i32(16, static_cast<int32_t>(next(300)));
+        static const uint8_t elsewhere[512] = {};
+        const uint8_t *address = elsewhere;  // where 1-bit cells are held
+        op.raw(102, &address, sizeof address);
+        if (op.bytes[0] == 0x0a && op.bytes[1] == 0x04) {  // a primitive: -5 or -6
+            bool opening = next(2) == 0 && !pictureOpen;
+            op.i32(16, opening ? -5 : -6).i32(20, 0).i32(28, static_cast<int32_t>(next(20)));
+            op.i32(32, static_cast<int32_t>(next(12))).i32(36, bits[next(6)]);
+            if (lpEMData->deviceState == 8) pictureOpen = opening;
+        }
+        call(op);
+        if (lpEMData->deviceState == 1 && lpSetup->exportMemoryData != nullptr) {
+            GlobalFree(GlobalHandle(lpSetup->exportMemoryData));  // the host's block
+            lpSetup->exportMemoryData = nullptr;
+        }
+        if (lpEMData->deviceState != 8 && pictureOpen && lpEMData->pictureBitmap != 0) {
+            GlobalFree(lpEMData->pictureBitmap);  // a picture the host never closed
+            lpEMData->pictureBitmap = 0;
+            pictureOpen = false;
+        }
+    }
+}
+
 }  // namespace

@@ -115,21 +115,45 @@ Pixels random_table(std::mt19937 &rng, int32_t n) {
     return t;
 }
 
-TEST(DitherSearch, SplitTableAnswersAsTheLinearSearch) {
+TEST(DitherSearch, BothSearchesAnswerAsTheLinearSearch) {
     std::mt19937 rng(11);
     for (int32_t n : {1, 2, 3, 8, 16, 17, 64, 256, 300}) {
         Pixels t = random_table(rng, n);
-        NearestSearch search;
-        nearest_make(&search, t.data(), static_cast<int16_t>(n));
+        NearestSearch split, celled;
+        RlNearest cells;
+        ASSERT_EQ(rl_nearest_open(&cells, t.data(), static_cast<int16_t>(n)), 0);
+        nearest_make(&split, t.data(), static_cast<int16_t>(n), nullptr);
+        nearest_make(&celled, t.data(), static_cast<int16_t>(n), &cells);
         for (int i = 0; i < 20000; ++i) {
             auto r = static_cast<uint8_t>(rng()), g = static_cast<uint8_t>(rng()),
                  b = static_cast<uint8_t>(rng());
             if (i % 3 == 0) g = static_cast<uint8_t>(r + static_cast<int>(rng() % 9) - 4);
             if (i % 3 == 0) b = static_cast<uint8_t>(r + static_cast<int>(rng() % 9) - 4);
-            ASSERT_EQ(nearest_find(&search, r, g, b),
-                      rlNearestRGBIndex(r, g, b, t.data(), static_cast<int16_t>(n)))
-                << n << ": " << +r << "," << +g << "," << +b;
+            int16_t expected = rlNearestRGBIndex(r, g, b, t.data(), static_cast<int16_t>(n));
+            ASSERT_EQ(nearest_find(&split, r, g, b), expected) << n << ": " << +r << "," << +g << "," << +b;
+            ASSERT_EQ(nearest_find(&celled, r, g, b), expected) << n << ": " << +r << "," << +g << "," << +b;
         }
+        rl_nearest_close(&cells);
+    }
+}
+
+TEST(DitherSearch, MemoAnswersAsTheLinearSearch) {
+    // Few distinct colours, asked many times, so that slots are both reused
+    // and overwritten.
+    std::mt19937 rng(13);
+    Pixels t = random_table(rng, 20);
+    std::vector<uint32_t> keys(TOLVA_NEAREST_MEMO, 0);
+    std::vector<int16_t> answers(TOLVA_NEAREST_MEMO, 0);
+    NearestSearch search;
+    nearest_make(&search, t.data(), 20, nullptr);
+    search.memoKey = keys.data();
+    search.memoIndex = answers.data();
+    std::vector<uint32_t> colours(6000);
+    for (auto &c : colours) c = rng() & 0xFFFFFF;
+    for (int i = 0; i < 100000; ++i) {
+        uint32_t c = colours[rng() % colours.size()];
+        auto r = static_cast<uint8_t>(c >> 16), g = static_cast<uint8_t>(c >> 8), b = static_cast<uint8_t>(c);
+        ASSERT_EQ(nearest_find(&search, r, g, b), rlNearestRGBIndex(r, g, b, t.data(), 20));
     }
 }
 
@@ -310,6 +334,22 @@ TEST(DitherBitmap, IndexedSourcesAreCopiedWithoutTheirTable) {
     for (HGLOBAL h : {src, srcTable, table, out}) GlobalFree(h);
 }
 
+TEST(DitherBitmap, GeneratedPicturesMatchThePerPixelLoop) {
+    std::mt19937 rng(25);
+    for (int trial = 0; trial < 45; ++trial) {
+        int16_t depth = trial % 3 == 0 ? 1 : (trial % 3 == 1 ? 4 : 8);
+        int32_t w = 1 + static_cast<int32_t>(rng() % 50), h = 1 + static_cast<int32_t>(rng() % 20);
+        HGLOBAL src = random_picture(rng, w, h);
+        HGLOBAL table = 0;
+        HGLOBAL out = rlDitherBitmap(src, w, h, 24, depth, 0, &table);
+        int16_t count = depth == 1 ? 8 : static_cast<int16_t>(1 << depth);
+        HGLOBAL expected = oracle_dither_given(src, w, h, 24, depth, table, count);
+        ASSERT_TRUE(same_block(out, expected)) << trial;
+        EXPECT_TRUE(indices_below(out, w, h, depth, count)) << trial;
+        for (HGLOBAL x : {src, table, out, expected}) GlobalFree(x);
+    }
+}
+
 TEST(DitherBitmap, EveryIndexBelowTheTableCount) {
     std::mt19937 rng(24);
     for (int trial = 0; trial < 40; ++trial) {
@@ -345,6 +385,24 @@ TEST(DitherBitmap, DebugOutputGoesToStandardOutput) {
                     "color 7: [224, 224, 224]\n"
                     "Dithering...each(.) represents one scan line\n..\n");
     for (HGLOBAL h : {src, table, out}) GlobalFree(h);
+
+    // A traced run maps through the per-pixel conversion: the same bytes.
+    std::mt19937 rng(26);
+    HGLOBAL pic = random_picture(rng, 29, 11);
+    for (int16_t depth : {1, 4, 8}) {
+        HGLOBAL t1 = 0, t2 = 0;
+        _debug_color_res = 1;
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        HGLOBAL traced = rlDitherBitmap(pic, 29, 11, 24, depth, 0, &t1);
+        (void)testing::internal::GetCapturedStderr();
+        (void)testing::internal::GetCapturedStdout();
+        _debug_color_res = 0;
+        HGLOBAL quiet = rlDitherBitmap(pic, 29, 11, 24, depth, 0, &t2);
+        EXPECT_TRUE(same_block(traced, quiet)) << depth;
+        for (HGLOBAL h : {t1, t2, traced, quiet}) GlobalFree(h);
+    }
+    GlobalFree(pic);
 }
 
 TEST(DitherBitmap, BadInput) {
