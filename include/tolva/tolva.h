@@ -1060,8 +1060,6 @@ typedef struct CellBitmapState {
 } CellBitmapState;
 
 #define TOLVA_CELL_BITMAP_STATE_SIZE 288
-/* An image of more pixels than this is spooled to a temporary file. */
-#define TOLVA_MEMORY_SPOOL_PIXELS 349999
 TOLVA_STATIC_ASSERT(offsetof(CellBitmapState, carry) == 16, "CellBitmapState.carry");
 TOLVA_STATIC_ASSERT(offsetof(CellBitmapState, spoolName) + 256 <= offsetof(CellBitmapState, spoolStream),
                     "CellBitmapState.spoolName holds 256 characters");

@@ -11,6 +11,10 @@
 
 #include "tolva/tolva.h"
 
+// Interlaced images of more pixels than this are spooled to a temporary file
+// rather than to memory.
+constexpr uint32_t kGifMemorySpoolPixels = 349999;
+
 // The choices of the current Setup block; all off without one.
 struct GifSettings {
     bool interlace;

@@ -28,7 +28,7 @@ extern "C" {
 HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
     int32_t error = TOLVA_OK;
     HGLOBAL spool = 0;
-    if (pixels > TOLVA_MEMORY_SPOOL_PIXELS) {
+    if (pixels > kGifMemorySpoolPixels) {
         char name[TOLVA_TEMP_NAME_SIZE] = {};
         state->spoolName[0] = '\0';
         if (ZUNGetTempFileName(0, "", 0, name) != 0 && std::strlen(name) < sizeof state->spoolName) {

@@ -92,7 +92,7 @@ std::vector<std::vector<uint8_t>> segments_of(const Picture &p, const std::vecto
 }
 
 // Whether the writer's stream for this picture is one a decoder can read in
-// full. Four stated behaviours make streams that it cannot: a one-pixel
+// full. Four habits of the writer make streams that it cannot: a one-pixel
 // segment (its pixel is never emitted), a second width raise at the end of a
 // segment that is not the last (the joining clear code is one bit wider than
 // decoders read), an interlaced picture of a few rows spooled in bands (no
@@ -167,16 +167,6 @@ TEST_F(GifRoundTrip, EveryPaletteWidthBandingAndInterlace) {
     // The set-aside cases must stay the exception.
     EXPECT_GT(files, 800);
     EXPECT_LT(set_aside, files / 4);
-}
-
-TEST_F(GifRoundTrip, LongPicturesCrossTheTableResetManyTimes) {
-    for (bool interlaced : {false, true}) {
-        setup_.interlace = interlaced ? TOLVA_INTERLACE_ON : 0;
-        Picture noise = make_picture(11, 640, 400, 256, false);
-        expect_decodes_to(write_to_memory(&noise, {400}), noise, interlaced);
-        Picture runs = make_picture(12, 2000, 120, 7, true);
-        expect_decodes_to(write_to_memory(&runs, {50, 50, 20}), runs, interlaced);
-    }
 }
 
 TEST_F(GifRoundTrip, SpoolInMemoryUpTo349999PixelsAndInAFileBeyond) {
