@@ -12,7 +12,6 @@
 #include <memory>
 #include <vector>
 
-#include "driver/driver.h"
 #include "test_host.h"
 
 using namespace test_host;
@@ -234,14 +233,14 @@ TEST_F(Export, NoFileNameWritesIntoAMemoryBlock) {
     Device device;
     ASSERT_EQ(device.start(""), 0);
     send_picture(device, p, Send{});
-    // The block stays with the device until the next open or the end.
-    void *data = *tolva_driver::memory_output_ref();
-    ASSERT_NE(data, nullptr);
-    uint32_t size = GlobalSize(GlobalHandle(data));
-    Gif gif = decode_memory(static_cast<const uint8_t *>(data), size);
-    expect_downward_indices(gif, p);
     device.stop();
-    EXPECT_EQ(*tolva_driver::memory_output_ref(), nullptr);
+    // The block is the host's, found through its Setup block.
+    HGLOBAL block = device.settings->exportMemoryBlock;
+    ASSERT_NE(block, 0u);
+    const auto *data = static_cast<const uint8_t *>(device.settings->exportMemoryData);
+    ASSERT_EQ(data, GlobalLock(block));
+    expect_downward_indices(decode_memory(data, GlobalSize(block)), p);
+    GlobalFree(block);
 }
 
 // Status functions. A stop answer to a plain query is followed by the
