@@ -57,6 +57,7 @@ enum {
     ESC_HEIGHT = 14,
     ESC_RESOLUTION_MODE = 18,
     ESC_SIZE_MODE = 19,
+    ESC_COLOUR_CLASS_QUERY = 57,
     ESC_DONE = 1
 };
 /* Selector 2 picks resolution mode 309 and size mode 602: the picture's own. */
@@ -363,9 +364,33 @@ static int32_t refuse(char *error, size_t size, const char *what)
     return TOLVA_EXPORT_REFUSED;
 }
 
+/*
+ * A profile section without a "Driver" key leaves the Setup block zero-filled
+ * rather than at the defaults, and a zero size or resolution cannot make a
+ * picture. The colour class query is how a host notices: it refuses colour
+ * mode 0.
+ */
+static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, size_t errorSize)
+{
+    int32_t colourClass = 0;
+    if (f->escapeSetup(setup, ESC_COLOUR_CLASS_QUERY, 4, NULL, &colourClass, 0) == ESC_DONE) {
+        return 0;
+    }
+    const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
+    if (block != NULL) {
+        snprintf(error, errorSize, "%.143s: section [%.143s] holds no settings for the filter "
+                 "(it has no Driver key)", block->profilePath, block->sectionName);
+        (void)f->globalUnlock(setup); /* always 0 */
+    }
+    return TOLVA_EXPORT_NO_SETTINGS;
+}
+
 static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
                                intptr_t *status, char *error, size_t errorSize)
 {
+    if (check_profile(f, setup, error, errorSize) != 0) {
+        return TOLVA_EXPORT_NO_SETTINGS;
+    }
     if (o->colourClass != 0) {
         int32_t colourClass = o->colourClass;
         if (f->escapeSetup(setup, ESC_COLOUR_CLASS, 4, &colourClass, NULL, 0) != ESC_DONE) {

@@ -57,7 +57,8 @@ void tolva_filter_unload(TolvaFilter *filter);
 /* Why an export stopped, when it was not the filter's own code. */
 enum {
     TOLVA_EXPORT_REFUSED = -2,   /* the setup escape refused a setting; see error */
-    TOLVA_EXPORT_INCOMPLETE = -3 /* the filter reported success but wrote no whole GIF */
+    TOLVA_EXPORT_INCOMPLETE = -3, /* the filter reported success but wrote no whole GIF */
+    TOLVA_EXPORT_NO_SETTINGS = -4 /* the profile section holds no settings; see error */
 };
 
 /*

@@ -123,7 +123,10 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
             return report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
         }
         if (result == TOLVA_EXPORT_REFUSED) {
-            return report(EXIT_USAGE, name, "%s", error);
+            return report(EXIT_USAGE, NULL, "%s", error);
+        }
+        if (result == TOLVA_EXPORT_NO_SETTINGS) {
+            return report(EXIT_FAILURE, NULL, "%s", error);
         }
         if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
             return report(EXIT_FAILURE, name, "%s", error);

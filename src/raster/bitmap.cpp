@@ -73,7 +73,7 @@ uint32_t rlCalcNewSize(int32_t width, int32_t height, int16_t bitsPerPixel) {
 
 uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
                     int16_t bitsPerPixel) {
-    if (bitsPerPixel < 1 || bitsPerPixel > 32) return 0;
+    if (!rl_pixel_depth(bitsPerPixel)) return 0;  // read as 0, without touching the data
     PixelPlace p = place_pixel(bytesPerLine, x, y, bitsPerPixel);
     const uint8_t *at = data + p.offset;
     switch (bitsPerPixel) {
@@ -85,10 +85,8 @@ uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_
         return at[0];
     case 24:
         return rl_pack(at[0], at[1], at[2], 0);
-    case 32:
-        return rl_pack(at[0], at[1], at[2], at[3]);
     default:
-        return 0;
+        return rl_pack(at[0], at[1], at[2], at[3]);
     }
 }
 
@@ -111,7 +109,7 @@ int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
         v = value;
     }
 
-    if (bitsPerPixel < 1 || bitsPerPixel > 32) return 0;
+    if (!rl_pixel_depth(bitsPerPixel)) return 0;  // other depths write nothing
     PixelPlace p = place_pixel(bytesPerLine, x, y, bitsPerPixel);
     uint8_t *at = data + p.offset;
     switch (bitsPerPixel) {
@@ -136,8 +134,6 @@ int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
         [[fallthrough]];
     case 24:
         rl_store_direct(at, v, map, table, tableCount);
-        break;
-    default:
         break;
     }
     return 0;

@@ -369,8 +369,24 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     }
     Result refused = Run({"--size", "30x2", "wide.png", "out2.gif"});
     EXPECT_EQ(refused.status, 2);
-    ExpectOneLine(refused, "out2.gif: the filter refused the size");
+    ExpectOneLine(refused, "tolva: the filter refused the size");
     EXPECT_FALSE(Exists(Path("out2.gif")));
+}
+
+TEST_F(Command, ProfileSectionsChooseTheSettings) {
+    REQUIRE_PIPELINE();
+    QuadrantPng("wide.png", 400, 300, PNG_COLOR_TYPE_RGB);
+    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2\nHeight=2\nX Resolution=64\n"
+                              "Y Resolution=64\n\n[Bare]\nWidth=2\n");
+    Result r = Run({"--profile", "my.ini", "--section", "Small", "wide.png", "out.gif"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Gif gif;
+    ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
+    EXPECT_EQ(std::make_pair(gif.width, gif.height), Fitted(400, 300, 2, 2, 64));
+    r = Run({"--profile=my.ini", "--section=Bare", "wide.png", "bare.gif"});
+    EXPECT_EQ(r.status, 1);
+    ExpectOneLine(r, "section [Bare] holds no settings");
+    EXPECT_FALSE(Exists(Path("bare.gif")));
 }
 
 TEST_F(Command, ColourPicturesKeepTheirWayUpAndRound) {

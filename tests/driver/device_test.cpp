@@ -7,7 +7,6 @@
 #include <array>
 #include <string>
 
-#include "driver/driver.h"
 #include "host_fixture.h"
 
 namespace {
@@ -32,17 +31,20 @@ protected:
     }
 };
 
-TEST_F(Device, WithoutANameTheOutputGoesToMemory) {
+TEST_F(Device, WithoutANameTheOutputGoesToAMemoryBlockOfTheHost) {
     ASSERT_EQ(start(), 0);
     Op open(0x1), close(0x2);
     EXPECT_EQ(call(open), 0);
     ASSERT_NE(lpEMData->outputStream, 0u);
-    EXPECT_EQ(zunWrite(lpEMData->outputStream, "GIF89a", 6), 6);
+    std::vector<uint8_t> bytes(10000);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 7);
+    EXPECT_EQ(zunWrite(lpEMData->outputStream, bytes.data(), 10000), 10000);  // grows twice
     EXPECT_EQ(call(close), 0);
     EXPECT_EQ(lpEMData->deviceState, 1);
-    const uint8_t *block = static_cast<const uint8_t *>(*tolva_driver::memory_output_ref());
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(0, memcmp(block, "GIF89a\xff", 7)) << "the stream's end marker follows the bytes";
+    const uint8_t *block = static_cast<const uint8_t *>(GlobalLock(lpSetup->exportMemoryBlock));
+    ASSERT_EQ(block, lpSetup->exportMemoryData);
+    EXPECT_EQ(0, memcmp(block, bytes.data(), 10000));
+    EXPECT_EQ(block[10000], 0xff) << "the stream's end marker follows the bytes";
 }
 
 TEST_F(Device, ANamedFileIsCreatedAndClosed) {

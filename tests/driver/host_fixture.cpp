@@ -25,7 +25,12 @@ void DriverTest::SetUp() {
 void DriverTest::TearDown() {
     if (lpEMData != nullptr) RASTER_dd_entry32(0, -1, nullptr);
     EXPECT_EQ(lpEMData, nullptr);
-    if (setup != 0) GlobalFree(setup);
+    if (setup != 0) {
+        // The memory output of a device is the host's to free.
+        const SetupBlock *block = static_cast<const SetupBlock *>(GlobalLock(setup));
+        if (block->exportMemoryData != nullptr) GlobalFree(GlobalHandle(block->exportMemoryData));
+        GlobalFree(setup);
+    }
     lpSetup = nullptr;
 }
 

@@ -1,5 +1,9 @@
 // The entry protocol and the driver's life from init to term, for both
 // variants.
+#include <unistd.h>
+
+#include <string>
+
 #include "host_fixture.h"
 
 namespace {
@@ -208,11 +212,36 @@ TEST(ExportVariant, CallsRouteThroughTheCommonBlock) {
     lpCommon = nullptr;
 }
 
-TEST(ExportVariant, TermWithoutAMetafileEndsWith300) {
+TEST(ExportVariant, InitOpensTheOutputAndTermEndsWith300) {
+    char path[] = "/tmp/tolva-export-XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    close(fd);
+    std::string kept = path;
+    for (char *name : {path, static_cast<char *>(nullptr)}) {
+        char empty[1] = "";
+        HGLOBAL settings = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);
+        intptr_t block[16] = {};
+        block[TOLVA_EXPORT_INIT_FILE_NAME] = reinterpret_cast<intptr_t>(name ? name : empty);
+        block[TOLVA_EXPORT_INIT_SETUP] = static_cast<intptr_t>(settings);
+        ASSERT_EQ(dd_entry32(0, 0, block), 0);
+        EXPECT_EQ(path[0], '\0') << "the host's name is cleared";
+        EXPECT_EQ(block[TOLVA_EXPORT_INIT_SETUP], 0) << "hSetup, which no hook produces here";
+        EXPECT_EQ(hRaster, settings);
+        EXPECT_STREQ(lpRaster->fileName, name ? kept.c_str() : "");
+        EXPECT_NE(lpRaster->outputStream, 0u);
+        EXPECT_EQ(lpRaster->exportMemoryData != nullptr, name == nullptr);
+        EXPECT_EQ(dd_entry32(0, -1, nullptr), 300) << "no metafile on this platform";
+        EXPECT_EQ(lpRaster->outputStream, 0u);
+        if (lpRaster->exportMemoryData != nullptr)
+            GlobalFree(GlobalHandle(lpRaster->exportMemoryData));
+        GlobalFree(settings);
+        lpRaster = nullptr;
+        hRaster = 0;
+    }
+    EXPECT_EQ(unlink(kept.c_str()), 0) << "the named file was created";
     EXPECT_EQ(dd_entry32(0, -1, nullptr), 300);
-    EXPECT_EQ(LockGlobal(5), 0);
-    EXPECT_EQ(UnlockGlobal(5), 0);
-    EXPECT_EQ(AltFontsAvailable(), 0);
+    EXPECT_EQ(LockGlobal(5) + UnlockGlobal(5) + AltFontsAvailable(), 0);
 }
 
 }  // namespace
