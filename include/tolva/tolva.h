@@ -959,21 +959,133 @@ TOLVA_API void RasterWriteCellData(HGLOBAL bitmap, int32_t width, int32_t height
                                    int16_t bitsPerPixel, int32_t colourModel);
 TOLVA_API int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callback);
 TOLVA_API int32_t RasterAdjustAspect(double sizeOut[2], double width, double height);
+/*
+ * The GIF writer. One image per file: BeginCellBitmap once, WriteCellBits once
+ * per band (top band first) until the bands' rows add up to the height,
+ * EndCellBitmap once, all on the same output stream, which must be writable,
+ * seekable and readable (a segment steps back over the byte the previous one
+ * left unfinished). The settings come from lpRaster: interlace 715,
+ * transparency 719 with transparentColour, background 728 with
+ * backgroundColour; a null lpRaster means none of them.
+ */
+
+/**
+ * BeginCellBitmap: writes the GIF89a header, the global colour table (2^bits
+ * entries from `palette`, none for 24 bits), a graphic control extension, the
+ * image descriptor and the code-size byte 8, and creates the per-image state,
+ * whose handle goes to *state (left unchanged if the state cannot be had).
+ * With transparency set, the palette entry nearest to the transparent colour
+ * is overwritten with it, in the caller's array, before the table is written.
+ * When interlacing, opens the spool (see GifOpenSpoolFile). Always returns -1,
+ * also when a header write failed: write failures show up later.
+ */
 TOLVA_API int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height,
                                   int16_t bitsPerPixel, uint8_t *palette, HGLOBAL *state);
+/**
+ * WriteCellBits: one band of `rows` rows of ceil(width * bits / 8) bytes each,
+ * padded to 4 bytes, stored bottom row first in the movable block `band`.
+ * Compresses them as one LZW segment (or appends them to the spool when an
+ * interlaced image comes in several bands). The band's block serves as the
+ * encoder's work buffer: its contents are lost. Returns 0; 300 when `band` is
+ * 0; 303 when the terminator or a parked byte could not be written to the
+ * stream.
+ */
 TOLVA_API int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
                                 int16_t bitsPerPixel, int16_t unused, HGLOBAL state);
+/**
+ * EndCellBitmap: compresses a spooled interlaced image in interlace order,
+ * deletes the spool, writes the trailer 0x3B and frees the state (the handle
+ * is invalid afterwards). Returns 0, or 303 when the trailer could not be
+ * written; nothing else is reported.
+ */
 TOLVA_API int32_t EndCellBitmap(HGLOBAL stream, HGLOBAL state);
+/**
+ * get_nearest_rgb_index: the palette entry nearest to (red, green, blue),
+ * searching max(count, 16) entries, so `palette` must hold at least 16 entries
+ * of red, green, blue. A grey target (components within 4 of each other) is
+ * matched only against grey entries (three equal components), any other
+ * target only against coloured entries; distance is the sum of squared
+ * differences, the lowest index wins ties. 0 when every entry was skipped.
+ */
 TOLVA_API int16_t get_nearest_rgb_index(uint8_t red, uint8_t green, uint8_t blue,
                                         const uint8_t *palette, int32_t count);
+/**
+ * CompressAndWrite: one LZW segment of `count` 8-bit pixels onto the stream.
+ * `work` is the caller's work buffer of at least 264 bytes; `first` starts the
+ * code stream with a clear code; `last` ends it with the end code and the
+ * 0x00 terminator; otherwise the unfinished byte is written bare and *carry
+ * (0 before the first segment) holds its bit count for the next segment.
+ * Returns 0, or 303 when the terminator or the bare byte could not be written
+ * (failed sub-block writes are not reported).
+ */
 TOLVA_API int32_t CompressAndWrite(HGLOBAL stream, const uint8_t *pixels, uint8_t *work,
                                    int32_t count, int32_t first, int32_t last, uint32_t *carry);
+/**
+ * LZWCompression: the encoder of CompressAndWrite without the terminator and
+ * the bare byte. Returns the number of bytes of its closing flush, which is
+ * the index in `work` of the unfinished byte.
+ */
 TOLVA_API int32_t LZWCompression(HGLOBAL stream, const uint8_t *pixels, uint8_t *work,
                                  int32_t count, int32_t first, int32_t last, uint32_t *carry);
+/**
+ * LZWPutCode: ORs the `width`-bit code into `work` at bit *bitPosition, least
+ * significant bit first, clears the two bytes after the four it may touch,
+ * and advances *bitPosition by `width`.
+ */
 TOLVA_API void LZWPutCode(uint8_t *work, uint32_t *bitPosition, uint32_t code, int16_t width);
+/**
+ * LZWWriteSubBlocks: writes n bytes as data sub-blocks of at most 254 bytes.
+ * Returns 0, or 303 at the first write that failed (the rest is not written).
+ */
 TOLVA_API int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n);
 TOLVA_API int32_t ExportCellData(const char *fileName, void *pictureInformation,
                                  void *cellDescriptor, intptr_t *hostArguments);
+
+/**
+ * The per-image state of the GIF writer, in a movable zero-filled block
+ * created by BeginCellBitmap and freed by EndCellBitmap. The block is
+ * TOLVA_CELL_BITMAP_STATE_SIZE bytes, or the struct's size where pointers are
+ * wider than 32 bits.
+ */
+typedef struct CellBitmapState {
+    uint32_t calls;          /* WriteCellBits calls so far; 0 marks the first band */
+    int32_t height;          /* rows of the image */
+    int32_t rowsToCome;      /* rows not yet handed over; < 1 marks the last band */
+    uint32_t bytesPerRow;    /* ceil(width * bits / 8) */
+    uint32_t carry;          /* LZW bit carry between segments, 0..7 */
+    void *spoolData;         /* current address of the memory spool's block */
+    HGLOBAL spoolBlock;      /* the memory spool's block as first allocated; 0 if none */
+    char spoolName[256];     /* the spool file's name; empty for a memory spool */
+    HGLOBAL spoolStream;     /* the open spool; 0 when none */
+} CellBitmapState;
+
+#define TOLVA_CELL_BITMAP_STATE_SIZE 288
+TOLVA_STATIC_ASSERT(offsetof(CellBitmapState, carry) == 16, "CellBitmapState.carry");
+TOLVA_STATIC_ASSERT(offsetof(CellBitmapState, spoolName) + 256 <= offsetof(CellBitmapState, spoolStream),
+                    "CellBitmapState.spoolName holds 256 characters");
+
+/**
+ * GifOpenSpoolFile: opens the spool of an interlaced image of `pixels`
+ * pixels: a temporary file in /tmp (its name kept in state->spoolName) for
+ * more than 349999 pixels, else a memory stream over a block that
+ * state->spoolBlock and state->spoolData keep. Returns the stream, or 0 after
+ * pushing 303 (stream not opened) or 21 (block not allocated) on the error
+ * stack.
+ */
+TOLVA_API HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels);
+/** GifWriteSpoolFile: zunWrite of n bytes onto the spool; zunWrite's result. */
+TOLVA_API int32_t GifWriteSpoolFile(HGLOBAL spool, const uint8_t *bytes, int32_t n);
+/**
+ * GifCloseSpoolFile: closes state->spoolStream and deletes its file (a memory
+ * spool's block stays, for EndCellBitmap to free). zunCloseandDelete's result.
+ */
+TOLVA_API int32_t GifCloseSpoolFile(CellBitmapState *state);
+/**
+ * GifInterlaceandWrite: reads the spooled image back in the four interlace
+ * passes and compresses it as segments of up to 65536 bytes. Returns the
+ * result of the last CompressAndWrite (0 when nothing was compressed).
+ */
+TOLVA_API int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream);
 
 /*
  * The output pipeline (declared above):
