@@ -959,21 +959,133 @@ TOLVA_API void RasterWriteCellData(HGLOBAL bitmap, int32_t width, int32_t height
                                    int16_t bitsPerPixel, int32_t colourModel);
 TOLVA_API int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callback);
 TOLVA_API int32_t RasterAdjustAspect(double sizeOut[2], double width, double height);
+/*
+ * The GIF writer. One image per file: BeginCellBitmap once, WriteCellBits once
+ * per band (top band first) until the bands' rows add up to the height,
+ * EndCellBitmap once, all on the same output stream, which must be writable,
+ * seekable and readable (a segment steps back over the byte the previous one
+ * left unfinished). The settings come from lpRaster: interlace 715,
+ * transparency 719 with transparentColour, background 728 with
+ * backgroundColour; a null lpRaster means none of them.
+ */
+
+/**
+ * BeginCellBitmap: writes the GIF89a header, the global colour table (2^bits
+ * entries from `palette`, none for 24 bits), a graphic control extension, the
+ * image descriptor and the code-size byte 8, and creates the per-image state,
+ * whose handle goes to *state (left unchanged if the state cannot be had).
+ * With transparency set, the palette entry nearest to the transparent colour
+ * is overwritten with it, in the caller's array, before the table is written.
+ * When interlacing, opens the spool (see GifOpenSpoolFile). Always returns -1,
+ * also when a header write failed: write failures show up later.
+ */
 TOLVA_API int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height,
                                   int16_t bitsPerPixel, uint8_t *palette, HGLOBAL *state);
+/**
+ * WriteCellBits: one band of `rows` rows of ceil(width * bits / 8) bytes each,
+ * padded to 4 bytes, stored bottom row first in the movable block `band`.
+ * Compresses them as one LZW segment (or appends them to the spool when an
+ * interlaced image comes in several bands). The band's block serves as the
+ * encoder's work buffer: its contents are lost. Returns 0; 300 when `band` is
+ * 0; 303 when the terminator or a parked byte could not be written to the
+ * stream.
+ */
 TOLVA_API int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
                                 int16_t bitsPerPixel, int16_t unused, HGLOBAL state);
+/**
+ * EndCellBitmap: compresses a spooled interlaced image in interlace order,
+ * deletes the spool, writes the trailer 0x3B and frees the state (the handle
+ * is invalid afterwards). Returns 0, or 303 when the trailer could not be
+ * written; nothing else is reported.
+ */
 TOLVA_API int32_t EndCellBitmap(HGLOBAL stream, HGLOBAL state);
+/**
+ * get_nearest_rgb_index: the palette entry nearest to (red, green, blue),
+ * searching max(count, 16) entries, so `palette` must hold at least 16 entries
+ * of red, green, blue. A grey target (components within 4 of each other) is
+ * matched only against grey entries (three equal components), any other
+ * target only against coloured entries; distance is the sum of squared
+ * differences, the lowest index wins ties. 0 when every entry was skipped.
+ */
 TOLVA_API int16_t get_nearest_rgb_index(uint8_t red, uint8_t green, uint8_t blue,
                                         const uint8_t *palette, int32_t count);
+/**
+ * CompressAndWrite: one LZW segment of `count` 8-bit pixels onto the stream.
+ * `work` is the caller's work buffer of at least 264 bytes; `first` starts the
+ * code stream with a clear code; `last` ends it with the end code and the
+ * 0x00 terminator; otherwise the unfinished byte is written bare and *carry
+ * (0 before the first segment) holds its bit count for the next segment.
+ * Returns 0, or 303 when the terminator or the bare byte could not be written
+ * (failed sub-block writes are not reported).
+ */
 TOLVA_API int32_t CompressAndWrite(HGLOBAL stream, const uint8_t *pixels, uint8_t *work,
                                    int32_t count, int32_t first, int32_t last, uint32_t *carry);
+/**
+ * LZWCompression: the encoder of CompressAndWrite without the terminator and
+ * the bare byte. Returns the number of bytes of its closing flush, which is
+ * the index in `work` of the unfinished byte.
+ */
 TOLVA_API int32_t LZWCompression(HGLOBAL stream, const uint8_t *pixels, uint8_t *work,
                                  int32_t count, int32_t first, int32_t last, uint32_t *carry);
+/**
+ * LZWPutCode: ORs the `width`-bit code into `work` at bit *bitPosition, least
+ * significant bit first, clears the two bytes after the four it may touch,
+ * and advances *bitPosition by `width`.
+ */
 TOLVA_API void LZWPutCode(uint8_t *work, uint32_t *bitPosition, uint32_t code, int16_t width);
+/**
+ * LZWWriteSubBlocks: writes n bytes as data sub-blocks of at most 254 bytes.
+ * Returns 0, or 303 at the first write that failed (the rest is not written).
+ */
 TOLVA_API int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n);
 TOLVA_API int32_t ExportCellData(const char *fileName, void *pictureInformation,
                                  void *cellDescriptor, intptr_t *hostArguments);
+
+/**
+ * The per-image state of the GIF writer, in a movable zero-filled block
+ * created by BeginCellBitmap and freed by EndCellBitmap. The block is
+ * TOLVA_CELL_BITMAP_STATE_SIZE bytes, or the struct's size where pointers are
+ * wider than 32 bits.
+ */
+typedef struct CellBitmapState {
+    uint32_t calls;          /* WriteCellBits calls so far; 0 marks the first band */
+    int32_t height;          /* rows of the image */
+    int32_t rowsToCome;      /* rows not yet handed over; < 1 marks the last band */
+    uint32_t bytesPerRow;    /* ceil(width * bits / 8) */
+    uint32_t carry;          /* LZW bit carry between segments, 0..7 */
+    void *spoolData;         /* current address of the memory spool's block */
+    HGLOBAL spoolBlock;      /* the memory spool's block as first allocated; 0 if none */
+    char spoolName[256];     /* the spool file's name; empty for a memory spool */
+    HGLOBAL spoolStream;     /* the open spool; 0 when none */
+} CellBitmapState;
+
+#define TOLVA_CELL_BITMAP_STATE_SIZE 288
+TOLVA_STATIC_ASSERT(offsetof(CellBitmapState, carry) == 16, "CellBitmapState.carry");
+TOLVA_STATIC_ASSERT(offsetof(CellBitmapState, spoolName) + 256 <= offsetof(CellBitmapState, spoolStream),
+                    "CellBitmapState.spoolName holds 256 characters");
+
+/**
+ * GifOpenSpoolFile: opens the spool of an interlaced image of `pixels`
+ * pixels: a temporary file in /tmp (its name kept in state->spoolName) for
+ * more than 349999 pixels, else a memory stream over a block that
+ * state->spoolBlock and state->spoolData keep. Returns the stream, or 0 after
+ * pushing 303 (stream not opened) or 21 (block not allocated) on the error
+ * stack.
+ */
+TOLVA_API HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels);
+/** GifWriteSpoolFile: zunWrite of n bytes onto the spool; zunWrite's result. */
+TOLVA_API int32_t GifWriteSpoolFile(HGLOBAL spool, const uint8_t *bytes, int32_t n);
+/**
+ * GifCloseSpoolFile: closes state->spoolStream and deletes its file (a memory
+ * spool's block stays, for EndCellBitmap to free). zunCloseandDelete's result.
+ */
+TOLVA_API int32_t GifCloseSpoolFile(CellBitmapState *state);
+/**
+ * GifInterlaceandWrite: reads the spooled image back in the four interlace
+ * passes and compresses it as segments of up to 65536 bytes. Returns the
+ * result of the last CompressAndWrite (0 when nothing was compressed).
+ */
+TOLVA_API int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream);
 
 /*
  * The output pipeline (declared above):
@@ -1130,6 +1242,20 @@ TOLVA_STATIC_ASSERT(sizeof(EMData) <= TOLVA_EMDATA_SIZE, "EMData fits its 1224 b
 TOLVA_STATIC_ASSERT(offsetof(EMData, errors) ==
                         offsetof(EMData, firstError) + sizeof(TolvaErrorRecord),
                     "the first error record lies directly in front of the entries");
+#if UINTPTR_MAX == 0xFFFFFFFFFFFFFFFFu
+/* Where a 64-bit host finds the fields it reads and writes. */
+TOLVA_STATIC_ASSERT(offsetof(EMData, result) == 800, "EMData.result");
+TOLVA_STATIC_ASSERT(offsetof(EMData, errorCapacity) == 804, "EMData.errorCapacity");
+TOLVA_STATIC_ASSERT(offsetof(EMData, firstError) == 816, "EMData.firstError");
+TOLVA_STATIC_ASSERT(offsetof(EMData, deviceWindow) == 904, "EMData.deviceWindow");
+TOLVA_STATIC_ASSERT(offsetof(EMData, deviceState) == 1000, "EMData.deviceState");
+TOLVA_STATIC_ASSERT(offsetof(EMData, currentOpcode) == 1004, "EMData.currentOpcode");
+TOLVA_STATIC_ASSERT(offsetof(EMData, replyPosition) == 1008, "EMData.replyPosition");
+TOLVA_STATIC_ASSERT(offsetof(EMData, replyBuffer) == 1024, "EMData.replyBuffer");
+TOLVA_STATIC_ASSERT(offsetof(EMData, fileName) == 1032, "EMData.fileName");
+TOLVA_STATIC_ASSERT(offsetof(EMData, statusRecord) == 1192, "EMData.statusRecord");
+TOLVA_STATIC_ASSERT(offsetof(EMData, cellFlag) == 1220, "EMData.cellFlag");
+#endif
 
 /**
  * The Common block of the export variant: the host's; the filter only reads
@@ -1157,36 +1283,187 @@ typedef struct CommonBlock {
 #define TOLVA_STATUS_FUNCTION 2
 #define TOLVA_STATUS_WORDS 13
 
+/*
+ * Entry protocol. RASTER_dd_entry and dd_entry: function -2 writes the 4-byte
+ * version TOLVA_FILTER_VERSION to out, -3 writes the address of the matching
+ * 32-bit entry (pointer-sized) to out; anything else does nothing. Both
+ * always return 0.
+ *
+ * RASTER_dd_entry32 (raster device) and dd_entry32 (export filter), by func:
+ *   0  init: RASTER_initdvr / initdvr with block (the init parameter block).
+ *      Skipped (result 0) when the host set hCommon and the raster device
+ *      is not in state -1 / the Common block is not in state 1.
+ *   2  call: block is an opcode parameter block. The result word is zeroed,
+ *      and while the device state is above 0 the opcode's handler runs
+ *      (getfunc); the result is the result word, that is the last error
+ *      pushed during the call, or 0. Before init nothing runs and the result
+ *      is 0; dd_entry32 does nothing and returns 0 while lpCommon is null.
+ *  -1  term: RASTER_termdvr() / termdvr(0).
+ *  -2  writes the 4-byte version at block and returns 4.
+ *  other codes (1 included) return 0.
+ */
 TOLVA_API int32_t RASTER_dd_entry(int16_t func, void *out, void *arg);
 TOLVA_API int32_t dd_entry(int16_t func, void *out, void *arg);
 TOLVA_API int32_t RASTER_dd_entry32(intptr_t unused, int16_t func, void *block);
 TOLVA_API int32_t dd_entry32(intptr_t unused, int16_t func, void *block);
+
+/**
+ * RASTER_initdvr: allocates EMData (lpEMData) and a reply buffer of
+ * block[TOLVA_INIT_REPLY_SIZE] bytes, whose address it stores in
+ * block[TOLVA_INIT_REPLY_BUFFER]; locks the Setup block handle
+ * block[TOLVA_INIT_SETUP] into lpSetup (the host keeps owning it); copies
+ * the file name (cut to 143 bytes); reports (context, 0, -2, 100, 0, 0, 0)
+ * once to the status function of the record block[TOLVA_INIT_STATUS_RECORD]
+ * when it has both a function and a context; fills the host's capability
+ * array block[TOLVA_INIT_CAPABILITIES] (slot 47: the colour conversion mode
+ * 0..4 from the Setup block's colour mode 103..107); sets the device state
+ * to 1. Returns 0, or 300 when no EMData block could be had (also when the
+ * host set hCommon, which keeps AllocGlobal from taking one). A second init
+ * takes a fresh EMData block without releasing the first.
+ */
 TOLVA_API int32_t RASTER_initdvr(intptr_t *block);
+/**
+ * RASTER_termdvr: closes a device that is not in state 1 (as the close
+ * opcode would), frees a picture bitmap left open, the reply buffer and
+ * EMData; lpEMData is null afterwards. Always 0.
+ */
 TOLVA_API int32_t RASTER_termdvr(void);
+/**
+ * initdvr (export filter): locks the settings handle
+ * block[TOLVA_EXPORT_INIT_SETUP] into lpRaster/hRaster, keeps the status
+ * record block[TOLVA_EXPORT_INIT_STATUS_RECORD] and the file name
+ * block[TOLVA_EXPORT_INIT_FILE_NAME] in it, and opens the output stream
+ * (SetupBlock.outputStream) on the output device, the named file, or a
+ * memory stream whose block SetupBlock.exportMemoryBlock/exportMemoryData
+ * hold (the host's to free). Then clears the host's file name and stores
+ * hSetup (0 here) into block[TOLVA_EXPORT_INIT_SETUP]. Returns 0; 22 when the
+ * settings handle is 0 or does not lock; 21 when the memory block could not
+ * be had; 303 when the named file or memory stream could not be opened.
+ */
 TOLVA_API int32_t initdvr(intptr_t *block);
+/**
+ * termdvr (export filter): renders the platform metafile into the output
+ * stream and closes the stream. There are no metafiles on this platform, so
+ * the result is 300 (after the stream is closed); 303 when closing failed.
+ */
 TOLVA_API int32_t termdvr(int32_t unused);
+/** ZUNGetFilterVersion: 0x02000005, the version every query answers. */
 TOLVA_API uint32_t ZUNGetFilterVersion(void);
-/** record[2] receives the name table, the 16-bit count 9 opens record[1]. */
+/**
+ * fltLoadPointers: stores the address of the filter's name table (9
+ * TolvaNameEntry rows) in record[2] and the 16-bit row count 9 in the first
+ * two bytes of record[1]; the rest of the record is left alone.
+ */
 TOLVA_API void fltLoadPointers(intptr_t *record);
+/** AllocGlobal: takes the 1224-byte EMData block unless hCommon is set; always 0. */
 TOLVA_API int32_t AllocGlobal(void);
+/** FreeGlobal: frees EMData when there is one and zeroes hEMData/lpEMData; always 0. */
 TOLVA_API int32_t FreeGlobal(void);
+/** LockGlobal, UnlockGlobal: nothing to do on this platform; always 0. */
 TOLVA_API int32_t LockGlobal(HGLOBAL h);
 TOLVA_API int32_t UnlockGlobal(HGLOBAL h);
+/** AltFontsAvailable: 0, there are no alternative fonts. */
 TOLVA_API int32_t AltFontsAvailable(void);
+/** esc_mode: brackets each opcode call of the export filter; does nothing here. */
 TOLVA_API void esc_mode(int32_t flag);
+/**
+ * getfunc: the handler for an opcode in the raster device's current state:
+ * the row's handler when its state mask shares a bit with the state, else
+ * (also for unknown opcodes, and while there is no EMData) d_noop.
+ */
 TOLVA_API OpcodeHandler getfunc(int32_t opcode);
+/**
+ * InquireSupport: 2 when the low 16 bits of opcode (sign-extended) would run
+ * a handler other than d_noop in the current state, else 0; opcode 0x40a
+ * answers InqGDPSupport(arg) and 0x52b answers 0.
+ */
 TOLVA_API int32_t InquireSupport(int32_t opcode, int32_t arg);
+/** InqGDPSupport: GDPSupport[-id] for id -7..-1, else 0. */
 TOLVA_API int32_t InqGDPSupport(int32_t id);
+/**
+ * push_er: records an error code (kept as 16 bits) on the error stack and in
+ * the result word. A code equal to the top entry's (same current opcode) is
+ * recorded once; with the stack full (count >= capacity; the capacity is the
+ * host's and stays 0 unless it sets one, at most 10) the top entry is
+ * overwritten and the lost-error count grows, so with capacity 0 the first
+ * error record always holds the latest error. Does nothing without EMData.
+ */
 TOLVA_API void push_er(int32_t code);
+/**
+ * mov2buf: appends length bytes to the reply buffer at the reply position,
+ * cut to the room that is left; the position is never rewound, so a full
+ * buffer takes nothing more, without error.
+ */
 TOLVA_API void mov2buf(const void *address, uint32_t length);
+/** d_reset: called by the begin-picture opcode with (0, 4); does nothing here. */
 TOLVA_API void d_reset(int32_t a, int32_t b);
+/**
+ * CallGetSet_Status: fn(context, a, b, c, d, e, f), or 0 when fn is null.
+ * When the answer is non-zero and a and b are both 0 (a plain query), the
+ * function is called again as fn(context, 2, 61, 0, 0, 0, address of ten
+ * zeroed int32_t), and that second answer is returned.
+ */
 TOLVA_API int32_t CallGetSet_Status(StatusFunction fn, intptr_t context, intptr_t a, intptr_t b,
                                     intptr_t c, intptr_t d, intptr_t e, intptr_t f);
+/**
+ * RASTER_escape: asks the raster device's status function whether to stop:
+ * 901 (also pushed) when it says so, else 0 (also without EMData, status
+ * record or function).
+ */
 TOLVA_API int32_t RASTER_escape(void);
+/**
+ * escape: the same for the export filter, through the Common block's status
+ * record, passing its status value as d; 0 while lpCommon is null.
+ */
 TOLVA_API int32_t escape(void);
+/**
+ * UpdateStatus: reports progress `value` (as d) through lpRaster's status
+ * record; 901 when the host says stop, else 0 (also without a record or
+ * function). Pushes nothing.
+ */
 TOLVA_API int32_t UpdateStatus(int32_t value);
 
-/* Opcode handlers: each takes the parameter block and returns it. */
+/*
+ * Opcode handlers: each takes the opcode parameter block, returns it, and
+ * reports only through the error stack and the reply buffer. With the
+ * opcode, the device states in which the dispatch table runs it:
+ *   d_opdv   0x001 (1)  opens the output stream: with the Setup block's
+ *            outputDevice set, through that host I/O procedure (the
+ *            status record's word TOLVA_STATUS_DEVICE as its context; a
+ *            failed open is not reported); else the EMData file name (303
+ *            when it cannot be opened); else a memory stream whose block
+ *            the Setup block's exportMemoryBlock/exportMemoryData hold once
+ *            the device is closed (the GIF and one 0xFF byte; the host frees
+ *            it with GlobalFree). Clears the error stack. State 2.
+ *   d_cldv   0x002 (2, 4, 8, 16)  state 1; closes the stream (303 when that
+ *            fails), or, when RASTER_escape says stop (901), closes it and
+ *            deletes the named file.
+ *   d_begp   0x003 (2, 16)  state 4.   d_begpb 0x004 (4)  state 8.
+ *   d_endp   0x005 (8)  state 16.
+ *   ds_dvwn  0x206 (4)  device window = the six doubles at bytes 16..63.
+ *   ds_bgc   0x207 (4)  background = bytes 16..18.
+ *   ds_dvvp  0x208 (4)  viewport slots 0, 1, 3, 4 = the doubles at 16, 24, 40, 48.
+ *   ds_vpsm  0x209 (4)  mode int16 at 16 (0..2), unit double at 24: mode 1
+ *            with a unit gives resolution trunc(25.4 / unit + 0.5), else 0.
+ *   dq_dvwn  0x2ff (2..16)  replies the window (48 bytes).
+ *   dq_dvvp  0x2fd (2..16)  replies viewport slots 0, 4, -, 1, 3, - (the
+ *            "-" values are skipped, not written).
+ *   ds_ct    0x522 (8)  length at 4, first index at 16, RGB triples from 20:
+ *            converts the triples in place (rev_rgb) and stores what fits
+ *            below entry 256.
+ *   d_ca     0x409 (8)  a cell array: into the open picture, or written on
+ *            its own through RasterWriteCellData (300: no bitmap).
+ *   d_gdp    0x40a (8)  primitive -5 opens a picture bitmap, -6 writes it
+ *            through OutputPicture and frees it (300: no palette).
+ *   d_popes  0xf02 (1..16)  replies min(requested at 16, count) and that
+ *            many records, newest first.
+ *   d_empes  0xf03 (1..16)  zeroes the count, lost count, last opcode and
+ *            result word.
+ *   dq_es    (no opcode)  replies the count, the first error record and the
+ *            lost count.
+ *   ds_axc, ds_tran, ds_clpr, ds_clip (0x303..0x306), ds_dm (0x906), ds_fl
+ *   (no opcode) and d_noop do nothing.
+ */
 TOLVA_API void *d_noop(void *block);
 TOLVA_API void *d_opdv(void *block);
 TOLVA_API void *d_cldv(void *block);
@@ -1212,7 +1489,16 @@ TOLVA_API void *ds_ct(void *block);
 TOLVA_API void *ds_dm(void *block);
 TOLVA_API void *ds_fl(void *block);
 
-/* Exported data. */
+/*
+ * Exported data. FilterVersion 1 and FilterID 19 identify the filter;
+ * szFilter points at the module name; export_szDLLName (the name table's
+ * "szDLLName") is the host's to fill. hDLLModule, hAppAnchorBlock, hCommon
+ * and lpCommon (a CommonBlock) are set only by the host. hEMData/lpEMData
+ * hold EMData from init to term; lpSetup is the Setup block as the raster
+ * device's init locked it, hRaster/lpRaster the settings block of the
+ * export filter and of the setup functions. GDPSupport[1..7] answer
+ * InqGDPSupport; the filter never writes them.
+ */
 TOLVA_API extern uint16_t FilterVersion;
 TOLVA_API extern uint16_t FilterID;
 TOLVA_API extern char *szFilter;
@@ -1223,7 +1509,7 @@ TOLVA_API extern HGLOBAL hCommon;
 TOLVA_API extern HGLOBAL hSetup;
 TOLVA_API extern HGLOBAL hRaster;
 TOLVA_API extern HGLOBAL hEMData;
-TOLVA_API extern void *lpCommon; /* a CommonBlock, set only by the host */
+TOLVA_API extern void *lpCommon;
 TOLVA_API extern SetupBlock *lpSetup;
 TOLVA_API extern SetupBlock *lpRaster;
 TOLVA_API extern EMData *lpEMData;

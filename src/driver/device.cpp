@@ -10,21 +10,26 @@ namespace {
 
 constexpr intptr_t kMemoryGrowth = 4096;
 
-// The locked address of the memory-stream block. The stream keeps the
-// address of this variable and rewrites it whenever the block grows, so it
-// must outlive the stream.
-void *g_memory_output = nullptr;
+// Without a Setup block the memory output has no host-visible home; it is
+// kept here and released at term.
+void *g_memory_fallback = nullptr;
+
+// The variable that holds the locked address of the memory-stream block.
+// The stream keeps its address and rewrites it whenever the block grows, so
+// it must outlive the stream: it is the Setup block's, where the host finds
+// its picture after the device is closed.
+void **memory_output_ref() {
+    return lpSetup != nullptr ? &lpSetup->exportMemoryData : &g_memory_fallback;
+}
 
 }  // namespace
 
 namespace tolva_driver {
 
-void **memory_output_ref(void) { return &g_memory_output; }
-
-void release_memory_output(void) {
-    if (g_memory_output == nullptr) return;
-    (void)GlobalFree(GlobalHandle(g_memory_output));  // always 0
-    g_memory_output = nullptr;
+void release_memory_fallback(void) {
+    if (g_memory_fallback == nullptr) return;
+    (void)GlobalFree(GlobalHandle(g_memory_fallback));  // always 0
+    g_memory_fallback = nullptr;
 }
 
 }  // namespace tolva_driver
@@ -52,16 +57,18 @@ void *d_opdv(void *block) {
         return block;
     }
     // No name: the picture goes into a memory block that the stream grows.
-    // The block of an earlier device is released here, its stream long closed.
-    tolva_driver::release_memory_output();
+    // A block left by an earlier device is the host's; it is not freed.
     HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
     if (work == 0) {
         push_er(TOLVA_ERR_MEMORY);
         return block;
     }
-    g_memory_output = GlobalLock(work);
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-        reinterpret_cast<intptr_t>(&g_memory_output), 0, kMemoryGrowth, 0, 0, 0};
+    tolva_driver::release_memory_fallback();
+    void **ref = memory_output_ref();
+    *ref = GlobalLock(work);
+    if (lpSetup != nullptr) lpSetup->exportMemoryBlock = work;
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(ref), 0,
+                                                          kMemoryGrowth, 0, 0, 0};
     em->outputStream = zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
     if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
     return block;
@@ -78,6 +85,10 @@ void *d_cldv(void *block) {
         push_er(TOLVA_ERR_STREAM);
     }
     em->outputStream = 0;
+    // A memory stream moves its block as it grows and keeps only the data
+    // address up to date; the handle the host frees follows it here.
+    if (lpSetup != nullptr && lpSetup->exportMemoryData != nullptr)
+        lpSetup->exportMemoryBlock = GlobalHandle(lpSetup->exportMemoryData);
     return block;
 }
 

@@ -51,12 +51,9 @@ void reply_skip(uint32_t length);
 // the nearest bound (0 for NaN) instead of undefined behaviour.
 int32_t trunc_i32(double value);
 
-// The 1-byte work block behind the memory stream that the open-device opcode
-// makes when there is neither a file name nor an output device. The stream
-// rewrites this variable whenever the block grows.
-void **memory_output_ref(void);
-// Releases the memory-stream block, if any (the stream must be closed).
-void release_memory_output(void);
+// Releases the memory-stream block kept for a device without a Setup block
+// (its stream must be closed). With a Setup block the block is the host's.
+void release_memory_fallback(void);
 
 }  // namespace tolva_driver
 

@@ -30,25 +30,38 @@ constexpr uint32_t kLzwGroupBytes = 254;
 constexpr uint32_t kLzwWorkBytes = 264;
 
 // ---------------------------------------------------------------------------
-// String table: open addressing over (prefix << 8 | pixel) keys. An entry is
-// key << 12 | code; codes are 258 and up, so 0 marks an empty slot. Every
-// string is stored once (a key is added only after its lookup failed), which
-// is why the first match of a linear scan and the match found here agree.
+// String table. The first string added under each prefix code sits in a
+// direct slot of that code (pixel << 16 | code), which serves runs and most
+// of photographic data with one load; later ones go to an open-addressing
+// hash over (prefix << 8 | pixel) keys, an entry being key << 12 | code.
+// Codes are 258 and up, so 0 marks an empty slot either way. Every string is
+// stored once (a key is added only after its lookup failed), which is why the
+// first match of a linear scan and the match found here agree.
 
 constexpr uint32_t kLzwHashBits = 13;
 constexpr uint32_t kLzwHashSize = 1u << kLzwHashBits;  // 8192 slots, never half full
+constexpr uint32_t kLzwCodes = 4096;
+// The `where` of a string whose prefix has no string added yet.
+constexpr uint32_t kLzwFirstChild = 0xFFFFFFFFu;
 
 struct LzwTable {
+    uint32_t first_child[kLzwCodes];
     uint32_t slot[kLzwHashSize];
 };
 
-inline uint32_t lzw_key(uint32_t prefix, uint32_t pixel) { return (prefix << 8) | pixel; }
-
 inline uint32_t lzw_hash(uint32_t key) { return (key * 0x9E3779B1u) >> (32 - kLzwHashBits); }
 
-// The code of the string `key`, or 0 when it is not in the table; *where is
-// then the empty slot where it belongs.
-inline uint32_t lzw_table_find(const LzwTable *table, uint32_t key, uint32_t *where) {
+// The code of the string prefix + pixel, or 0 when it is not in the table;
+// *where then says where it belongs.
+inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t pixel,
+                               uint32_t *where) {
+    uint32_t first = table->first_child[prefix];
+    if (first == 0) {
+        *where = kLzwFirstChild;
+        return 0;
+    }
+    if ((first >> 16) == pixel) return first & 0xFFFFu;
+    uint32_t key = (prefix << 8) | pixel;
     uint32_t h = lzw_hash(key);
     for (;;) {
         uint32_t entry = table->slot[h];
@@ -61,8 +74,13 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t key, uint32_t *wh
     }
 }
 
-inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t key, uint32_t code) {
-    table->slot[where] = (key << 12) | code;
+inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t prefix, uint32_t pixel,
+                          uint32_t code) {
+    if (where == kLzwFirstChild) {
+        table->first_child[prefix] = (pixel << 16) | code;
+    } else {
+        table->slot[where] = (((prefix << 8) | pixel) << 12) | code;
+    }
 }
 
 void lzw_table_clear(LzwTable *table);

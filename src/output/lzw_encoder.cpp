@@ -47,7 +47,10 @@ void flush_groups(LzwBits *bits, const LzwSink *sink) {
 
 }  // namespace
 
-void lzw_table_clear(LzwTable *table) { std::memset(table->slot, 0, sizeof table->slot); }
+void lzw_table_clear(LzwTable *table) {
+    std::memset(table->first_child, 0, sizeof table->first_child);
+    std::memset(table->slot, 0, sizeof table->slot);
+}
 
 uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t *pixels,
                             uint8_t *work, int32_t count, int32_t first, int32_t last,
@@ -66,14 +69,13 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         const int32_t final_index = count - 1;
         for (int32_t i = 1; i < final_index; ++i) {
             uint32_t c = pixels[i];
-            uint32_t key = lzw_key(prefix, c);
             uint32_t where = 0;
-            uint32_t code = lzw_table_find(table, key, &where);
+            uint32_t code = lzw_table_find(table, prefix, c, &where);
             if (code != 0) {
                 prefix = code;
                 continue;
             }
-            lzw_table_add(table, where, key, next);
+            lzw_table_add(table, where, prefix, c, next);
             ++next;
             lzw_bits_put(&bits, prefix, width);
             if (next == bump) {
@@ -96,7 +98,7 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         // current string, and the table is not searched again.
         uint32_t c = pixels[final_index];
         uint32_t where = 0;
-        uint32_t code = lzw_table_find(table, lzw_key(prefix, c), &where);
+        uint32_t code = lzw_table_find(table, prefix, c, &where);
         // The string is counted as a new entry even when it was found, which
         // keeps the next free code where a decoder expects it.
         ++next;

@@ -1,21 +1,13 @@
-// Weak stand-ins for the GIF writer and the raster operations that the
-// pipeline calls, so that the shared object links while those parts are
-// still being written. A real definition anywhere in the link replaces each
-// one; this file goes away once they have landed.
+// Weak stand-ins for the raster operations that the pipeline calls, so that
+// the shared object links while those parts are still being written. A real
+// definition anywhere in the link replaces each one; this file goes away once
+// they have landed.
 #include "tolva/tolva.h"
 
 #define TOLVA_WEAK __attribute__((weak))
 
 extern "C" {
 
-TOLVA_WEAK int32_t BeginCellBitmap(HGLOBAL, int32_t, int32_t, int16_t, uint8_t *, HGLOBAL *state) {
-    if (state != nullptr) *state = 0;
-    return -1;
-}
-TOLVA_WEAK int32_t WriteCellBits(HGLOBAL, HGLOBAL, int32_t, int32_t, int16_t, int16_t, HGLOBAL) {
-    return TOLVA_ERR_MEMORY;
-}
-TOLVA_WEAK int32_t EndCellBitmap(HGLOBAL, HGLOBAL) { return TOLVA_ERR_STREAM; }
 TOLVA_WEAK void rlALPHAtoRGB(HGLOBAL, int32_t, int32_t) {}
 TOLVA_WEAK void rlCMYKtoRGB(HGLOBAL, int32_t, int32_t) {}
 TOLVA_WEAK HGLOBAL rlChangeColorResolution(HGLOBAL, int32_t, int32_t, int16_t, int16_t, HGLOBAL *table) {

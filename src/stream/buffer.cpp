@@ -15,6 +15,102 @@ namespace {
 
 bool proc_stream(const StreamRecord *r) { return r->ioProc != nullptr; }
 
+bool g_direct_io = true;
+
+// Puts the file at `at` for a transfer. An own file that already stands there
+// (and has not met its end, which stdio keeps sticky) needs no seek. On a pipe
+// ("stdin", "stdout") the seek is refused and the transfer simply goes on
+// where the last one stopped.
+bool position_file(StreamRecord *r, int32_t at) {
+    if (g_direct_io && r->ownFile && r->filePosition == at && !feof(r->file)) return true;
+    if (fseek(r->file, at, SEEK_SET) == 0) {
+        r->filePosition = at;
+        return true;
+    }
+    r->filePosition = -1;
+    return errno == ESPIPE;
+}
+
+// The FILE moved by `n` bytes of a transfer.
+void advance_file(StreamRecord *r, size_t n) {
+    if (r->filePosition >= 0) r->filePosition += static_cast<int64_t>(n);
+}
+
+// After bytes [at, at + n) reached the file: the length as a fresh
+// measurement would find it. A file only this stream moves cannot have
+// changed behind it, so its length follows from the write alone.
+void note_written(StreamRecord *r, int32_t at, int32_t n) {
+    if (g_direct_io && r->ownFile) {
+        if (int64_t{at} + n > r->size) r->size = at + n;
+        return;
+    }
+    stream_measure(r);
+}
+
+// Reads whole windows straight into the caller's memory: `want` bytes from
+// nextFill. Leaves the record as the last of those fills would have, or as a
+// fill at the end of the file when fewer arrived. Result as stream_fill's.
+int32_t read_direct(StreamRecord *r, uint8_t *out, int32_t want) {
+    if (!position_file(r, r->nextFill)) {
+        r->error = -1;
+        return -1;
+    }
+    size_t got = fread(out, 1, static_cast<size_t>(want), r->file);
+    advance_file(r, got);
+    if (got < static_cast<size_t>(want) && ferror(r->file)) {
+        clearerr(r->file);
+        r->error = -1;
+        return -1;
+    }
+    auto n = static_cast<int32_t>(got);
+    if (n < want) {
+        r->cursor = 0;
+        r->lastValid = -1;
+        r->lastSlot = kStreamBufferSize - 1;
+        r->bufferStart = r->nextFill + n;
+        r->nextFill = r->bufferStart;
+    } else {
+        r->nextFill += n;
+    }
+    return n;
+}
+
+// Writes whole windows straight from the caller's memory at bufferStart,
+// as the flushes of those windows would have.
+int32_t write_direct(StreamRecord *r, const uint8_t *in, int32_t want) {
+    if (!position_file(r, r->bufferStart)) {
+        r->error = -1;
+        return -1;
+    }
+    size_t wrote = fwrite(in, 1, static_cast<size_t>(want), r->file);
+    advance_file(r, wrote);
+    if (wrote != static_cast<size_t>(want) || fflush(r->file) != 0) {
+        // As buffering would stand after the flush that failed: the windows
+        // before it written, the failed one in the buffer, still dirty.
+        size_t done = wrote / kStreamBufferSize * kStreamBufferSize;
+        if (done == static_cast<size_t>(want)) done -= kStreamBufferSize;
+        r->bufferStart += static_cast<int32_t>(done);
+        r->nextFill = r->bufferStart;
+        memcpy(r->bufferData, in + done, kStreamBufferSize);
+        r->cursor = kStreamBufferSize;
+        r->lastValid = kStreamBufferSize - 1;
+        r->dirty = 1;
+        r->error = -1;
+        stream_measure(r);
+        return -1;
+    }
+    int32_t at = r->bufferStart;
+    r->bufferStart += want;
+    r->nextFill = r->bufferStart;
+    note_written(r, at, want);
+    return want;
+}
+
+// Whole windows of `left` bytes that buffering would move through the file
+// before the last window: a read that ends exactly on a window boundary, and
+// a write that does, keep their last window in the buffer.
+int32_t whole_windows(int32_t left) { return (left - 1) / kStreamBufferSize * kStreamBufferSize; }
+
 // The memory block is grown to `bytes` bytes and the caller's variable
 // follows it. The old block goes even when the new one cannot be had, so on
 // failure the stream is left with nothing to store into.
@@ -38,9 +134,10 @@ int32_t grow_block(StreamRecord *r, int64_t bytes) {
 void stream_measure(StreamRecord *r) {
     if (r->file == nullptr) return;
     long here = ftell(r->file);
+    r->filePosition = -1;
     if (fseek(r->file, 0, SEEK_END) != 0) return;
     long end = ftell(r->file);
-    if (here >= 0) fseek(r->file, here, SEEK_SET);
+    if (here >= 0 && fseek(r->file, here, SEEK_SET) == 0 && r->ownFile) r->filePosition = here;
     r->size = end > INT32_MAX ? INT32_MAX : static_cast<int32_t>(end);
 }
 
@@ -56,12 +153,13 @@ int32_t stream_flush(StreamRecord *r) {
         return 1;
     }
     if (!r->dirty) return 0;
-    if (r->file == nullptr || fseek(r->file, r->bufferStart, SEEK_SET) != 0) {
+    if (r->file == nullptr || !position_file(r, r->bufferStart)) {
         r->error = -1;
         return -1;
     }
     size_t want = static_cast<size_t>(r->lastValid + 1);
     size_t wrote = fwrite(r->bufferData, 1, want, r->file);
+    advance_file(r, wrote);
     // The file is flushed here so that a full disk shows up at this write and
     // not only at close.
     if (wrote != want || fflush(r->file) != 0) {
@@ -69,26 +167,26 @@ int32_t stream_flush(StreamRecord *r) {
         stream_measure(r);
         return -1;
     }
+    int32_t at = r->bufferStart;
     r->cursor = 0;
     r->lastValid = -1;
     r->lastSlot = kStreamBufferSize - 1;
     r->bufferStart += static_cast<int32_t>(wrote);
     r->nextFill = r->bufferStart;
     r->dirty = 0;
-    stream_measure(r);
+    note_written(r, at, static_cast<int32_t>(wrote));
     return static_cast<int32_t>(wrote);
 }
 
 int32_t stream_fill(StreamRecord *r) {
     if (stream_is_memory(r) || r->file == nullptr) return 0;
     if (r->dirty && stream_flush(r) == -1) r->error = -1;
-    // Standard input may be a pipe: there the seek is refused and the read
-    // simply goes on where the last one stopped.
-    if (fseek(r->file, r->nextFill, SEEK_SET) != 0 && errno != ESPIPE) {
+    if (!position_file(r, r->nextFill)) {
         r->error = -1;
         return -1;
     }
     size_t got = fread(r->bufferData, 1, kStreamBufferSize, r->file);
+    advance_file(r, got);
     if (got == 0 && ferror(r->file)) {
         clearerr(r->file);
         r->error = -1;
@@ -102,6 +200,8 @@ int32_t stream_fill(StreamRecord *r) {
     r->nextFill += count;
     return count;
 }
+
+void stream_use_direct_io(bool on) { g_direct_io = on; }
 
 extern "C" {
 
@@ -141,6 +241,14 @@ int32_t zunRead(HGLOBAL s, void *buffer, int32_t count) {
             continue;
         }
         if (stream_is_memory(r)) break;
+        int32_t bulk = whole_windows(count - done);
+        if (g_direct_io && bulk > 0 && !r->dirty && r->file != nullptr) {
+            int32_t got = read_direct(r, out + done, bulk);
+            if (got < 0) return -1;
+            done += got;
+            if (got < bulk) break;
+            continue;
+        }
         int32_t loaded = stream_fill(r);
         if (loaded == 0) break;
         if (loaded < 0) {
@@ -159,8 +267,16 @@ int32_t zunWrite(HGLOBAL s, const void *buffer, int32_t count) {
                                               reinterpret_cast<intptr_t>(buffer), count));
     }
     const auto *in = static_cast<const uint8_t *>(buffer);
+    if (count == 1 && stream_put_byte(r, in[0])) return 1;
     int32_t done = 0;
     while (done < count) {
+        int32_t bulk = whole_windows(count - done);
+        if (g_direct_io && bulk > 0 && r->file != nullptr && !stream_is_memory(r) &&
+            r->cursor == 0 && r->lastValid == -1 && !r->dirty && r->error == 0) {
+            if (write_direct(r, in + done, bulk) < 0) return -1;
+            done += bulk;
+            continue;
+        }
         if (r->cursor > r->lastSlot) {
             // Once a failure is on record a full buffer takes nothing more;
             // the bytes already placed by this call are not counted.
@@ -242,6 +358,7 @@ int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin) {
     }
     if (r->dirty && stream_flush(r) == -1) r->error = -1;
     int32_t at = unxSeek(r->file, static_cast<int32_t>(target), origin);
+    if (r->ownFile) r->filePosition = at;
     if (at == -1) {
         r->error = -1;
         return -1;

@@ -54,8 +54,9 @@ void open_memory(StreamRecord *r, intptr_t *d, uint32_t mode) {
         d[kDescSize] = static_cast<intptr_t>(size);
         r->lastValid = static_cast<int32_t>(size - 1);
     }
-    r->lastSlot = size > 0 ? static_cast<int32_t>(size - 1) : -1;
-    if (r->lastValid > r->lastSlot) r->lastValid = r->lastSlot;
+    // After the end mark is dropped from an empty block the last slot is -2:
+    // the first growth then gives growBy - 1 bytes, as the hosts expect.
+    r->lastSlot = static_cast<int32_t>(size - 1);
     r->growBy = static_cast<int32_t>(d[kDescGrowBy]);
     r->cursor = 0;
     r->bufferStart = 0;
@@ -78,6 +79,7 @@ bool attach_buffer(StreamRecord *r) {
     r->dirty = 0;
     r->error = 0;
     r->lineFormat = 2;
+    if (!r->ownFile) r->filePosition = -1;
     return true;
 }
 
@@ -164,6 +166,13 @@ HGLOBAL zunOpen(const char *name, intptr_t *descriptor, uint32_t mode) {
             r->file = stdout;
         } else {
             r->file = fopen(name, stdio_mode(mode));
+            // The stream's own buffer is the only one needed; stdio's would
+            // only copy every byte a second time.
+            if (r->file != nullptr) {
+                setvbuf(r->file, nullptr, _IONBF, 0);
+                r->ownFile = 1;
+                r->filePosition = 0;
+            }
         }
         if (r->file == nullptr) {
             free_record(s);

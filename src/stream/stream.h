@@ -77,6 +77,8 @@ struct StreamRecord {
     uint32_t docStartSector;
     uint32_t docSize;
     uint8_t *bufferData;        // locked address of bufferHandle, kept in step with it
+    int32_t ownFile;            // 1: a file this stream opened and nobody else moves
+    int64_t filePosition;       // own files: where the FILE stands, -1 when not known
 };
 
 inline StreamRecord *stream_lock(HGLOBAL s) { return static_cast<StreamRecord *>(GlobalLock(s)); }
@@ -88,6 +90,25 @@ int32_t stream_fill(StreamRecord *r);
 int32_t stream_flush(StreamRecord *r);
 // Re-measures a file stream's length without moving it.
 void stream_measure(StreamRecord *r);
+// Direct transfers: bulk reads and writes that bypass the buffer for the
+// whole windows in their middle, leaving the file, the caller's bytes and the
+// record exactly as window-by-window buffering would. On by default; the
+// tests switch them off to compare against the plain buffered algorithm.
+void stream_use_direct_io(bool on);
+// Writes one byte when there is room for it; false when the general road
+// (growth, flush, procedure) is needed.
+inline bool stream_put_byte(StreamRecord *r, uint8_t byte) {
+    // Fields are read into locals first: the byte store could otherwise
+    // alias them and force reloads.
+    int32_t at = r->cursor;
+    int32_t valid = r->lastValid;
+    if (r->ioProc != nullptr || at < 0 || at > r->lastSlot) return false;
+    r->bufferData[at] = byte;
+    r->lastValid = valid < at ? at : valid;
+    r->cursor = at + 1;
+    r->dirty = 1;
+    return true;
+}
 // Releases what the record holds apart from the caller's memory block.
 void stream_release_tables(StreamRecord *r);
 

@@ -14,6 +14,7 @@
 #include "image.h"
 #include "options.h"
 #include "png_write.h"
+#include "progress.h"
 
 namespace {
 
@@ -218,6 +219,31 @@ TEST_F(Pictures, NetpbmGoesThroughStbBottomUp) {
     EXPECT_EQ(RowFromTop(image, 0)[3], 4);
     EXPECT_EQ(RowFromTop(image, 1)[0], 7);
     tolva_free_image(&image);
+}
+
+TEST(Progress, StopIsStickyAndTheBarReachesTheEnd) {
+    FILE *terminal = tmpfile();
+    ASSERT_NE(terminal, nullptr);
+    TolvaProgress p;
+    tolva_progress_init(&p, terminal, "out.gif", 3);
+    auto call = [&](intptr_t a, intptr_t b, intptr_t d) {
+        return tolva_status_function(reinterpret_cast<intptr_t>(&p), a, b, 0, d, 0, 0);
+    };
+    EXPECT_EQ(call(0, -2, 0), 0);  // the init report
+    tolva_progress_bands(&p, 4, 4);
+    EXPECT_EQ(call(0, 0, 100), 0);
+    EXPECT_EQ(call(0, 0, 0), 1);  // the third call asks to stop...
+    EXPECT_EQ(call(2, 61, 0), 1); // ...and so does the detail request after it
+    EXPECT_TRUE(tolva_progress_stopping(&p));
+    tolva_progress_finish(&p);
+    rewind(terminal);
+    char text[512] = {0};
+    size_t got = fread(text, 1, sizeof text - 1, terminal);
+    fclose(terminal);
+    std::string drawn(text, got);
+    EXPECT_NE(drawn.find("out.gif [##############################] 100%"), std::string::npos)
+        << drawn;
+    EXPECT_EQ(drawn.back(), '\n');
 }
 
 TEST(Bands, CountFollowsRequestAndHeight) {

@@ -52,18 +52,24 @@ int main(void) {
         return 1;
     }
 
-    /* The name table: every row's target is the symbol of the same name. */
+    /* The name table: every row leads to the symbol of its name. */
+    static const char *const names[9][2] = {
+        {"CreateSetup", "CreateSetup"}, {"DestroySetup", "DestroySetup"},
+        {"EditSetup", "EditSetup"}, {"EscapeSetup", "xEscapeSetup"},
+        {"ZUNGetFilterVersion", "ZUNGetFilterVersion"}, {"dd_entry", "dd_entry"},
+        {"RASTER_dd_entry", "RASTER_dd_entry"}, {"ExportCellData", "ExportCellData"},
+        {"szDLLName", "export_szDLLName"}};
+    static const int16_t ordinals[9] = {1001, 1002, 1003, 1004, 1005, 1006, 1008, 1009, 1010};
     intptr_t record[3] = {0, 0, 0};
     load(record);
     int16_t rows;
     memcpy(&rows, &record[1], sizeof rows);
     check(rows == 9, "the name table has 9 rows");
     const TolvaNameEntry *table = (const TolvaNameEntry *)record[2];
-    for (int i = 0; i < rows; ++i) {
-        const char *symbol = table[i].name;
-        if (strcmp(symbol, "EscapeSetup") == 0) symbol = "xEscapeSetup";
-        if (strcmp(symbol, "szDLLName") == 0) symbol = "export_szDLLName";
-        check(dlsym(lib, symbol) == table[i].target, table[i].name);
+    for (int i = 0; i < 9 && rows == 9; ++i) {
+        check(strcmp(table[i].name, names[i][0]) == 0, names[i][0]);
+        check(table[i].ordinal == ordinals[i], "an ordinal");
+        check(dlsym(lib, names[i][1]) == table[i].target, names[i][1]);
     }
 
     uint32_t version = 0;

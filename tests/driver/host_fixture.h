@@ -1,6 +1,6 @@
 // A small host for the driver tests: it builds the init block, a Setup
 // block, a status record and opcode blocks the way a real host does, and
-// drives the library only through its 32-bit entry.
+// drives the library through its 32-bit entry.
 #ifndef TOLVA_TESTS_DRIVER_HOST_FIXTURE_H
 #define TOLVA_TESTS_DRIVER_HOST_FIXTURE_H
 
@@ -11,29 +11,27 @@
 
 #include "tolva/tolva.h"
 
-// One call of the host's status function.
+// Calls of the host's status function, and its answers in order (then 0).
 struct StatusCall {
     intptr_t context, a, b, c, d, e, f;
-    bool detailZeroed;  // for a detail request: the ten words arrived zeroed
+    bool detailZeroed;  // a detail request found its ten words zeroed
 };
-
-extern std::vector<StatusCall> g_status_calls;
-extern std::vector<int32_t> g_status_answers;  // answers in order, then 0
-
-int32_t recording_status(intptr_t context, intptr_t a, intptr_t b, intptr_t c, intptr_t d,
-                         intptr_t e, intptr_t f);
+extern std::vector<StatusCall> g_calls;
+extern std::vector<int32_t> g_answers;
+int32_t host_status(intptr_t context, intptr_t a, intptr_t b, intptr_t c, intptr_t d, intptr_t e,
+                    intptr_t f);
 
 // A byte-positioned opcode block.
 struct Op {
-    alignas(8) uint8_t bytes[1024];
-    explicit Op(int32_t opcode) {
-        memset(bytes, 0, sizeof bytes);
-        i32(0, opcode);
+    alignas(8) uint8_t bytes[1024] = {};
+    explicit Op(int32_t opcode) { i32(0, opcode); }
+    Op &i32(size_t at, int32_t v) { return raw(at, &v, 4); }
+    Op &i16(size_t at, int16_t v) { return raw(at, &v, 2); }
+    Op &f64(size_t at, double v) { return raw(at, &v, 8); }
+    Op &raw(size_t at, const void *p, size_t n) {
+        memcpy(bytes + at, p, n);
+        return *this;
     }
-    Op &i32(size_t at, int32_t v) { memcpy(bytes + at, &v, 4); return *this; }
-    Op &i16(size_t at, int16_t v) { memcpy(bytes + at, &v, 2); return *this; }
-    Op &f64(size_t at, double v) { memcpy(bytes + at, &v, 8); return *this; }
-    Op &raw(size_t at, const void *p, size_t n) { memcpy(bytes + at, p, n); return *this; }
 };
 
 class DriverTest : public ::testing::Test {
@@ -46,15 +44,18 @@ protected:
 
     void SetUp() override;
     void TearDown() override;
-
-    // Initialises through RASTER_dd_entry32 with the given reply size.
+    // Initialises through RASTER_dd_entry32; the status record is given only
+    // when asked for.
     int32_t start(uint32_t replySize = 256, int32_t colourMode = TOLVA_COLOUR_NORMAL,
                   bool withStatus = false);
     static int32_t call(Op &op) { return RASTER_dd_entry32(0, 2, op.bytes); }
-    // Walks the device from state 1 to `state` through the opcodes.
-    void reach(int32_t state);
-    // Reply bytes written so far.
+    static int32_t call(int32_t opcode) {
+        Op op(opcode);
+        return call(op);
+    }
+    void reach(int32_t state);  // walks the states forward through the opcodes
     std::vector<uint8_t> reply() const;
+    int32_t reply_i32(size_t at) const;
 };
 
 #endif

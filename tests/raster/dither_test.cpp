@@ -3,10 +3,13 @@
 // against rlNearestRGBIndex, and the fast rows against the per-pixel loop.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "dither_oracle.h"
+#include "photo.h"
 #include "raster/dither.h"
 #include "tolva/tolva.h"
 
@@ -112,21 +115,45 @@ Pixels random_table(std::mt19937 &rng, int32_t n) {
     return t;
 }
 
-TEST(DitherSearch, SplitTableAnswersAsTheLinearSearch) {
+TEST(DitherSearch, BothSearchesAnswerAsTheLinearSearch) {
     std::mt19937 rng(11);
     for (int32_t n : {1, 2, 3, 8, 16, 17, 64, 256, 300}) {
         Pixels t = random_table(rng, n);
-        NearestSearch search;
-        nearest_make(&search, t.data(), static_cast<int16_t>(n));
+        NearestSearch split, celled;
+        RlNearest cells;
+        ASSERT_EQ(rl_nearest_open(&cells, t.data(), static_cast<int16_t>(n)), 0);
+        nearest_make(&split, t.data(), static_cast<int16_t>(n), nullptr);
+        nearest_make(&celled, t.data(), static_cast<int16_t>(n), &cells);
         for (int i = 0; i < 20000; ++i) {
             auto r = static_cast<uint8_t>(rng()), g = static_cast<uint8_t>(rng()),
                  b = static_cast<uint8_t>(rng());
             if (i % 3 == 0) g = static_cast<uint8_t>(r + static_cast<int>(rng() % 9) - 4);
             if (i % 3 == 0) b = static_cast<uint8_t>(r + static_cast<int>(rng() % 9) - 4);
-            ASSERT_EQ(nearest_find(&search, r, g, b),
-                      rlNearestRGBIndex(r, g, b, t.data(), static_cast<int16_t>(n)))
-                << n << ": " << +r << "," << +g << "," << +b;
+            int16_t expected = rlNearestRGBIndex(r, g, b, t.data(), static_cast<int16_t>(n));
+            ASSERT_EQ(nearest_find(&split, r, g, b), expected) << n << ": " << +r << "," << +g << "," << +b;
+            ASSERT_EQ(nearest_find(&celled, r, g, b), expected) << n << ": " << +r << "," << +g << "," << +b;
         }
+        rl_nearest_close(&cells);
+    }
+}
+
+TEST(DitherSearch, MemoAnswersAsTheLinearSearch) {
+    // Few distinct colours, asked many times, so that slots are both reused
+    // and overwritten.
+    std::mt19937 rng(13);
+    Pixels t = random_table(rng, 20);
+    std::vector<uint32_t> keys(TOLVA_NEAREST_MEMO, 0);
+    std::vector<int16_t> answers(TOLVA_NEAREST_MEMO, 0);
+    NearestSearch search;
+    nearest_make(&search, t.data(), 20, nullptr);
+    search.memoKey = keys.data();
+    search.memoIndex = answers.data();
+    std::vector<uint32_t> colours(6000);
+    for (auto &c : colours) c = rng() & 0xFFFFFF;
+    for (int i = 0; i < 100000; ++i) {
+        uint32_t c = colours[rng() % colours.size()];
+        auto r = static_cast<uint8_t>(c >> 16), g = static_cast<uint8_t>(c >> 8), b = static_cast<uint8_t>(c);
+        ASSERT_EQ(nearest_find(&search, r, g, b), rlNearestRGBIndex(r, g, b, t.data(), 20));
     }
 }
 
@@ -158,6 +185,261 @@ TEST(DitherTables, FixedContents) {
               (Pixels{255, 255, 255, 255, 255, 0, 255, 0, 255, 0, 255, 255, 255, 0, 0, 0, 255, 0,
                       0, 0, 255, 0, 0, 0}));
     for (int v = -128; v < 384; ++v) EXPECT_EQ(BOUNDARY_CHK[128 + v], v < 0 ? 0 : v > 255 ? 255 : v);
+}
+
+// A 24-bit bitmap of width x height from packed colours (0xRRGGBB), row by row.
+HGLOBAL picture(const std::vector<uint32_t> &rgb, int32_t width, int32_t height) {
+    HGLOBAL h = GlobalAlloc(66, rlCalcNewSize(width, height, 24));
+    auto *p = static_cast<uint8_t *>(GlobalLock(h));
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x)
+            rlSetPixel(p, rlBytesPerLine(width, 24), x, y, 24, rgb[static_cast<size_t>(y * width + x)] << 8,
+                       nullptr, nullptr, 0);
+    return h;
+}
+
+HGLOBAL random_picture(std::mt19937 &rng, int32_t width, int32_t height) {
+    std::vector<uint32_t> rgb(static_cast<size_t>(width * height));
+    uint32_t base = rng() & 0xFFFFFF;
+    for (auto &v : rgb) v = (rng() % 4 == 0) ? rng() & 0xFFFFFF : base ^ (rng() & 0x0F0F0F);
+    return picture(rgb, width, height);
+}
+
+Pixels table_bytes(HGLOBAL table, int32_t count) {
+    const auto *t = static_cast<const uint8_t *>(GlobalLock(table));
+    return Pixels(t, t + 3 * count);
+}
+
+bool same_block(HGLOBAL a, HGLOBAL b) {
+    return GlobalSize(a) == GlobalSize(b) &&
+           std::memcmp(GlobalLock(a), GlobalLock(b), GlobalSize(a)) == 0;
+}
+
+// Every pixel of an indexed bitmap below `count`.
+bool indices_below(HGLOBAL bits, int32_t width, int32_t height, int16_t depth, int32_t count) {
+    const auto *p = static_cast<const uint8_t *>(GlobalLock(bits));
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x)
+            if (rlGetPixel(p, rlBytesPerLine(width, depth), x, y, depth) >= static_cast<uint32_t>(count))
+                return false;
+    return true;
+}
+
+TEST(DitherBitmap, OneBitUsesTheGreyTableAndTheIndexLowBit) {
+    std::mt19937 rng(21);
+    HGLOBAL src = random_picture(rng, 13, 7);
+    HGLOBAL table = 0;
+    int16_t count = 0;
+    EXPECT_EQ(rlDitherGetCT(src, 13, 7, 24, 1, 0, &table, &count), 0);
+    EXPECT_EQ(count, 8);
+    EXPECT_EQ(table_bytes(table, 8), Pixels(MonoTable, MonoTable + 24));
+    GlobalFree(table);
+
+    table = 0;
+    HGLOBAL out = rlDitherBitmap(src, 13, 7, 24, 1, 0, &table);
+    ASSERT_NE(table, 0u);
+    EXPECT_EQ(table_bytes(table, 8), Pixels(MonoTable, MonoTable + 24));
+    HGLOBAL expected = oracle_dither_given(src, 13, 7, 24, 1, table, 8);
+    EXPECT_TRUE(same_block(out, expected));
+    EXPECT_EQ(GlobalSize(out), rlCalcNewSize(13, 7, 1));
+    for (HGLOBAL h : {src, table, out, expected}) GlobalFree(h);
+
+    // Mid grey 128 is entry 3 of the ramp: its low bit makes it a set pixel,
+    // while 64 (entry 2) comes out clear.
+    HGLOBAL flat = picture(std::vector<uint32_t>(4 * 2, 0x808080), 4, 2);
+    HGLOBAL dark = picture(std::vector<uint32_t>(4 * 2, 0x404040), 4, 2);
+    HGLOBAL t1 = 0, t2 = 0;
+    HGLOBAL a = rlDitherBitmap(flat, 4, 2, 24, 1, 0, &t1);
+    HGLOBAL b = rlDitherBitmap(dark, 4, 2, 24, 1, 0, &t2);
+    EXPECT_EQ(static_cast<const uint8_t *>(GlobalLock(a))[0], 0xF0);
+    EXPECT_EQ(static_cast<const uint8_t *>(GlobalLock(b))[0], 0x00);
+    for (HGLOBAL h : {flat, dark, t1, t2, a, b}) GlobalFree(h);
+}
+
+TEST(DitherBitmap, FourBitsReduceToEightAndAppendTheFixedColours) {
+    std::mt19937 rng(22);
+    HGLOBAL src = random_picture(rng, 31, 9);
+    HGLOBAL table = 0;
+    int16_t count = 0;
+    rlDitherGetCT(src, 31, 9, 24, 4, 0, &table, &count);
+    EXPECT_EQ(count, 16);
+    Pixels t = table_bytes(table, 16);
+    EXPECT_EQ(Pixels(t.begin() + 24, t.end()), Pixels(must_have_colors, must_have_colors + 24));
+
+    HGLOBAL used = 0;
+    HGLOBAL out = rlDitherBitmap(src, 31, 9, 24, 4, 0, &used);
+    EXPECT_EQ(table_bytes(used, 16), t);  // the same choice as rlDitherGetCT
+    HGLOBAL expected = oracle_dither_given(src, 31, 9, 24, 4, used, 16);
+    EXPECT_TRUE(same_block(out, expected));
+    HGLOBAL given = rlDitherGivenCT(src, 31, 9, 24, 4, 0, used, 16);
+    EXPECT_TRUE(same_block(given, expected));
+    for (HGLOBAL h : {src, table, used, out, expected, given}) GlobalFree(h);
+}
+
+TEST(DitherBitmap, ThreeColoursGiveThreeReducedEightFixedFiveBlack) {
+    std::vector<uint32_t> rgb = {0xFF0000, 0x008000, 0x000040, 0xFF0000, 0x008000, 0x000040};
+    HGLOBAL src = picture(rgb, 3, 2);
+    HGLOBAL table = 0;
+    int16_t count = 0;
+    rlDitherGetCT(src, 3, 2, 24, 4, 0, &table, &count);
+    EXPECT_EQ(count, 16);
+    // Ascending colour keys, each 5-bit channel c written as c * 8 | 7.
+    Pixels expected = {0, 0, 71, 0, 135, 0, 255, 0, 0};
+    expected.insert(expected.end(), must_have_colors, must_have_colors + 24);
+    expected.resize(48, 0);
+    EXPECT_EQ(table_bytes(table, 16), expected);
+    GlobalFree(table);
+    GlobalFree(src);
+}
+
+TEST(DitherBitmap, CallerTables) {
+    std::mt19937 rng(23);
+    HGLOBAL src = random_picture(rng, 10, 4);
+    Pixels mine = greys({0, 40, 80, 120, 160, 200, 240, 255});
+    mine.resize(48, 7);
+    HGLOBAL table = GlobalAlloc(66, 48);
+    std::memcpy(GlobalLock(table), mine.data(), 48);
+
+    // rlDitherBitmap takes a caller's table at any depth, at 2^depth entries.
+    HGLOBAL used = table;
+    HGLOBAL out = rlDitherBitmap(src, 10, 4, 24, 4, 0, &used);
+    EXPECT_EQ(used, table);
+    HGLOBAL expected = oracle_dither_given(src, 10, 4, 24, 4, table, 16);
+    EXPECT_TRUE(same_block(out, expected));
+
+    // rlDitherGetCT keeps it only below 3 entries: at 1 bit, with 2 entries.
+    HGLOBAL chosen = table;
+    int16_t count = 0;
+    rlDitherGetCT(src, 10, 4, 24, 1, 0, &chosen, &count);
+    EXPECT_EQ(chosen, table);
+    EXPECT_EQ(count, 2);
+    chosen = table;
+    rlDitherGetCT(src, 10, 4, 24, 4, 0, &chosen, &count);
+    EXPECT_NE(chosen, table);
+    EXPECT_EQ(count, 16);
+    for (HGLOBAL h : {src, table, out, expected, chosen}) GlobalFree(h);
+}
+
+TEST(DitherBitmap, IndexedSourcesAreCopiedWithoutTheirTable) {
+    // The 24-bit copy is made without a table, so every index reads as black.
+    HGLOBAL src = GlobalAlloc(66, rlCalcNewSize(4, 2, 8));
+    std::memset(GlobalLock(src), 5, GlobalSize(src));
+    HGLOBAL srcTable = GlobalAlloc(66, 3 * 256);
+    std::memset(GlobalLock(srcTable), 200, 3 * 256);
+    Pixels bw = greys({255, 0});
+    HGLOBAL table = GlobalAlloc(66, 6);
+    std::memcpy(GlobalLock(table), bw.data(), 6);
+    HGLOBAL out = rlDitherGivenCT(src, 4, 2, 8, 1, srcTable, table, 2);
+    EXPECT_EQ(static_cast<const uint8_t *>(GlobalLock(out))[0], 0xF0);  // entry 1, black
+    for (HGLOBAL h : {src, srcTable, table, out}) GlobalFree(h);
+}
+
+TEST(DitherBitmap, GeneratedPicturesMatchThePerPixelLoop) {
+    std::mt19937 rng(25);
+    for (int trial = 0; trial < 45; ++trial) {
+        int16_t depth = trial % 3 == 0 ? 1 : (trial % 3 == 1 ? 4 : 8);
+        int32_t w = 1 + static_cast<int32_t>(rng() % 50), h = 1 + static_cast<int32_t>(rng() % 20);
+        HGLOBAL src = random_picture(rng, w, h);
+        HGLOBAL table = 0;
+        HGLOBAL out = rlDitherBitmap(src, w, h, 24, depth, 0, &table);
+        int16_t count = depth == 1 ? 8 : static_cast<int16_t>(1 << depth);
+        HGLOBAL expected = oracle_dither_given(src, w, h, 24, depth, table, count);
+        ASSERT_TRUE(same_block(out, expected)) << trial;
+        EXPECT_TRUE(indices_below(out, w, h, depth, count)) << trial;
+        for (HGLOBAL x : {src, table, out, expected}) GlobalFree(x);
+    }
+}
+
+TEST(DitherBitmap, EveryIndexBelowTheTableCount) {
+    std::mt19937 rng(24);
+    for (int trial = 0; trial < 40; ++trial) {
+        int32_t w = 1 + static_cast<int32_t>(rng() % 40), h = 1 + static_cast<int32_t>(rng() % 12);
+        HGLOBAL src = random_picture(rng, w, h);
+        int32_t n = 1 + static_cast<int32_t>(rng() % 40);
+        Pixels t = random_table(rng, n);
+        HGLOBAL table = GlobalAlloc(66, static_cast<uint32_t>(t.size()));
+        std::memcpy(GlobalLock(table), t.data(), t.size());
+        HGLOBAL out = rlDitherGivenCT(src, w, h, 24, 8, 0, table, static_cast<int16_t>(n));
+        EXPECT_TRUE(indices_below(out, w, h, 8, n)) << trial;
+        HGLOBAL expected = oracle_dither_given(src, w, h, 24, 8, table, static_cast<int16_t>(n));
+        EXPECT_TRUE(same_block(out, expected)) << trial;
+        // A count beyond the table's block is cut to the entries it holds.
+        HGLOBAL cut = rlDitherGivenCT(src, w, h, 24, 8, 0, table, static_cast<int16_t>(n + 50));
+        EXPECT_TRUE(same_block(cut, expected)) << trial;
+        for (HGLOBAL x : {src, table, out, expected, cut}) GlobalFree(x);
+    }
+}
+
+TEST(DitherBitmap, DebugOutputGoesToStandardOutput) {
+    HGLOBAL src = picture(std::vector<uint32_t>(3 * 2, 0x808080), 3, 2);
+    HGLOBAL table = 0;
+    _debug_color_res = 1;
+    testing::internal::CaptureStdout();
+    HGLOBAL out = rlDitherBitmap(src, 3, 2, 24, 1, 0, &table);
+    std::string text = testing::internal::GetCapturedStdout();
+    _debug_color_res = 0;
+    EXPECT_EQ(text, "Dithering to the following colortable:\n"
+                    "color 0: [0, 0, 0]\ncolor 1: [255, 255, 255]\ncolor 2: [64, 64, 64]\n"
+                    "color 3: [128, 128, 128]\ncolor 4: [160, 160, 160]\n"
+                    "color 5: [192, 192, 192]\ncolor 6: [208, 208, 208]\n"
+                    "color 7: [224, 224, 224]\n"
+                    "Dithering...each(.) represents one scan line\n..\n");
+    for (HGLOBAL h : {src, table, out}) GlobalFree(h);
+
+    // A traced run maps through the per-pixel conversion: the same bytes.
+    std::mt19937 rng(26);
+    HGLOBAL pic = random_picture(rng, 29, 11);
+    for (int16_t depth : {1, 4, 8}) {
+        HGLOBAL t1 = 0, t2 = 0;
+        _debug_color_res = 1;
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        HGLOBAL traced = rlDitherBitmap(pic, 29, 11, 24, depth, 0, &t1);
+        (void)testing::internal::GetCapturedStderr();
+        (void)testing::internal::GetCapturedStdout();
+        _debug_color_res = 0;
+        HGLOBAL quiet = rlDitherBitmap(pic, 29, 11, 24, depth, 0, &t2);
+        EXPECT_TRUE(same_block(traced, quiet)) << depth;
+        for (HGLOBAL h : {t1, t2, traced, quiet}) GlobalFree(h);
+    }
+    GlobalFree(pic);
+}
+
+TEST(DitherBitmap, BadInput) {
+    HGLOBAL table = 0;
+    HGLOBAL out = rlDitherBitmap(0, 5, 5, 24, 4, 0, &table);  // no source: nothing to read
+    if (out != 0) {
+        EXPECT_TRUE(indices_below(out, 5, 5, 4, 16));
+    }
+    GlobalFree(out);
+    GlobalFree(table);
+    HGLOBAL src = picture(std::vector<uint32_t>(6, 0x123456), 3, 2);
+    for (int16_t depth : {0, 2, 3, 16, -1}) {
+        table = 0;
+        HGLOBAL o = rlDitherBitmap(src, 3, 2, 24, depth, 0, nullptr);
+        HGLOBAL p = rlDitherBitmap(src, 3, 2, 24, depth, 0, &table);
+        GlobalFree(o);
+        GlobalFree(p);
+        GlobalFree(table);
+    }
+    HGLOBAL g = rlDitherGivenCT(src, 3, 2, 24, 4, 0, 0, 16);  // no table: pixels untouched
+    GlobalFree(g);
+    GlobalFree(src);
+}
+
+TEST(DitherPhoto, FastPathMatchesThePerPixelLoop) {
+    int32_t w = 0, h = 0;
+    HGLOBAL photo = load_test_photo(&w, &h);
+    ASSERT_NE(photo, 0u);
+    for (int16_t depth : {1, 4}) {
+        HGLOBAL table = 0;
+        HGLOBAL out = rlDitherBitmap(photo, w, h, 24, depth, 0, &table);
+        int16_t count = depth == 1 ? 8 : 16;
+        HGLOBAL expected = oracle_dither_given(photo, w, h, 24, depth, table, count);
+        EXPECT_TRUE(same_block(out, expected)) << depth;
+        for (HGLOBAL x : {table, out, expected}) GlobalFree(x);
+    }
+    GlobalFree(photo);
 }
 
 }  // namespace

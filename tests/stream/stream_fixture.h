@@ -10,6 +10,9 @@
 
 #include "tolva/tolva.h"
 
+std::vector<uint8_t> read_file(const std::string &path);
+void write_file(const std::string &path, const std::vector<uint8_t> &bytes);
+
 // A temporary file that is removed when the test ends.
 struct TempFile {
     std::string path;
@@ -19,33 +22,15 @@ struct TempFile {
     }
     ~TempFile() { unlink(path.c_str()); }
     const char *c_str() const { return path.c_str(); }
-    std::vector<uint8_t> contents() const {
-        std::vector<uint8_t> bytes;
-        FILE *f = fopen(path.c_str(), "rb");
-        if (f == nullptr) return bytes;
-        int c;
-        while ((c = fgetc(f)) != EOF) bytes.push_back(static_cast<uint8_t>(c));
-        fclose(f);
-        return bytes;
-    }
-    void put(const std::vector<uint8_t> &bytes) const {
-        FILE *f = fopen(path.c_str(), "wb");
-        if (f == nullptr) return;
-        fwrite(bytes.data(), 1, bytes.size(), f);
-        fclose(f);
-    }
+    std::vector<uint8_t> contents() const { return read_file(path); }
+    void put(const std::vector<uint8_t> &bytes) const { write_file(path, bytes); }
 };
 
-// A memory stream the way the library's writers build one: a 1-byte block,
-// locked, its address in `data`, growth step 4096.
+// A memory stream built the way the library's writers build one: a 1-byte
+// block, locked, its address in `data`, growth step 4096.
 struct MemoryBlock {
-    void *data = nullptr;
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {};
-    MemoryBlock() {
-        data = GlobalLock(GlobalAlloc(TOLVA_GMEM_FLAGS, 1));
-        descriptor[0] = reinterpret_cast<intptr_t>(&data);
-        descriptor[2] = 4096;
-    }
+    void *data = GlobalLock(GlobalAlloc(TOLVA_GMEM_FLAGS, 1));
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(&data), 0, 4096};
     ~MemoryBlock() { GlobalFree(GlobalHandle(data)); }
     HGLOBAL open(uint32_t mode) { return zunOpen(nullptr, descriptor, mode); }
     // Reopens the block for reading with its whole length as the size word.
@@ -56,13 +41,8 @@ struct MemoryBlock {
     uint8_t *bytes() const { return static_cast<uint8_t *>(data); }
 };
 
-inline std::vector<uint8_t> pattern(size_t n, uint32_t seed = 1) {
-    std::vector<uint8_t> v(n);
-    for (size_t i = 0; i < n; ++i) {
-        seed = seed * 1103515245u + 12345u;
-        v[i] = static_cast<uint8_t>(seed >> 16);
-    }
-    return v;
-}
+// A memory stream holding `bytes`, positioned at 0.
+HGLOBAL memory_source(MemoryBlock &m, const std::vector<uint8_t> &bytes);
+std::vector<uint8_t> pattern(size_t n, uint32_t seed = 1);
 
 #endif

@@ -1,0 +1,114 @@
+// The spool of an interlaced image that arrives in several bands, and the
+// pass-order compression that empties it.
+//
+// The spool holds the image top row first, one unpadded row after another:
+// a memory stream for images of up to 349999 pixels, a temporary file in /tmp
+// beyond that. Whatever happens, the spool file is deleted when the spool is
+// closed, and a file that could not be opened is not left behind either.
+#include <cstring>
+
+#include "output/gif.h"
+#include "output/lzw.h"
+
+namespace {
+
+constexpr uint32_t kOpenForWriting = 4097;
+constexpr uint32_t kDeleteFile = 512;
+constexpr intptr_t kMemoryGrowth = 4096;
+// One buffer-load of rows, and one LZW segment, at most.
+constexpr uint32_t kLoadBytes = 65536;
+
+constexpr int32_t kPassStart[4] = {0, 4, 2, 1};
+constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
+
+}  // namespace
+
+extern "C" {
+
+HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
+    int32_t error = TOLVA_OK;
+    HGLOBAL spool = 0;
+    if (pixels > kGifMemorySpoolPixels) {
+        char name[TOLVA_TEMP_NAME_SIZE] = {};
+        state->spoolName[0] = '\0';
+        if (ZUNGetTempFileName(0, "", 0, name) != 0 && std::strlen(name) < sizeof state->spoolName) {
+            std::memcpy(state->spoolName, name, std::strlen(name) + 1);
+        }
+        spool = zunOpen(state->spoolName, nullptr, kOpenForWriting);
+        if (spool == 0) {
+            error = TOLVA_ERR_STREAM;
+            // The name service may have created the file already.
+            if (state->spoolName[0] != '\0') (void)zunOpen(state->spoolName, nullptr, kDeleteFile);
+        }
+    } else {
+        HGLOBAL block = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
+        state->spoolBlock = block;
+        state->spoolData = GlobalLock(block);
+        if (state->spoolData == nullptr) {
+            error = TOLVA_ERR_WORK_BUFFER;
+        } else {
+            // The stream keeps state->spoolData pointing at the block as it
+            // grows, which is how EndCellBitmap finds the block to free.
+            intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+                reinterpret_cast<intptr_t>(&state->spoolData), 0, kMemoryGrowth, 0, 0, 0};
+            spool = zunOpen(nullptr, descriptor, kOpenForWriting);
+            if (spool == 0) error = TOLVA_ERR_STREAM;
+        }
+    }
+    if (error != TOLVA_OK) push_er(error);
+    return spool;
+}
+
+int32_t GifWriteSpoolFile(HGLOBAL spool, const uint8_t *bytes, int32_t n) {
+    return zunWrite(spool, bytes, n);
+}
+
+int32_t GifCloseSpoolFile(CellBitmapState *state) {
+    return zunCloseandDelete(state->spoolStream, state->spoolName);
+}
+
+int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
+    HGLOBAL pixel_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
+    HGLOBAL work_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
+    auto *pixels = static_cast<uint8_t *>(GlobalLock(pixel_handle));
+    auto *work = static_cast<uint8_t *>(GlobalLock(work_handle));
+    int32_t result = TOLVA_OK;
+    const uint32_t row_bytes = state->bytesPerRow;
+    // A row longer than a buffer-load can never be read back: no load would
+    // make progress, so nothing is compressed at all.
+    if (pixels != nullptr && work != nullptr && row_bytes <= kLoadBytes) {
+        const uint32_t rows_per_load = row_bytes == 0 ? UINT32_MAX : kLoadBytes / row_bytes;
+        const int32_t height = state->height;
+        int32_t first = 1;
+        int32_t last = 0;
+        uint32_t carry = 0;
+        int pass = 0;
+        int32_t row = 0;
+        while (row < height && pass <= 3) {
+            uint32_t filled = 0;
+            while (filled < rows_per_load && row < height) {
+                auto offset = static_cast<int32_t>(static_cast<uint32_t>(row) * row_bytes);
+                (void)zunSeek(state->spoolStream, offset, 0);
+                (void)zunRead(state->spoolStream, pixels + filled * row_bytes,
+                              static_cast<int32_t>(row_bytes));
+                ++filled;
+                row += kPassStep[pass];
+            }
+            // Only the load that ends the fourth pass ends the image: a
+            // picture too short for a fourth pass gets no end code.
+            if (pass == 3 && row >= height) last = 1;
+            result = CompressAndWrite(stream, pixels, work, static_cast<int32_t>(filled * row_bytes),
+                                      first, last, &carry);
+            first = 0;
+            if (row >= height) {
+                ++pass;
+                if (pass < 4) row = kPassStart[pass];
+            }
+        }
+    }
+    if (pixel_handle != 0) GlobalFree(pixel_handle);
+    if (work_handle != 0) GlobalFree(work_handle);
+    return result;
+}
+
+}  // extern "C"
