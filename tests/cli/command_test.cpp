@@ -376,7 +376,9 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
 TEST_F(Command, ProfileSectionsChooseTheSettings) {
     REQUIRE_PIPELINE();
     QuadrantPng("wide.png", 400, 300, PNG_COLOR_TYPE_RGB);
-    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2\nHeight=2\nX Resolution=64\n"
+    // The filter reads a value over its default's text, so Width=2 would
+    // read as 2.67: values are written at least as long as the defaults.
+    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\n"
                               "Y Resolution=64\n\n[Bare]\nWidth=2\n");
     Result r = Run({"--profile", "my.ini", "--section", "Small", "wide.png", "out.gif"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -434,6 +436,20 @@ TEST_F(Command, TransparentAndBackgroundPickTheNearestEntries) {
     EXPECT_EQ(gif.colours[2].Green, 0x3c);
     EXPECT_EQ(gif.colours[2].Blue, 0x90);
     EXPECT_EQ(gif.background, 2);
+}
+
+TEST_F(Command, ColourModeReachesTheDevice) {
+    REQUIRE_PIPELINE();
+    std::vector<uint8_t> indices = PalettePng("in.png", 10, 4, 8, 32);
+    Result r = Run({"--actual-size", "--colour-mode", "invert", "in.png", "out.gif"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Gif gif;
+    ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
+    EXPECT_EQ(gif.indices, indices);
+    for (int i = 0; i < 32; ++i) {
+        EXPECT_EQ(gif.colours[i].Red, 255 - palette_[3 * i]) << i;
+        EXPECT_EQ(gif.colours[i].Blue, 255 - palette_[3 * i + 2]) << i;
+    }
 }
 
 TEST_F(Command, StandardStreamsReplacementAndOtherFormats) {
