@@ -10,14 +10,13 @@ namespace {
 
 constexpr intptr_t kMemoryGrowth = 4096;
 
-// Without a Setup block the memory output has no host-visible home; it is
-// kept here and released at term.
+// Without a Setup block the memory output has no host-visible home.
 void *g_memory_fallback = nullptr;
 
 // The variable that holds the locked address of the memory-stream block.
 // The stream keeps its address and rewrites it whenever the block grows, so
 // it must outlive the stream: it is the Setup block's, where the host finds
-// its picture after the device is closed.
+// its picture once the device is closed.
 void **memory_output_ref() {
     return lpSetup != nullptr ? &lpSetup->exportMemoryData : &g_memory_fallback;
 }
@@ -26,10 +25,11 @@ void **memory_output_ref() {
 
 namespace tolva_driver {
 
-void release_memory_fallback(void) {
-    if (g_memory_fallback == nullptr) return;
-    (void)GlobalFree(GlobalHandle(g_memory_fallback));  // always 0
-    g_memory_fallback = nullptr;
+void release_memory_output(void) {
+    void **ref = memory_output_ref();
+    if (*ref != nullptr) (void)GlobalFree(GlobalHandle(*ref));  // always 0
+    *ref = nullptr;
+    if (lpSetup != nullptr) lpSetup->exportMemoryBlock = 0;
 }
 
 }  // namespace tolva_driver
@@ -57,13 +57,13 @@ void *d_opdv(void *block) {
         return block;
     }
     // No name: the picture goes into a memory block that the stream grows.
-    // A block left by an earlier device is the host's; it is not freed.
+    // The block of an earlier device goes now, unless the host took it.
+    tolva_driver::release_memory_output();
     HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
     if (work == 0) {
         push_er(TOLVA_ERR_MEMORY);
         return block;
     }
-    tolva_driver::release_memory_fallback();
     void **ref = memory_output_ref();
     *ref = GlobalLock(work);
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = work;

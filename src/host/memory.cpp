@@ -35,21 +35,18 @@ uint8_t *data_address(HGLOBAL h) {
     return address;
 }
 
-}  // namespace
+size_t allocation_bytes(uint32_t size) { return static_cast<size_t>((uint64_t{size} + kSlack) / 8 * 8); }
 
-extern "C" {
+[[noreturn]] void out_of_memory(size_t bytes) {
+    std::printf("GloalAlloc function failed due to insufficient memory: needs %ld bytes memory!!\n",
+                static_cast<long>(bytes));
+    std::fflush(stdout);
+    std::abort();
+}
 
-HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
-    uint64_t units = (uint64_t{size} + kSlack) / 8;
-    size_t bytes = static_cast<size_t>(units * 8);
-    auto *block = static_cast<uint8_t *>(tolva_host_calloc(units, 8));
-    if (block == nullptr) {
-        std::printf("GloalAlloc function failed due to insufficient memory: needs %ld bytes memory!!\n",
-                    static_cast<long>(bytes));
-        std::fflush(stdout);
-        std::abort();
-    }
-    std::memset(block, 0, bytes);
+// Header of an allocation that starts at block; returns the data address,
+// which sits behind the header on the next 8-byte boundary.
+uint8_t *write_header(uint8_t *block, uint32_t size, uint32_t flags) {
     uintptr_t base = reinterpret_cast<uintptr_t>(block);
     size_t fill = (8 - ((base + kHeaderSize) % 8)) % 8;
     uint8_t *data = block + kHeaderSize + fill;
@@ -58,6 +55,23 @@ HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
     std::memset(block + kReservedAt, 0, 4);
     std::memcpy(block + kAddressAt, &data, sizeof data);
     block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize + fill);
+    std::memset(block + kOffsetAt + 1, 0, 3);
+    return data;
+}
+
+// A handle from GlobalPointerToHandle describes memory it does not own.
+bool owns_data(HGLOBAL h) { return data_address(h) == header(h) + header(h)[kOffsetAt]; }
+
+}  // namespace
+
+extern "C" {
+
+HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
+    size_t bytes = allocation_bytes(size);
+    auto *block = static_cast<uint8_t *>(tolva_host_calloc(bytes / 8, 8));
+    if (block == nullptr) out_of_memory(bytes);
+    std::memset(block, 0, bytes);
+    write_header(block, size, flags);
     return reinterpret_cast<HGLOBAL>(block);
 }
 
@@ -80,13 +94,32 @@ int32_t GlobalFree(HGLOBAL h) {
 }
 
 HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags) {
-    HGLOBAL fresh = GlobalAlloc(flags, size);
-    if (fresh != 0 && h != 0) {
-        int32_t old_size = static_cast<int32_t>(GlobalSize(h));
-        int32_t new_size = static_cast<int32_t>(size);
-        int32_t n = old_size < new_size ? old_size : new_size;
-        if (n > 0) std::memcpy(data_address(fresh), data_address(h), static_cast<size_t>(n));
+    // The old contents survive up to the smaller size (the sizes compared as
+    // signed values); the new tail is zero. Owned blocks grow in place with
+    // realloc, so that a memory stream growing step by step does not copy its
+    // whole block at every step.
+    int32_t old_size = static_cast<int32_t>(GlobalSize(h));
+    int32_t new_size = static_cast<int32_t>(size);
+    int32_t keep = old_size < new_size ? old_size : new_size;
+    size_t kept = keep > 0 ? static_cast<size_t>(keep) : 0;
+    if (h != 0 && owns_data(h)) {
+        size_t old_offset = header(h)[kOffsetAt];
+        size_t bytes = allocation_bytes(size);
+        auto *block = static_cast<uint8_t *>(tolva_host_realloc(header(h), bytes));
+        if (block == nullptr) {
+            std::free(header(h));
+            out_of_memory(bytes);
+        }
+        size_t fill = (8 - ((reinterpret_cast<uintptr_t>(block) + kHeaderSize) % 8)) % 8;
+        if (kHeaderSize + fill != old_offset)
+            std::memmove(block + kHeaderSize + fill, block + old_offset, kept);
+        uint8_t *data = write_header(block, size, flags);
+        std::memset(block + kHeaderSize, 0, fill);
+        std::memset(data + kept, 0, static_cast<size_t>(block + bytes - (data + kept)));
+        return reinterpret_cast<HGLOBAL>(block);
     }
+    HGLOBAL fresh = GlobalAlloc(flags, size);
+    if (h != 0 && kept > 0) std::memcpy(data_address(fresh), data_address(h), kept);
     // The old block goes even when the new one could not be had: callers own
     // only the handle they get back.
     GlobalFree(h);
@@ -132,6 +165,11 @@ void tolva_host_fail_allocation(long nth) { g_fail_countdown = nth; }
 void *tolva_host_calloc(size_t count, size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::calloc(count, size);
+}
+
+void *tolva_host_realloc(void *block, size_t size) {
+    if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
+    return std::realloc(block, size);
 }
 
 void *tolva_host_malloc(size_t size) {

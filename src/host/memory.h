@@ -9,6 +9,7 @@
 // The system allocator as every handle function reaches it.
 void *tolva_host_calloc(size_t count, size_t size);
 void *tolva_host_malloc(size_t size);
+void *tolva_host_realloc(void *block, size_t size);
 
 // Test-only: make the Nth allocation from now on fail (0 switches it off).
 // GlobalAlloc aborts on failure, so this reaches GlobalPointerToHandle's

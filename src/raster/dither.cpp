@@ -38,8 +38,9 @@ int16_t usable_count(HGLOBAL table, int16_t count) {
 bool tracing_rows() { return _debug_color_res == 1 || _debug_color_res == 2; }
 
 HGLOBAL copy_to_24_bits(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits) {
-    // The copy is made with no tables at all: indexed sources have no colours
-    // to take, so their pixels come out black.
+    // The copy is made with no tables at all, as the dithering has always made
+    // it: an indexed source's pixels come out black, so callers that want its
+    // colours hand over a 24-bit picture.
     return rlConvertBitmapDepth(bits, width, height, srcBits, 24, 0, 0, 0);
 }
 
@@ -93,7 +94,8 @@ void print_table(HGLOBAL table, int16_t count) {
 
 // The table choice of rlDitherBitmap (callerAlwaysWins: a caller's table that
 // locks is taken at any depth) and of rlDitherGetCT (only below 3 entries).
-// *work is the 24-bit copy, made here when the reduction needs it.
+// *work is the 24-bit copy (made here if it is still 0 when the reduction
+// needs it).
 TableChoice choose_table(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                          int16_t dstBits, HGLOBAL callerTable, bool callerAlwaysWins,
                          HGLOBAL *work) {
@@ -226,7 +228,8 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
     if (direct) {
         result = map.result;
     } else {
-        if (map.result != 0) (void)rlFreeNewData(map.result);  // a direct map that failed
+        (void)rlFreeNewData(map.result);  // a direct map that failed, or 0
+        map.result = 0;
         result = rlConvertBitmapDepth(work, width, height, 24, dstBits, 0, table, count);
     }
     direct_close(&map);
@@ -257,11 +260,13 @@ HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcB
 int32_t rlDitherGetCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
                       int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table, int16_t *count) {
     (void)srcTable;  // the 24-bit copy takes no table
-    HGLOBAL work = 0;
+    // The copy is made even when the table needs no reduction, as by
+    // rlDitherBitmap, so that a debug trace reads the same.
+    HGLOBAL work = copy_to_24_bits(bits, width, height, srcBits);
     HGLOBAL callerTable = table != nullptr ? *table : 0;
     TableChoice choice =
         choose_table(bits, width, height, srcBits, dstBits, callerTable, false, &work);
-    (void)rlFreeNewData(work);  // 0 when no copy was needed
+    (void)rlFreeNewData(work);  // 0 when the copy could not be made
     if (table != nullptr) {
         *table = choice.table;
     } else {

@@ -1,41 +1,41 @@
 // An exact fast replacement for rlNearestRGBIndex on 8-bit channels.
 //
-// The colour cube is cut into 32768 cells of 8 x 8 x 8. For each cell and
-// query class (grey or colour) the search keeps, in ascending index order,
-// only the entries of that class that could be nearest to some colour of the
-// cell: entry e is dropped when even its closest approach to the cell is
-// farther than the worst case of the entry that is best in the worst case.
-// Dropped entries can never reach the minimum distance, not even in a tie, so
-// a linear scan of the kept entries with the same strict comparison returns
-// the index that the full scan returns. Cells are filled on first use.
+// The colour cube is cut into cells, and each cell keeps, per query class
+// (grey or colour), only the entries of that class that could be nearest to
+// some colour of the cell: an entry is dropped when even its closest approach
+// to the cell is farther than the farthest approach of the entry that is best
+// in the worst case. A dropped entry can never reach the minimum distance, not
+// even in a tie. A query scans its cell's candidates in order of closest
+// approach, stops once the next one cannot come within its best distance, and
+// keeps the smallest (distance, index) pair: exactly what the full scan's
+// strict comparison from index 0 upward returns (see rl_nearest_find).
+//
+// Cells are 32, 16, 8 and 4 wide; queries use the 4-wide ones. Each cell is
+// filled on first use from its parent's list (the 32-wide ones from the whole
+// class): whatever a cell drops, every part of it drops too, since its best
+// worst case can only shrink inside a part.
 #include "raster/raster.h"
 
 namespace {
 
-constexpr uint32_t kCells = 32768;
+constexpr uint32_t kFirstPoolSize = 4096;
 
-uint32_t cell_of(uint8_t r, uint8_t g, uint8_t b) {
-    return (static_cast<uint32_t>(r >> 3) << 10) | (static_cast<uint32_t>(g >> 3) << 5) |
-           static_cast<uint32_t>(b >> 3);
+// Where each level's cells start in a class's cell array.
+constexpr uint32_t kLevelStart[kRlNearestLevels] = {0, 512, 512 + 4096, 512 + 4096 + 32768};
+constexpr uint32_t kCellCount = 512 + 4096 + 32768 + 262144;
+
+// Squared distances from a channel value to the nearest and the farthest
+// point of the interval [lo, lo + span].
+int axis_min(int v, int lo, int span) {
+    int d = v < lo ? lo - v : (v > lo + span ? v - lo - span : 0);
+    return d * d;
 }
 
-bool grey_query(uint8_t r, uint8_t g, uint8_t b) {
-    auto near = [](int a, int c) { return a - c <= 4 && c - a <= 4; };
-    return near(r, g) && near(g, b) && near(r, b);
-}
-
-// Squared distance from a channel value to the interval [lo, lo + 7]: the
-// nearest and the farthest point of the cell along one axis.
-uint32_t axis_min(int v, int lo) {
-    int d = v < lo ? lo - v : (v > lo + 7 ? v - lo - 7 : 0);
-    return static_cast<uint32_t>(d * d);
-}
-
-uint32_t axis_max(int v, int lo) {
+int axis_max(int v, int lo, int span) {
     int a = v > lo ? v - lo : lo - v;
-    int b = v > lo + 7 ? v - lo - 7 : lo + 7 - v;
+    int b = v > lo + span ? v - lo - span : lo + span - v;
     int d = a > b ? a : b;
-    return static_cast<uint32_t>(d * d);
+    return d * d;
 }
 
 // Makes room for `more` pool entries; false when the pool cannot grow.
@@ -44,36 +44,53 @@ bool reserve(RlNearest *n, uint32_t more) {
     if (n->poolUsed + more <= n->poolSize) return true;
     uint32_t size = n->poolSize * 2;
     while (size < n->poolUsed + more) size *= 2;
-    HGLOBAL grown = GlobalReAlloc(n->poolHandle, size * 2, TOLVA_GMEM_FLAGS);
+    HGLOBAL grown = GlobalReAlloc(n->poolHandle,
+                                  size * static_cast<uint32_t>(sizeof(RlNearestCandidate)),
+                                  TOLVA_GMEM_FLAGS);
     n->poolHandle = grown;
-    n->pool = static_cast<uint16_t *>(rlLockMemory(grown));
-    if (n->pool == nullptr) return false;
+    n->pool = static_cast<RlNearestCandidate *>(rlLockMemory(grown));
+    if (n->pool == nullptr) {
+        for (int grey = 0; grey < 2; ++grey) {  // every query now takes the linear scan
+            n->cells[grey] = nullptr;
+            n->fine[grey] = nullptr;
+        }
+        return false;
+    }
     n->poolSize = size;
     return true;
 }
 
-// Fills the candidate list of one cell and class; false when out of memory.
-bool build_cell(RlNearest *n, uint32_t cell, int grey) {
-    const uint16_t *members = n->classes + (grey != 0 ? 0 : n->greyCount);
-    int32_t memberCount = grey != 0 ? n->greyCount : n->colourCount;
-    int lo[3] = {static_cast<int>((cell >> 10) & 31) * 8, static_cast<int>((cell >> 5) & 31) * 8,
-                 static_cast<int>(cell & 31) * 8};
-    uint32_t bound = 0xFFFFFFFFu;
-    for (int32_t k = 0; k < memberCount; ++k) {
-        const uint8_t *e = n->table + 3 * static_cast<size_t>(members[k]);
-        uint32_t worst = axis_max(e[0], lo[0]) + axis_max(e[1], lo[1]) + axis_max(e[2], lo[2]);
+// Fills `cell` (corner lo, each side span + 1 wide) with the candidates of
+// the list `from` that can be nearest inside it; false when out of memory.
+bool build_cell(RlNearest *n, RlNearestCell from, const int lo[3], int span,
+                RlNearestCell *cell) {
+    if (!reserve(n, from.length + 3)) return false;
+    const RlNearestCandidate *source = n->pool + from.start;
+    int bound = 0x7FFFFFFF;
+    for (uint32_t k = 0; k < from.length; ++k) {
+        const RlNearestCandidate &e = source[k];
+        int worst = axis_max(e.red, lo[0], span) + axis_max(e.green, lo[1], span) +
+                    axis_max(e.blue, lo[2], span);
         if (worst < bound) bound = worst;
     }
-    if (!reserve(n, static_cast<uint32_t>(memberCount))) return false;
     uint32_t start = n->poolUsed;
-    for (int32_t k = 0; k < memberCount; ++k) {
-        const uint8_t *e = n->table + 3 * static_cast<size_t>(members[k]);
-        uint32_t closest = axis_min(e[0], lo[0]) + axis_min(e[1], lo[1]) + axis_min(e[2], lo[2]);
-        if (closest <= bound) n->pool[n->poolUsed++] = members[k];
+    for (uint32_t k = 0; k < from.length; ++k) {
+        RlNearestCandidate e = source[k];
+        int closest = axis_min(e.red, lo[0], span) + axis_min(e.green, lo[1], span) +
+                      axis_min(e.blue, lo[2], span);
+        if (closest > bound) continue;
+        e.closest = static_cast<uint16_t>(closest < 0xFFFF ? closest : 0xFFFF);
+        uint32_t at = n->poolUsed++;
+        while (at > start && n->pool[at - 1].closest > e.closest) {
+            n->pool[at] = n->pool[at - 1];
+            --at;
+        }
+        n->pool[at] = e;
     }
-    RlNearestCell &c = n->cells[2 * cell + static_cast<uint32_t>(grey)];
-    c.start = start;
-    c.length = n->poolUsed - start;
+    cell->start = start;
+    cell->length = n->poolUsed - start;
+    // The scan reads whole groups of four: pad with copies of the first.
+    while (cell->length != 0 && (n->poolUsed - start) % 4 != 0) n->pool[n->poolUsed++] = n->pool[start];
     return true;
 }
 
@@ -84,15 +101,17 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count) {
     n->table = table;
     n->count = table != nullptr && count > 0 ? count : 0;
     if (n->count == 0) return 0;
-    n->classHandle = rlGetMemory(2, n->count);
     n->cellsHandle = rlGetMemory(static_cast<int16_t>(sizeof(RlNearestCell)),
-                                 static_cast<int32_t>(2 * kCells));
-    n->poolSize = 1024;
-    n->poolHandle = rlGetMemory(2, static_cast<int32_t>(n->poolSize));
-    n->classes = static_cast<uint16_t *>(rlLockMemory(n->classHandle));
-    n->cells = static_cast<RlNearestCell *>(rlLockMemory(n->cellsHandle));
-    n->pool = static_cast<uint16_t *>(rlLockMemory(n->poolHandle));
-    if (n->classes == nullptr || n->cells == nullptr || n->pool == nullptr) {
+                                 static_cast<int32_t>(2 * kCellCount));
+    n->recentHandle = rlGetMemory(static_cast<int16_t>(sizeof(RlNearestRecent)),
+                                  1 << kRlNearestRecentBits);
+    n->recent = static_cast<RlNearestRecent *>(rlLockMemory(n->recentHandle));
+    uint32_t poolSize = kFirstPoolSize + static_cast<uint32_t>(n->count);
+    n->poolHandle = rlGetMemory(static_cast<int16_t>(sizeof(RlNearestCandidate)),
+                                static_cast<int32_t>(poolSize));
+    auto *cells = static_cast<RlNearestCell *>(rlLockMemory(n->cellsHandle));
+    n->pool = static_cast<RlNearestCandidate *>(rlLockMemory(n->poolHandle));
+    if (cells == nullptr || n->pool == nullptr || n->recent == nullptr) {
         // Without the structure every query takes the linear scan.
         const uint8_t *kept = n->table;
         int32_t keptCount = n->count;
@@ -101,51 +120,50 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count) {
         n->count = keptCount;
         return -1;
     }
-    // Greys first, then colours, each in ascending index order. Pool entry 0
-    // is never used, so a cell with start 0 has not been built yet.
-    for (int32_t i = 0; i < n->count; ++i) {
-        const uint8_t *e = table + 3 * static_cast<size_t>(i);
-        if (e[0] == e[1] && e[1] == e[2]) n->classes[n->greyCount++] = static_cast<uint16_t>(i);
+    for (uint32_t grey = 0; grey < 2; ++grey) {
+        n->cells[grey] = cells + grey * kCellCount;
+        n->fine[grey] = n->cells[grey] + kLevelStart[kRlNearestLevels - 1];
     }
-    n->colourCount = 0;
-    for (int32_t i = 0; i < n->count; ++i) {
-        const uint8_t *e = table + 3 * static_cast<size_t>(i);
-        if (!(e[0] == e[1] && e[1] == e[2])) {
-            n->classes[n->greyCount + n->colourCount++] = static_cast<uint16_t>(i);
-        }
-    }
+    n->poolSize = poolSize;
+    // Pool entry 0 is never used, so a cell whose start is 0 is not built.
+    // The two class lists (colours first, then greys) open the pool.
     n->poolUsed = 1;
+    for (uint32_t grey = 0; grey < 2; ++grey) {
+        n->classes[grey].start = n->poolUsed;
+        for (int32_t i = 0; i < n->count; ++i) {
+            const uint8_t *e = table + 3 * static_cast<size_t>(i);
+            bool isGrey = e[0] == e[1] && e[1] == e[2];
+            if (isGrey != (grey != 0)) continue;
+            n->pool[n->poolUsed++] =
+                RlNearestCandidate{0, static_cast<uint16_t>(i), e[0], e[1], e[2], 0};
+        }
+        n->classes[grey].length = n->poolUsed - n->classes[grey].start;
+    }
     return 0;
 }
 
-int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
+int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     if (n->count == 0) return 0;
-    if (n->pool == nullptr) return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
-    uint32_t cell = cell_of(r, g, b);
-    int grey = grey_query(r, g, b) ? 1 : 0;
-    RlNearestCell *c = &n->cells[2 * cell + static_cast<uint32_t>(grey)];
-    if (c->start == 0 && !build_cell(n, cell, grey)) {
-        return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
-    }
-    const uint16_t *candidates = n->pool + c->start;
-    uint32_t best = 0x7FFFFFFFu;
-    int16_t bestIndex = 0;
-    for (uint32_t k = 0; k < c->length; ++k) {
-        const uint8_t *e = n->table + 3 * static_cast<size_t>(candidates[k]);
-        int dr = r - e[0], dg = g - e[1], db = b - e[2];
-        auto distance = static_cast<uint32_t>(dr * dr + dg * dg + db * db);
-        if (distance < best) {
-            best = distance;
-            bestIndex = static_cast<int16_t>(candidates[k]);
-            if (distance == 0) break;
+    uint32_t grey = rl_grey_query(r, g, b);
+    RlNearestCell parent = n->classes[grey];
+    bool built = n->cells[grey] != nullptr;
+    for (int level = 0; built && level < kRlNearestLevels; ++level) {
+        RlNearestCell *cell = &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
+        if (cell->start == 0) {
+            int shift = 5 - level;
+            int mask = ~((1 << shift) - 1);
+            int lo[3] = {r & mask, g & mask, b & mask};
+            built = build_cell(n, parent, lo, (1 << shift) - 1, cell);
         }
+        parent = *cell;
     }
-    return bestIndex;
+    if (!built) return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
+    return rl_nearest_scan(n->pool + parent.start, parent.length, r, g, b);
 }
 
 void rl_nearest_close(RlNearest *n) {
     (void)rlFreeNewData(n->poolHandle);  // each handle is either freed or 0
     (void)rlFreeNewData(n->cellsHandle);
-    (void)rlFreeNewData(n->classHandle);
+    (void)rlFreeNewData(n->recentHandle);
     *n = RlNearest{};
 }

@@ -58,22 +58,37 @@ inline void rl_store_direct(uint8_t *at, uint32_t v, const uint32_t *map, const 
 }
 
 // Exact nearest-colour search structure; see nearest_fast.cpp.
+constexpr int kRlNearestLevels = 4;  // cells 32, 16, 8 and 4 wide
+
 struct RlNearestCell {
     uint32_t start;   // first candidate in the pool; 0 until the cell is built
     uint32_t length;  // number of candidates
 };
 
+struct RlNearestCandidate {
+    uint16_t closest;  // squared distance from the entry to its cell, at most 0xFFFF
+    uint16_t index;    // table index
+    uint8_t red, green, blue, unused;
+};
+
+// A recent answer, by colour.
+struct RlNearestRecent {
+    uint32_t key;    // colour + 1; 0 for an empty slot
+    uint32_t index;
+};
+constexpr int kRlNearestRecentBits = 12;
+
 struct RlNearest {
     const uint8_t *table;
-    int32_t count;          // 0 for a missing table or a count below 1
-    HGLOBAL classHandle;
+    int32_t count;              // 0 for a missing table or a count below 1
     HGLOBAL cellsHandle;
     HGLOBAL poolHandle;
-    uint16_t *classes;      // grey entry indices, then colour entry indices
-    RlNearestCell *cells;   // two per 8x8x8 cell: colour queries, grey queries
-    uint16_t *pool;         // candidate indices of all built cells
-    int32_t greyCount;
-    int32_t colourCount;
+    HGLOBAL recentHandle;
+    RlNearestCell classes[2];   // all colour entries, all grey entries
+    RlNearestCell *cells[2];    // every level, for colour queries and for grey queries
+    RlNearestCell *fine[2];     // their 4-wide levels; null when only the linear scan is left
+    RlNearestCandidate *pool;   // every list, one after another
+    RlNearestRecent *recent;    // recent answers; photographs repeat their colours a lot
     uint32_t poolUsed;
     uint32_t poolSize;
 };
@@ -81,8 +96,64 @@ struct RlNearest {
 // 0, or -1 when the search structure could not be made (it then falls back
 // to the linear scan, so the answers stay right).
 int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count);
-// rlNearestRGBIndex(r, g, b, table, count), exactly.
-int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 void rl_nearest_close(RlNearest *n);
+// Builds what a query needs, then answers it (or scans linearly).
+int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
+
+// 1 for a query that rlNearestRGBIndex treats as grey (channels within 4).
+inline uint32_t rl_grey_query(uint8_t r, uint8_t g, uint8_t b) {
+    auto near = [](int a, int c) { return static_cast<uint32_t>(a - c + 4) <= 8u ? 1u : 0u; };
+    return near(r, g) & near(g, b) & near(r, b);
+}
+
+// A colour's cell at one level. A cell's eight parts follow one another, so
+// that nearby colours share cache lines.
+inline uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int level) {
+    uint32_t p = (static_cast<uint32_t>(r >> 5) << 6) | (static_cast<uint32_t>(g >> 5) << 3) |
+                 static_cast<uint32_t>(b >> 5);
+    for (int shift = 4; shift > 4 - level; --shift) {
+        p = (p << 3) | ((static_cast<uint32_t>(r >> shift) & 1u) << 2) |
+            ((static_cast<uint32_t>(g >> shift) & 1u) << 1) | (static_cast<uint32_t>(b >> shift) & 1u);
+    }
+    return p;
+}
+
+// The best of a cell's candidates: the smallest distance, and among equal
+// distances the smallest index. Distances stay below 2^18 and indices below
+// 2^15, so (distance << 15 | index) orders the pairs exactly that way. Lists
+// come in groups of four (the last one padded with copies of the first
+// candidate, which change nothing), sorted by closest approach; a group whose
+// first candidate cannot come within the best distance ends the scan (a
+// closest approach held as 0xFFFF may be farther still, so it never stops a
+// scan too early).
+inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uint8_t r,
+                               uint8_t g, uint8_t b) {
+    if (length == 0) return 0;  // no entry of the query's class
+    uint64_t best = ~uint64_t{0};
+    for (uint32_t group = 0; group < length; group += 4, k += 4) {
+        if (group != 0 && k->closest > (best >> 15)) break;
+        for (int i = 0; i < 4; ++i) {
+            int dr = r - k[i].red, dg = g - k[i].green, db = b - k[i].blue;
+            uint64_t key = static_cast<uint64_t>(dr * dr + dg * dg + db * db) << 15 | k[i].index;
+            best = key < best ? key : best;
+        }
+    }
+    return static_cast<int16_t>(best & 0x7FFF);
+}
+
+// rlNearestRGBIndex(r, g, b, table, count), exactly.
+inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
+    if (n->fine[0] == nullptr) return rl_nearest_find_slow(n, r, g, b);
+    uint32_t colour = (static_cast<uint32_t>(r) << 16) | (static_cast<uint32_t>(g) << 8) | b;
+    RlNearestRecent &recent = n->recent[(colour * 0x9E3779B1u) >> (32 - kRlNearestRecentBits)];
+    if (recent.key == colour + 1) return static_cast<int16_t>(recent.index);
+    uint32_t grey = rl_grey_query(r, g, b);
+    const RlNearestCell &cell = n->fine[grey][rl_nearest_position(r, g, b, kRlNearestLevels - 1)];
+    int16_t index = cell.start != 0 ? rl_nearest_scan(n->pool + cell.start, cell.length, r, g, b)
+                                    : rl_nearest_find_slow(n, r, g, b);
+    recent.key = colour + 1;
+    recent.index = static_cast<uint32_t>(index);
+    return index;
+}
 
 #endif

@@ -153,7 +153,10 @@ protected:
 
     // A colour picture in four quadrants: red, green / blue, white.
     void QuadrantPng(const std::string &name, int width, int height, int colourType) {
-        int channels = png_get_channels_for(colourType);
+        int channels = colourType == PNG_COLOR_TYPE_GRAY         ? 1
+                       : colourType == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
+                       : colourType == PNG_COLOR_TYPE_RGB        ? 3
+                                                                 : 4;
         std::vector<uint8_t> rows(static_cast<size_t>(width) * height * channels);
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x) {
@@ -171,15 +174,6 @@ protected:
         ASSERT_EQ(test_write_png(Path(name).c_str(), width, height, colourType, 8, rows.data(),
                                  static_cast<size_t>(width) * channels, nullptr, 0, 0),
                   0);
-    }
-
-    static int png_get_channels_for(int colourType) {
-        switch (colourType) {
-        case PNG_COLOR_TYPE_GRAY: return 1;
-        case PNG_COLOR_TYPE_GRAY_ALPHA: return 2;
-        case PNG_COLOR_TYPE_RGB: return 3;
-        default: return 4;
-        }
     }
 
     std::string dir_;
@@ -376,7 +370,9 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
 TEST_F(Command, ProfileSectionsChooseTheSettings) {
     REQUIRE_PIPELINE();
     QuadrantPng("wide.png", 400, 300, PNG_COLOR_TYPE_RGB);
-    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2\nHeight=2\nX Resolution=64\n"
+    // The filter reads a value over its default's text, so Width=2 would
+    // read as 2.67: values are written at least as long as the defaults.
+    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\n"
                               "Y Resolution=64\n\n[Bare]\nWidth=2\n");
     Result r = Run({"--profile", "my.ini", "--section", "Small", "wide.png", "out.gif"});
     ASSERT_EQ(r.status, 0) << r.err;
@@ -398,7 +394,8 @@ TEST_F(Command, ColourPicturesKeepTheirWayUpAndRound) {
     };
     for (const Case &c : {Case{"rgb.png", PNG_COLOR_TYPE_RGB, false},
                           Case{"rgba.png", PNG_COLOR_TYPE_RGBA, false},
-                          Case{"grey.png", PNG_COLOR_TYPE_GRAY, true}}) {
+                          Case{"grey.png", PNG_COLOR_TYPE_GRAY, true},
+                          Case{"greya.png", PNG_COLOR_TYPE_GRAY_ALPHA, true}}) {
         QuadrantPng(c.name, 40, 30, c.colourType);
         Result r = Run({"--actual-size", "--bands", "4", c.name, "out.gif"});
         ASSERT_EQ(r.status, 0) << c.name << r.err;
@@ -434,6 +431,20 @@ TEST_F(Command, TransparentAndBackgroundPickTheNearestEntries) {
     EXPECT_EQ(gif.colours[2].Green, 0x3c);
     EXPECT_EQ(gif.colours[2].Blue, 0x90);
     EXPECT_EQ(gif.background, 2);
+}
+
+TEST_F(Command, ColourModeReachesTheDevice) {
+    REQUIRE_PIPELINE();
+    std::vector<uint8_t> indices = PalettePng("in.png", 10, 4, 8, 32);
+    Result r = Run({"--actual-size", "--colour-mode", "invert", "in.png", "out.gif"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    Gif gif;
+    ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
+    EXPECT_EQ(gif.indices, indices);
+    for (int i = 0; i < 32; ++i) {
+        EXPECT_EQ(gif.colours[i].Red, 255 - palette_[3 * i]) << i;
+        EXPECT_EQ(gif.colours[i].Blue, 255 - palette_[3 * i + 2]) << i;
+    }
 }
 
 TEST_F(Command, StandardStreamsReplacementAndOtherFormats) {

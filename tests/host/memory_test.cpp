@@ -39,7 +39,27 @@ TEST(GlobalMemory, ReAllocKeepsPrefixAndZeroesTail) {
     auto *p = static_cast<uint8_t *>(GlobalLock(big));
     EXPECT_EQ(std::memcmp(p, "abcd", 4), 0);
     for (int i = 4; i < 20; ++i) EXPECT_EQ(p[i], 0);
+    EXPECT_EQ(GlobalHandle(p), big);
+    // Grown step by step, as a memory stream grows, the data stays intact.
+    for (uint32_t size = 24; size < 200000; size += 4096) {
+        big = GlobalReAlloc(big, size, TOLVA_GMEM_FLAGS);
+        p = static_cast<uint8_t *>(GlobalLock(big));
+        ASSERT_EQ(std::memcmp(p, "abcd", 4), 0);
+        ASSERT_EQ(p[size - 1], 0);
+        p[size - 1] = 0xEE;
+    }
     GlobalFree(big);
+}
+
+TEST(GlobalMemory, ReAllocOfForeignMemoryCopiesAndLeavesItAlone) {
+    uint8_t buffer[8] = {9, 8, 7, 6, 5, 4, 3, 2};
+    HGLOBAL h = GlobalPointerToHandle(buffer, sizeof buffer);
+    HGLOBAL copy = GlobalReAlloc(h, 12, TOLVA_GMEM_FLAGS);
+    auto *p = static_cast<uint8_t *>(GlobalLock(copy));
+    EXPECT_NE(p, buffer);
+    EXPECT_EQ(std::memcmp(p, buffer, 8), 0);
+    EXPECT_EQ(p[8] | p[9] | p[10] | p[11], 0);
+    GlobalFree(copy);
 }
 
 TEST(GlobalMemory, PointerToHandleDescribesForeignMemory) {

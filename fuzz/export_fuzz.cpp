@@ -1,0 +1,121 @@
+// Random pictures through the whole opcode protocol into a GIF file, which
+// giflib must then decode to a picture of the size asked for. The first bytes
+// choose the size, depth, palette, band split, direction and the Setup
+// block's interlace and transparency; the rest are the pixels. The picture is
+// written 1:1 (100 dots per inch through the viewport scaling mode), so the
+// GIF is exactly as wide as the picture and as high as its height rounded up
+// to an even number of rows.
+#include <gif_lib.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <vector>
+
+#include "fuzz/host.h"
+
+using fuzzhost::Block;
+
+namespace {
+
+struct Reader {
+    const uint8_t *p;
+    size_t n;
+    uint8_t byte() {
+        if (n == 0) return 0x5a;
+        --n;
+        return *p++;
+    }
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    Reader in{data, size};
+    static const int32_t kBits[] = {1, 4, 8, 24, 32};
+    int32_t bits = kBits[in.byte() % 5];
+    int32_t width = 2 + in.byte() % 70;
+    int32_t height = 2 + in.byte() % 50;
+    int32_t bands = 1 + in.byte() % 4;
+    bool upward = in.byte() & 1;
+    uint8_t options = in.byte();
+
+    char path[] = "/tmp/tolva-fuzz-XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) return 0;
+    close(fd);
+
+    fuzzhost::Session session;
+    session.create();
+    if (lpRaster != nullptr) {
+        lpRaster->interlace = (options & 1) ? TOLVA_INTERLACE_ON : 0;
+        if (options & 2) {
+            lpRaster->transparency = TOLVA_TRANSPARENCY_ON;
+            for (uint8_t &c : lpRaster->transparentColour) c = in.byte();
+        }
+        if (options & 4) {
+            lpRaster->backgroundChoice = TOLVA_BACKGROUND_ON;
+            for (uint8_t &c : lpRaster->backgroundColour) c = in.byte();
+        }
+    }
+    session.start(path);
+
+    Block open(0x1), begin(0x3), body(0x4), end(0x5), close_(0x2);
+    fuzzhost::call(open);
+    fuzzhost::call(begin);
+    Block window(0x206);
+    window.putd(16, 0.0);
+    window.putd(24, 0.0);
+    window.putd(40, width - 1);
+    window.putd(48, height - 1);
+    fuzzhost::call(window);
+    Block scaling(0x209);
+    scaling.put16(16, 1);
+    scaling.putd(24, 0.254);  // 100 dots per inch: one pixel per cell
+    fuzzhost::call(scaling);
+    fuzzhost::call(body);
+
+    if (bits <= 8) {
+        int32_t entries = 1 << bits;
+        Block table(0x522, 20 + 3 * static_cast<size_t>(entries) + 8);
+        table.put32(4, 3 * entries + 2);
+        table.put32(16, 0);
+        for (int32_t i = 0; i < 3 * entries; ++i) table.bytes[20 + static_cast<size_t>(i)] = in.byte();
+        fuzzhost::call(table);
+    }
+
+    int32_t open_data[7] = {width, height, bits, 0, 0, 0, 0};
+    Block opening = fuzzhost::primitive(-5, open_data, 7);
+    fuzzhost::call(opening);
+
+    size_t rowBytes = ((static_cast<size_t>(width) * static_cast<size_t>(bits) + 7) / 8 + 3) / 4 * 4;
+    int32_t sent = 0;
+    for (int32_t b = 0; b < bands; ++b) {
+        int32_t rows = b == bands - 1 ? height - sent : height / bands;
+        if (rows <= 0) continue;
+        std::vector<uint8_t> pixels(rowBytes * static_cast<size_t>(rows));
+        for (uint8_t &v : pixels) v = in.byte();
+        // Upward rows: the second corner lies below the first while the
+        // window's y grows upward.
+        double y1 = upward ? rows - 1 : 0, y2 = upward ? 0 : rows - 1;
+        Block cells = fuzzhost::cellArray(y1, y2, static_cast<uint32_t>(width), static_cast<uint32_t>(rows),
+                                          bits, pixels.data(), pixels.size());
+        fuzzhost::call(cells);
+        sent += rows;
+    }
+
+    Block closing = fuzzhost::primitive(-6, open_data, 7);
+    fuzzhost::call(closing);
+    fuzzhost::call(end);
+    fuzzhost::call(close_);
+    session.finish();
+
+    int error = 0;
+    GifFileType *gif = DGifOpenFileName(path, &error);
+    if (gif == nullptr) std::abort();
+    if (DGifSlurp(gif) != GIF_OK) std::abort();
+    if (gif->SWidth != width || gif->SHeight != height + (height & 1) || gif->ImageCount != 1) std::abort();
+    DGifCloseFile(gif, &error);
+    unlink(path);
+    return 0;
+}

@@ -1,0 +1,77 @@
+// A minimal host for the fuzz targets: builds opcode parameter blocks at
+// their byte positions and drives the raster device through its 32-bit entry.
+#ifndef TOLVA_FUZZ_HOST_H
+#define TOLVA_FUZZ_HOST_H
+
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "tolva/tolva.h"
+
+namespace fuzzhost {
+
+struct Block {
+    std::vector<uint8_t> bytes;
+    explicit Block(int32_t opcode, size_t size = 128) : bytes(size, 0) { put32(0, opcode); }
+    void put32(size_t at, int32_t v) { std::memcpy(&bytes[at], &v, 4); }
+    void put16(size_t at, int16_t v) { std::memcpy(&bytes[at], &v, 2); }
+    void putd(size_t at, double v) { std::memcpy(&bytes[at], &v, 8); }
+    void *data() { return bytes.data(); }
+};
+
+inline int32_t call(Block &b) { return RASTER_dd_entry32(0, 2, b.data()); }
+
+struct Session {
+    HGLOBAL setup = 0;
+    std::vector<intptr_t> init = std::vector<intptr_t>(TOLVA_INIT_WORDS, 0);
+    int32_t capabilities[64] = {};
+    char fileName[144] = {};
+
+    // Opens the driver on a fresh Setup block; the caller may edit the block
+    // (through lpRaster) before calling start().
+    void create() { setup = CreateSetup(0, "", "", 0); }
+    int32_t start(const char *name) {
+        std::strncpy(fileName, name, sizeof fileName - 1);
+        init[TOLVA_INIT_FILE_NAME] = reinterpret_cast<intptr_t>(fileName);
+        init[TOLVA_INIT_REPLY_SIZE] = 4096;
+        init[TOLVA_INIT_SETUP] = static_cast<intptr_t>(setup);
+        init[TOLVA_INIT_CAPABILITIES] = reinterpret_cast<intptr_t>(capabilities);
+        return RASTER_dd_entry32(0, 0, init.data());
+    }
+    void finish() {
+        RASTER_dd_entry32(0, -1, nullptr);
+        if (setup != 0) DestroySetup(setup);
+        setup = 0;
+    }
+};
+
+// The drawing primitive block: word 4 the identifier, word 5 no points, then
+// the data length and the data.
+inline Block primitive(int32_t id, const int32_t *data, int32_t words) {
+    Block b(0x40a, 28 + 4 * static_cast<size_t>(words) + 8);
+    b.put32(16, id);
+    b.put32(20, 0);
+    b.put32(24, 4 * words);
+    for (int32_t i = 0; i < words; ++i) b.put32(28 + 4 * static_cast<size_t>(i), data[i]);
+    return b;
+}
+
+// A cell array with its rows inline from byte 102.
+inline Block cellArray(double y1, double y2, uint32_t cells, uint32_t rows, int32_t bits,
+                       const uint8_t *rowsData, size_t bytes) {
+    Block b(0x409, 102 + bytes + 8);
+    b.putd(16, 0.0);
+    b.putd(24, y1);
+    b.putd(40, 0.0);
+    b.putd(48, y2);
+    std::memcpy(&b.bytes[88], &cells, 4);
+    std::memcpy(&b.bytes[92], &rows, 4);
+    b.put32(96, bits);
+    if (bytes > 0) std::memcpy(&b.bytes[102], rowsData, bytes);
+    return b;
+}
+
+}  // namespace fuzzhost
+
+#endif
