@@ -13,6 +13,13 @@ constexpr intptr_t kMemoryGrowth = 4096;
 // Without a Setup block the memory output has no host-visible home.
 void *g_memory_fallback = nullptr;
 
+// The device's own memory-stream block, noted when the device closes, so
+// that only that block is released later: the same Setup block fields also
+// carry ExportCellData's output, and a host may take the block or put
+// another one there.
+bool g_memory_open = false;
+void *g_memory_closed = nullptr;
+
 // The variable that holds the locked address of the memory-stream block.
 // The stream keeps its address and rewrites it whenever the block grows, so
 // it must outlive the stream: it is the Setup block's, where the host finds
@@ -27,7 +34,10 @@ namespace tolva_driver {
 
 void release_memory_output(void) {
     void **ref = memory_output_ref();
-    if (*ref != nullptr) (void)GlobalFree(GlobalHandle(*ref));  // always 0
+    void *closed = g_memory_closed;
+    g_memory_closed = nullptr;
+    if (closed == nullptr || *ref != closed) return;  // the host took it
+    (void)GlobalFree(GlobalHandle(closed));           // always 0
     *ref = nullptr;
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = 0;
 }
@@ -66,6 +76,7 @@ void *d_opdv(void *block) {
     }
     void **ref = memory_output_ref();
     *ref = GlobalLock(work);
+    g_memory_open = true;
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = work;
     intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(ref), 0,
                                                           kMemoryGrowth, 0, 0, 0};
@@ -86,9 +97,12 @@ void *d_cldv(void *block) {
     }
     em->outputStream = 0;
     // A memory stream moves its block as it grows and keeps only the data
-    // address up to date; the handle the host frees follows it here.
-    if (lpSetup != nullptr && lpSetup->exportMemoryData != nullptr)
-        lpSetup->exportMemoryBlock = GlobalHandle(lpSetup->exportMemoryData);
+    // address up to date; the handle follows it here.
+    if (g_memory_open) {
+        g_memory_open = false;
+        g_memory_closed = *memory_output_ref();
+        if (lpSetup != nullptr) lpSetup->exportMemoryBlock = GlobalHandle(g_memory_closed);
+    }
     return block;
 }
 
