@@ -403,3 +403,31 @@ TEST_F(Export, PackedPalettePicturesWidenToEightBits) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(Export, FourBytePixelsMapToTheirNearestEntry) {
+    Picture rgb = true_colour_picture(40, 30);
+    Picture p;
+    p.width = 40;
+    p.height = 30;
+    p.bits = 32;
+    p.stride = 160;
+    p.rows.assign(160 * 30, 0x5A);  // the fourth byte plays no part
+    for (int32_t y = 0; y < 30; ++y)
+        for (int32_t x = 0; x < 40; ++x)
+            memcpy(&p.rows[static_cast<size_t>(y) * 160 + 4 * x], rgb.row(y) + 3 * x, 3);
+    Gif gif = export_file(p, Send{});
+    ASSERT_TRUE(gif.ok);
+    ASSERT_EQ(gif.width, 40);
+    for (int32_t y = 0; y < 30; ++y)
+        for (int32_t x = 0; x < 40; ++x) {
+            const uint8_t *source = rgb.row(29 - y) + 3 * x;
+            int expected = nearest_entry(source, gif.palette, 256);
+            ASSERT_EQ(distance(source, &gif.palette[3 * gif.at(x, y)]),
+                      distance(source, &gif.palette[3 * expected]))
+                << x << "," << y;
+        }
+}
+
+}  // namespace
