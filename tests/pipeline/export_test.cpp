@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -364,6 +365,40 @@ TEST_F(Export, FourByteColourModelsBecomeRGB) {
         int nearest = nearest_entry(c.rgb, gif.palette, 256);
         EXPECT_LE(distance(c.rgb, &gif.palette[3 * nearest]), 3u * 7 * 7) << "model " << c.model;
         for (uint8_t index : gif.indices) ASSERT_EQ(index, nearest) << "model " << c.model;
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// 1- and 4-bit pictures come out as 8-bit GIFs with their indices intact
+// and the first 2^bits entries of the device's table.
+TEST_F(Export, PackedPalettePicturesWidenToEightBits) {
+    for (int32_t bits : {1, 4}) {
+        Picture p;
+        p.width = 21;
+        p.height = 6;
+        p.bits = bits;
+        p.stride = ((p.width * bits + 7) / 8 + 3) & ~3;
+        p.rows.assign(static_cast<size_t>(p.stride) * p.height, 0);
+        const int32_t mask = (1 << bits) - 1;
+        auto index = [&](int32_t x, int32_t y) { return (x * 5 + y * 3) & mask; };
+        for (int32_t y = 0; y < p.height; ++y)
+            for (int32_t x = 0; x < p.width; ++x) {
+                int32_t bit = x * bits;
+                p.rows[static_cast<size_t>(y) * p.stride + bit / 8] |=
+                    static_cast<uint8_t>(index(x, y) << (8 - bits - bit % 8));
+            }
+        Gif gif = export_file(p, Send{});
+        ASSERT_TRUE(gif.ok) << bits;
+        ASSERT_EQ(gif.width, p.width);
+        for (int32_t y = 0; y < p.height; ++y)
+            for (int32_t x = 0; x < p.width; ++x)
+                ASSERT_EQ(gif.at(x, y), index(x, p.height - 1 - y)) << bits << ": " << x << "," << y;
+        std::vector<uint8_t> expected = device_palette();
+        std::fill(expected.begin() + 3 * (1 << bits), expected.end(), 0);
+        EXPECT_EQ(gif.palette, expected) << bits;
     }
 }
 
