@@ -1324,8 +1324,9 @@ TOLVA_API int32_t dd_entry32(intptr_t unused, int16_t func, void *block);
 TOLVA_API int32_t RASTER_initdvr(intptr_t *block);
 /**
  * RASTER_termdvr: closes a device that is not in state 1 (as the close
- * opcode would), frees a picture bitmap left open, the reply buffer and
- * EMData; lpEMData is null afterwards. Always 0.
+ * opcode would), frees a picture bitmap left open, the memory output block
+ * (see d_opdv), the reply buffer and EMData; lpEMData is null afterwards.
+ * Always 0.
  */
 TOLVA_API int32_t RASTER_termdvr(void);
 /**
@@ -1433,8 +1434,10 @@ TOLVA_API int32_t UpdateStatus(int32_t value);
  *            failed open is not reported); else the EMData file name (303
  *            when it cannot be opened); else a memory stream whose block
  *            the Setup block's exportMemoryBlock/exportMemoryData hold once
- *            the device is closed (the GIF and one 0xFF byte; the host frees
- *            it with GlobalFree). Clears the error stack. State 2.
+ *            the device is closed (the GIF and one 0xFF byte). The filter
+ *            frees that block at the next such open and at term; a host that
+ *            keeps it clears both fields and frees it with GlobalFree.
+ *            Clears the error stack. State 2.
  *   d_cldv   0x002 (2, 4, 8, 16)  state 1; closes the stream (303 when that
  *            fails), or, when RASTER_escape says stop (901), closes it and
  *            deletes the named file.

@@ -10,14 +10,20 @@ namespace {
 
 constexpr intptr_t kMemoryGrowth = 4096;
 
-// Without a Setup block the memory output has no host-visible home; it is
-// kept here and released at term.
+// Without a Setup block the memory output has no host-visible home.
 void *g_memory_fallback = nullptr;
+
+// The device's own memory-stream block, noted when the device closes, so
+// that only that block is released later: the same Setup block fields also
+// carry ExportCellData's output, and a host may take the block or put
+// another one there.
+bool g_memory_open = false;
+void *g_memory_closed = nullptr;
 
 // The variable that holds the locked address of the memory-stream block.
 // The stream keeps its address and rewrites it whenever the block grows, so
 // it must outlive the stream: it is the Setup block's, where the host finds
-// its picture after the device is closed.
+// its picture once the device is closed.
 void **memory_output_ref() {
     return lpSetup != nullptr ? &lpSetup->exportMemoryData : &g_memory_fallback;
 }
@@ -26,10 +32,14 @@ void **memory_output_ref() {
 
 namespace tolva_driver {
 
-void release_memory_fallback(void) {
-    if (g_memory_fallback == nullptr) return;
-    (void)GlobalFree(GlobalHandle(g_memory_fallback));  // always 0
-    g_memory_fallback = nullptr;
+void release_memory_output(void) {
+    void **ref = memory_output_ref();
+    void *closed = g_memory_closed;
+    g_memory_closed = nullptr;
+    if (closed == nullptr || *ref != closed) return;  // the host took it
+    (void)GlobalFree(GlobalHandle(closed));           // always 0
+    *ref = nullptr;
+    if (lpSetup != nullptr) lpSetup->exportMemoryBlock = 0;
 }
 
 }  // namespace tolva_driver
@@ -57,15 +67,16 @@ void *d_opdv(void *block) {
         return block;
     }
     // No name: the picture goes into a memory block that the stream grows.
-    // A block left by an earlier device is the host's; it is not freed.
+    // The block of an earlier device goes now, unless the host took it.
+    tolva_driver::release_memory_output();
     HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
     if (work == 0) {
         push_er(TOLVA_ERR_MEMORY);
         return block;
     }
-    tolva_driver::release_memory_fallback();
     void **ref = memory_output_ref();
     *ref = GlobalLock(work);
+    g_memory_open = true;
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = work;
     intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(ref), 0,
                                                           kMemoryGrowth, 0, 0, 0};
@@ -86,9 +97,12 @@ void *d_cldv(void *block) {
     }
     em->outputStream = 0;
     // A memory stream moves its block as it grows and keeps only the data
-    // address up to date; the handle the host frees follows it here.
-    if (lpSetup != nullptr && lpSetup->exportMemoryData != nullptr)
-        lpSetup->exportMemoryBlock = GlobalHandle(lpSetup->exportMemoryData);
+    // address up to date; the handle follows it here.
+    if (g_memory_open) {
+        g_memory_open = false;
+        g_memory_closed = *memory_output_ref();
+        if (lpSetup != nullptr) lpSetup->exportMemoryBlock = GlobalHandle(g_memory_closed);
+    }
     return block;
 }
 

@@ -51,9 +51,9 @@ void reply_skip(uint32_t length);
 // the nearest bound (0 for NaN) instead of undefined behaviour.
 int32_t trunc_i32(double value);
 
-// Releases the memory-stream block kept for a device without a Setup block
-// (its stream must be closed). With a Setup block the block is the host's.
-void release_memory_fallback(void);
+// Releases the block of the device's memory stream (its stream must be
+// closed) unless the host took it by clearing the Setup block's fields.
+void release_memory_output(void);
 
 }  // namespace tolva_driver
 

@@ -104,7 +104,7 @@ int32_t RASTER_termdvr(void) {
     EMData *em = lpEMData;
     if (em == nullptr) return TOLVA_OK;
     if (em->deviceState != TOLVA_STATE_INITIALISED) (void)d_cldv(nullptr);
-    tolva_driver::release_memory_fallback();
+    tolva_driver::release_memory_output();
     // A picture opened by primitive -5 and never closed by -6 still owns its
     // bitmap; term releases every block the device took.
     if (em->pictureBitmap != 0) {

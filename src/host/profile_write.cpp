@@ -159,7 +159,7 @@ int32_t WritePrivateProfileString(const char *section, const char *key, const ch
         INIclose(in);
         return 0;
     }
-    fchmod(fd, new_file_mode(path));
+    (void)fchmod(fd, new_file_mode(path));  // mkstemp's 0600 would lock others out
     close(fd);
     Rewrite w = {zunOpen(temp, nullptr, kWriteMode), true};
     if (w.out == 0) {

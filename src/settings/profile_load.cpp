@@ -68,7 +68,7 @@ HGLOBAL CreateSetup(intptr_t, const char *profileName, const char *sectionName, 
     hRaster = handle;
     lpRaster = static_cast<SetupBlock *>(GlobalLock(handle));
     SetupBlock *block = lpRaster;
-    strupr(szFilter);
+    if (szFilter != nullptr) strupr(szFilter);
 
     if (profileName != nullptr && *profileName != '\0') {
         settings_copy_text(block->profilePath, sizeof block->profilePath, profileName);

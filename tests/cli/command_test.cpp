@@ -153,7 +153,10 @@ protected:
 
     // A colour picture in four quadrants: red, green / blue, white.
     void QuadrantPng(const std::string &name, int width, int height, int colourType) {
-        int channels = png_get_channels_for(colourType);
+        int channels = colourType == PNG_COLOR_TYPE_GRAY         ? 1
+                       : colourType == PNG_COLOR_TYPE_GRAY_ALPHA ? 2
+                       : colourType == PNG_COLOR_TYPE_RGB        ? 3
+                                                                 : 4;
         std::vector<uint8_t> rows(static_cast<size_t>(width) * height * channels);
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x) {
@@ -171,15 +174,6 @@ protected:
         ASSERT_EQ(test_write_png(Path(name).c_str(), width, height, colourType, 8, rows.data(),
                                  static_cast<size_t>(width) * channels, nullptr, 0, 0),
                   0);
-    }
-
-    static int png_get_channels_for(int colourType) {
-        switch (colourType) {
-        case PNG_COLOR_TYPE_GRAY: return 1;
-        case PNG_COLOR_TYPE_GRAY_ALPHA: return 2;
-        case PNG_COLOR_TYPE_RGB: return 3;
-        default: return 4;
-        }
     }
 
     std::string dir_;
@@ -400,7 +394,8 @@ TEST_F(Command, ColourPicturesKeepTheirWayUpAndRound) {
     };
     for (const Case &c : {Case{"rgb.png", PNG_COLOR_TYPE_RGB, false},
                           Case{"rgba.png", PNG_COLOR_TYPE_RGBA, false},
-                          Case{"grey.png", PNG_COLOR_TYPE_GRAY, true}}) {
+                          Case{"grey.png", PNG_COLOR_TYPE_GRAY, true},
+                          Case{"greya.png", PNG_COLOR_TYPE_GRAY_ALPHA, true}}) {
         QuadrantPng(c.name, 40, 30, c.colourType);
         Result r = Run({"--actual-size", "--bands", "4", c.name, "out.gif"});
         ASSERT_EQ(r.status, 0) << c.name << r.err;

@@ -41,6 +41,14 @@ TEST_F(Device, WithoutANameTheOutputGoesToAMemoryBlockOfTheHost) {
     ASSERT_EQ(block, lpSetup->exportMemoryData);
     EXPECT_EQ(0, memcmp(block, bytes.data(), 10000));
     EXPECT_EQ(block[10000], 0xff) << "the stream's end marker follows the bytes";
+    call(0x1);  // the first block goes; the host takes the second one
+    call(0x2);
+    HGLOBAL taken = lpSetup->exportMemoryBlock;
+    lpSetup->exportMemoryBlock = 0;
+    lpSetup->exportMemoryData = nullptr;
+    EXPECT_EQ(RASTER_dd_entry32(0, -1, nullptr), 0);
+    EXPECT_EQ(static_cast<const uint8_t *>(GlobalLock(taken))[0], 0xff);
+    GlobalFree(taken);
 }
 
 TEST_F(Device, ANamedFileIsWrittenOrDeletedWhenTheHostStops) {

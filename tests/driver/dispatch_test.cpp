@@ -124,10 +124,6 @@ TEST_F(Dispatch, RandomOpcodeSequencesStayInsideTheirBlocks) {
             if (lpEMData->deviceState == 8) pictureOpen = opening;
         }
         call(op);
-        if (lpEMData->deviceState == 1 && lpSetup->exportMemoryData != nullptr) {
-            GlobalFree(GlobalHandle(lpSetup->exportMemoryData));  // the host's block
-            lpSetup->exportMemoryData = nullptr;
-        }
         if (lpEMData->deviceState != 8 && pictureOpen && lpEMData->pictureBitmap != 0) {
             GlobalFree(lpEMData->pictureBitmap);  // a picture the host never closed
             lpEMData->pictureBitmap = 0;

@@ -21,9 +21,8 @@ void DriverTest::TearDown() {
     if (lpEMData != nullptr) RASTER_dd_entry32(0, -1, nullptr);
     EXPECT_EQ(lpEMData, nullptr);
     if (setup != 0) {
-        // The memory output of a device is the host's to free.
-        const SetupBlock *block = static_cast<const SetupBlock *>(GlobalLock(setup));
-        if (block->exportMemoryData != nullptr) GlobalFree(GlobalHandle(block->exportMemoryData));
+        EXPECT_EQ(static_cast<SetupBlock *>(GlobalLock(setup))->exportMemoryData, nullptr)
+            << "term releases the memory output";
         GlobalFree(setup);
     }
     lpSetup = nullptr;
