@@ -40,8 +40,9 @@ int32_t nearest_entry(const uint8_t colour[3], const uint8_t *palette, int32_t e
 }
 
 // Copies `rows` rows of r bytes from a bottom-up band with stride s into dst,
-// top row first; row_order[k] names the image row that goes to place k. Rows
-// that lie past the band's block (a band smaller than it claims) stay zero.
+// top row first, or in the order of the four interlace passes (image rows 0,
+// 8, 16...; 4, 12...; 2, 6, 10...; 1, 3, 5...). Rows that lie past the band's
+// block (a band smaller than it claims) stay zero.
 void turn_rows(uint8_t *dst, const uint8_t *band, uint32_t band_size, int32_t rows, uint32_t r,
                uint32_t s, bool interlaced) {
     uint32_t place = 0;
