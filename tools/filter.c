@@ -122,6 +122,15 @@ static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
         snprintf(error, errorSize, "the filter exports no GlobalLock");
         return -1;
     }
+    /* The blocks this command builds are those of major version 2. */
+    uint32_t version = 0;
+    (void)f->rasterEntry(ENTRY_VERSION, &version, NULL); /* always 0 */
+    if (version >> 24 != TOLVA_FILTER_VERSION >> 24) {
+        snprintf(error, errorSize, "the filter's version %u.%u.%u is not one this command drives",
+                 (unsigned)(version >> 24), (unsigned)((version >> 16) & 0xff),
+                 (unsigned)(version & 0xffff));
+        return -1;
+    }
     return 0;
 }
 

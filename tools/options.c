@@ -50,14 +50,14 @@ enum OptionId {
     OPT_VERSION, OPT_CANCEL_AT
 };
 
-typedef struct OptionSpec {
+typedef struct OptionInfo {
     const char *name;   /* long name */
     char shortName;     /* 0: long only */
     int takesValue;
     enum OptionId id;
-} OptionSpec;
+} OptionInfo;
 
-static const OptionSpec kOptions[] = {
+static const OptionInfo kOptions[] = {
     {"size", 's', 1, OPT_SIZE},
     {"dpi", 'd', 1, OPT_DPI},
     {"actual-size", 'a', 0, OPT_ACTUAL},
@@ -159,10 +159,10 @@ static int parse_colour(const char *text, uint8_t rgb[3])
     return 0;
 }
 
-static int apply(TolvaOptions *o, const OptionSpec *spec, const char *value, char *error,
+static int apply(TolvaOptions *o, const OptionInfo *option, const char *value, char *error,
                  size_t size)
 {
-    switch (spec->id) {
+    switch (option->id) {
     case OPT_SIZE:
         if (parse_size(value, &o->width, &o->height) != 0) {
             return fail(error, size, "invalid size '%s' (expected WxH in inches, e.g. 4x3)",
@@ -223,7 +223,7 @@ static int apply(TolvaOptions *o, const OptionSpec *spec, const char *value, cha
     return fail(error, size, "internal: unknown option");
 }
 
-static const OptionSpec *find_long(const char *name, size_t length)
+static const OptionInfo *find_long(const char *name, size_t length)
 {
     for (size_t i = 0; i < sizeof kOptions / sizeof kOptions[0]; ++i) {
         if (strlen(kOptions[i].name) == length && strncmp(kOptions[i].name, name, length) == 0) {
@@ -233,7 +233,7 @@ static const OptionSpec *find_long(const char *name, size_t length)
     return NULL;
 }
 
-static const OptionSpec *find_short(char c)
+static const OptionInfo *find_short(char c)
 {
     for (size_t i = 0; i < sizeof kOptions / sizeof kOptions[0]; ++i) {
         if (kOptions[i].shortName == c) {
@@ -250,23 +250,23 @@ static int parse_long(int argc, char *const *argv, int *index, TolvaOptions *o, 
     const char *arg = argv[*index] + 2;
     const char *equals = strchr(arg, '=');
     size_t length = equals ? (size_t)(equals - arg) : strlen(arg);
-    const OptionSpec *spec = find_long(arg, length);
-    if (spec == NULL) {
+    const OptionInfo *option = find_long(arg, length);
+    if (option == NULL) {
         return fail(error, size, "unknown option '--%.*s'", (int)length, arg);
     }
     const char *value = NULL;
-    if (spec->takesValue) {
+    if (option->takesValue) {
         if (equals != NULL) {
             value = equals + 1;
         } else if (*index + 1 < argc) {
             value = argv[++*index];
         } else {
-            return fail(error, size, "option '--%s' needs a value", spec->name);
+            return fail(error, size, "option '--%s' needs a value", option->name);
         }
     } else if (equals != NULL) {
-        return fail(error, size, "option '--%s' takes no value", spec->name);
+        return fail(error, size, "option '--%s' takes no value", option->name);
     }
-    return apply(o, spec, value, error, size);
+    return apply(o, option, value, error, size);
 }
 
 /* Parses a bundle of short options such as "-iq" or "-s4x3". */
@@ -275,12 +275,12 @@ static int parse_short(int argc, char *const *argv, int *index, TolvaOptions *o,
 {
     const char *arg = argv[*index];
     for (size_t k = 1; arg[k] != '\0'; ++k) {
-        const OptionSpec *spec = find_short(arg[k]);
-        if (spec == NULL) {
+        const OptionInfo *option = find_short(arg[k]);
+        if (option == NULL) {
             return fail(error, size, "unknown option '-%c'", arg[k]);
         }
-        if (!spec->takesValue) {
-            int r = apply(o, spec, NULL, error, size);
+        if (!option->takesValue) {
+            int r = apply(o, option, NULL, error, size);
             if (r != 0) {
                 return r;
             }
@@ -294,7 +294,7 @@ static int parse_short(int argc, char *const *argv, int *index, TolvaOptions *o,
         } else {
             return fail(error, size, "option '-%c' needs a value", arg[k]);
         }
-        return apply(o, spec, value, error, size);
+        return apply(o, option, value, error, size);
     }
     return 0;
 }

@@ -2,9 +2,9 @@
 # Installs the build into a temporary prefix and builds a small C host
 # against it twice: with CMake's find_package(tolva) and with pkg-config.
 # Arguments: build directory, C compiler, extra compiler flags, library
-# directory relative to the prefix.
+# directory relative to the prefix, CMake generator.
 set -eu
-build=$1 cc=$2 flags=$3 libdir=$4
+build=$1 cc=$2 flags=$3 libdir=$4 generator=$5
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -42,7 +42,7 @@ find_package(tolva 2.0 REQUIRED)
 add_executable(host install_host.c)
 target_link_libraries(host PRIVATE tolva::tolva)
 CMAKE
-cmake -S "$work/cm" -B "$work/cm/build" -DCMAKE_PREFIX_PATH="$prefix" \
+cmake -S "$work/cm" -B "$work/cm/build" -G "$generator" -DCMAKE_PREFIX_PATH="$prefix" \
   -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 cmake --build "$work/cm/build" >/dev/null
 "$work/cm/build/host"
