@@ -1,159 +1,140 @@
-// The fast paths against the literal algorithms: the exact nearest-colour
-// search against rlNearestRGBIndex, row-wise conversion against one
-// rlSetPixel(rlGetPixel()) per pixel, on generated pictures and the photograph.
-#include <gtest/gtest.h>
-
+// The fast paths against the literal per-pixel algorithms: every nearest-colour
+// search against the linear scan, and conversion, dithering and scaling byte
+// for byte, on generated pictures and on the photograph.
 #include <algorithm>
 
-#include "photo.h"
-#include "raster/raster.h"
-#include "raster_oracle.h"
+#include "raster/dither.h"
+#include "raster/dither_oracle.h"
+#include "raster/photo.h"
+#include "raster/raster_oracle.h"
+#include "raster/scale_oracle.h"
 #include "raster_testing.h"
 
 namespace {
 
-using rastertest::block_bytes;
-using rastertest::make_table;
+const int16_t kDepths[] = {1, 4, 8, 24, 32};
 
-// Tables that stress the search: greys and near-greys, duplicates (ties),
-// clusters, and a few far-off colours.
-std::vector<uint32_t> awkward_table(std::mt19937 &rng, int count) {
-    std::vector<uint32_t> t;
-    while (static_cast<int>(t.size()) < count) {
-        uint32_t kind = rng() % 6;
-        uint32_t v = rng() & 255;
-        if (kind == 0) {
-            t.push_back(v * 0x010101u);  // exact grey
-        } else if (kind == 1 && !t.empty()) {
-            t.push_back(t[rng() % t.size()]);  // duplicate: ties by index
-        } else if (kind == 2) {
-            uint32_t d = rng() % 5;  // near grey, which counts as colour
-            t.push_back(v << 16 | std::min(v + d, 255u) << 8 | v);
-        } else if (kind == 3 && !t.empty()) {
-            uint32_t base = t[rng() % t.size()];  // a near neighbour of another entry
-            t.push_back(base ^ (rng() & 0x030303u));
-        } else {
-            t.push_back(rng() & 0xFFFFFF);
-        }
-    }
-    return t;
-}
-
-TEST(NearestOracle, FastSearchReturnsTheLinearScansIndex) {
+TEST(NearestOracle, EverySearchReturnsTheLinearScansIndex) {
     std::mt19937 rng(2024);
     for (int round = 0; round < 40; ++round) {
-        int count = round < 5 ? round + 1 : static_cast<int>(rng() % 300) + 1;
-        std::vector<uint32_t> colours = awkward_table(rng, count);
-        if (round == 6) colours.assign(count, 0x123456);     // all equal
-        if (round == 7) for (uint32_t &c : colours) c = (c & 0xFF) * 0x010101u;  // greys only
-        HGLOBAL h = make_table(colours);
-        const auto *table = static_cast<const uint8_t *>(rlLockMemory(h));
-        RlNearest near;
-        rl_nearest_open(&near, table, static_cast<int16_t>(count));
-        for (int q = 0; q < 20000; ++q) {
-            uint32_t c = rng();
-            if (q % 3 == 0) c = ((c & 0xFF) * 0x010101u) ^ (rng() & 0x070707u);  // near grey
-            if (q % 7 == 0) c = colours[rng() % colours.size()] ^ (rng() & 0x010101u);
+        auto count = static_cast<int16_t>(round < 5 ? round + 1 : 1 + rng() % 300);
+        Values colours = awkward_table(rng, count);
+        if (round == 6) colours.assign(colours.size(), 0x123456);
+        for (uint32_t &c : colours) c = round == 7 ? (c & 255) * 0x010101u : c;  // greys only
+        const Bytes bytes = table_bytes(colours);
+        const uint8_t *table = bytes.data();
+        RlNearest cells;
+        rl_nearest_open(&cells, table, count);
+        NearestSearch split, celled;
+        nearest_make(&split, table, count, nullptr);
+        nearest_make(&celled, table, count, &cells);
+        // The memo in front of the cells: slots are both reused and overwritten.
+        std::vector<uint32_t> keys(TOLVA_NEAREST_MEMO, 0);
+        std::vector<int16_t> answers(TOLVA_NEAREST_MEMO, 0);
+        celled.memoKey = keys.data();
+        celled.memoIndex = answers.data();
+        auto same = [&](uint32_t c) {
             auto r = static_cast<uint8_t>(c >> 16), g = static_cast<uint8_t>(c >> 8),
                  b = static_cast<uint8_t>(c);
-            ASSERT_EQ(rl_nearest_find(&near, r, g, b),
-                      rlNearestRGBIndex(r, g, b, table, static_cast<int16_t>(count)))
-                << "round " << round << " colour " << std::hex << (c & 0xFFFFFF);
+            int16_t expected = rlNearestRGBIndex(r, g, b, table, count);
+            return rl_nearest_find(&cells, r, g, b) == expected &&
+                   nearest_find(&split, r, g, b) == expected &&
+                   nearest_find(&celled, r, g, b) == expected;
+        };
+        for (int q = 0; q < (round == 10 ? 65536 : 20000); ++q) {
+            uint32_t c = rng();
+            if (q % 3 == 0) c = ((c & 255) * 0x010101u) ^ (rng() & 0x070707u);  // near grey
+            if (q % 7 == 0) c = colours[rng() % colours.size()] ^ (rng() & 0x010101u);
+            if (round == 10) c = (q >> 8) << 16 | 37 << 8 | (q & 255);  // a whole plane
+            ASSERT_TRUE(same(c)) << "round " << round << " colour " << std::hex << (c & 0xFFFFFF);
         }
-        // Every colour of one plane and of a band around the grey diagonal.
-        for (int u = 0; round == 10 && u < 256; ++u) {
-            for (int v = 0; v < 256; ++v) {
-                auto U = static_cast<uint8_t>(u), V = static_cast<uint8_t>(v);
-                auto W = static_cast<uint8_t>(std::clamp(u + v % 11 - 5, 0, 255));
-                ASSERT_EQ(rl_nearest_find(&near, U, 37, V), rlNearestRGBIndex(U, 37, V, table, count));
-                ASSERT_EQ(rl_nearest_find(&near, U, W, U), rlNearestRGBIndex(U, W, U, table, count));
-            }
-        }
-        rl_nearest_close(&near);
-        rlFreeNewData(h);
+        rl_nearest_close(&cells);
     }
-    RlNearest none;
-    rl_nearest_open(&none, nullptr, 16);
-    EXPECT_EQ(rl_nearest_find(&none, 1, 2, 3), 0);
-    rl_nearest_close(&none);
 }
 
-// A random bitmap at any depth, padding bytes included (the conversion must
-// not read them into the result).
-HGLOBAL random_bits(std::mt19937 &rng, int32_t width, int32_t height, int16_t bits) {
-    HGLOBAL h = rlGetMemory(1, static_cast<int32_t>(rlCalcNewSize(width, height, bits)));
-    auto *p = static_cast<uint8_t *>(rlLockMemory(h));
-    uint32_t size = GlobalSize(h);
-    // Direct colour from a small palette so that neighbours repeat.
-    std::vector<uint32_t> palette(64);
-    for (uint32_t &c : palette) c = rng();
-    for (uint32_t i = 0; i < size; ++i) p[i] = static_cast<uint8_t>(rng());
-    if (bits >= 24) {
-        int32_t row = rlBytesPerLine(width, bits);
-        for (int32_t y = 0; y < height; ++y)
-            for (int32_t x = 0; x < width; ++x)
-                if (rng() % 3 != 0) {
-                    uint32_t c = palette[rng() % palette.size()];
-                    std::memcpy(p + y * row + x * (bits / 8), &c, static_cast<size_t>(bits / 8));
-                }
-    }
-    return h;
-}
-
-TEST(ConversionOracle, RowLoopsMatchThePerPixelDefinition) {
+TEST(Oracles, GeneratedPictures) {
+    // Every pair of depths converted (through tables that stress the nearest-
+    // colour search, the destination's sometimes missing, of any size up to
+    // 300), scaled, and sampled row by row into rows that already hold data.
     std::mt19937 rng(99);
-    const int16_t depths[] = {1, 4, 8, 24, 32};
-    for (int16_t from : depths) {
-        for (int16_t to : depths) {
-            for (int round = 0; round < 6; ++round) {
-                int32_t w = 1 + static_cast<int32_t>(rng() % 41), h = 1 + static_cast<int32_t>(rng() % 9);
-                HGLOBAL bits = random_bits(rng, w, h, from);
-                // Source tables of the full size for indexed depths; the
-                // destination table sometimes missing, sometimes short.
-                HGLOBAL srcTable = from <= 8 ? make_table(awkward_table(rng, 1 << from)) : 0;
-                int16_t count = static_cast<int16_t>(1 + rng() % 300);
-                HGLOBAL dstTable = round % 3 == 0 ? 0 : make_table(awkward_table(rng, count));
-                if (dstTable == 0) count = static_cast<int16_t>(round % 2 == 0 ? 0 : 16);
-                HGLOBAL fast = rlConvertBitmapDepth(bits, w, h, from, to, srcTable, dstTable, count);
-                HGLOBAL slow = rasteroracle::convert(bits, w, h, from, to, srcTable, dstTable, count);
-                ASSERT_EQ(block_bytes(fast), block_bytes(slow))
-                    << from << " -> " << to << " round " << round << " " << w << "x" << h;
-                for (HGLOBAL hd : {bits, srcTable, dstTable, fast, slow}) rlFreeNewData(hd);
+    auto size = [&](uint32_t most) { return static_cast<int32_t>(1 + rng() % most); };
+    for (int trial = 0; trial < 750; ++trial) {
+        int16_t from = kDepths[trial % 5], to = kDepths[trial / 5 % 5];
+        int32_t w = size(40), h = size(24), dw = size(40), dh = size(40);
+        SCOPED_TRACE(testing::Message() << "trial " << trial << ", " << w << "x" << h);
+        HGLOBAL bits = random_bits(rng, w, h, from);
+        HGLOBAL srcTable = from <= 8 ? make_table(awkward_table(rng, 1 << from)) : 0;
+        auto count = static_cast<int16_t>(trial % 3 == 0 ? trial % 2 * 16 : size(300));
+        HGLOBAL dstTable = trial % 3 == 0 ? 0 : make_table(awkward_table(rng, count));
+        HGLOBAL fast = rlConvertBitmapDepth(bits, w, h, from, to, srcTable, dstTable, count);
+        HGLOBAL slow = rasteroracle::convert(bits, w, h, from, to, srcTable, dstTable, count);
+        ASSERT_EQ(block_bytes(fast), block_bytes(slow));
+        HGLOBAL scaled = trial % 2 ? rlShrinkBitmap(bits, from, w, h, dw, dh)
+                                   : rlStretchBitmap(bits, from, w, h, dw, dh);
+        HGLOBAL literal = oracle_scale_bitmap(bits, from, w, h, dw, dh);
+        ASSERT_EQ(block_bytes(scaled), block_bytes(literal));
+        HGLOBAL rows = random_bits(rng, dw, h, from);
+        Bytes expected = block_bytes(rows);
+        const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
+        auto *dst = static_cast<uint8_t *>(rlLockMemory(rows));
+        (trial % 3 ? ShrinkX : StretchX)(src, dst, from, w, h, dw);
+        (trial % 3 ? oracle_ShrinkX : oracle_StretchX)(src, expected.data(), from, w, h, dw);
+        ASSERT_EQ(block_bytes(rows), expected);
+        for (HGLOBAL x : {srcTable, dstTable, fast, slow, scaled, literal, rows}) rlFreeNewData(x);
+
+        if (from == 24) {  // dithered to 1, 4 and 8 bits
+            int16_t depth = kDepths[trial / 25 % 3];
+            auto n = static_cast<int16_t>(depth == 1 ? 8 : 1 << depth);
+            HGLOBAL table = 0, dithered = 0;
+            // Odd trials take the library's table choice, even ones a table of
+            // fewer entries than the depth holds, passed with a count past its block.
+            if (trial % 2 != 0) {
+                // Traced half the time: debug runs map every pixel on their own road.
+                auto level = static_cast<int16_t>(trial % 4 == 1);
+                printed(level,
+                        [&] { dithered = rlDitherBitmap(bits, w, h, 24, depth, 0, &table); });
+            } else {
+                n = static_cast<int16_t>(size(depth == 8 ? 40 : static_cast<uint32_t>(n)));
+                table = make_table(awkward_table(rng, n));
+                dithered = rlDitherGivenCT(bits, w, h, 24, depth, 0, table, int16_t(n + 50));
             }
+            HGLOBAL literalDither = oracle_dither_given(bits, w, h, 24, depth, table, n);
+            ASSERT_EQ(block_bytes(dithered), block_bytes(literalDither));
+            Values indices = read_bitmap(dithered, w, h, depth);
+            EXPECT_LT(*std::max_element(indices.begin(), indices.end()), uint32_t(n));
+            for (HGLOBAL x : {table, dithered, literalDither}) rlFreeNewData(x);
         }
+        rlFreeNewData(bits);
     }
 }
 
-// A centred crop of the photograph, small enough for the per-pixel road.
-HGLOBAL photo_crop(int32_t w, int32_t h) {
-    int32_t fullW = 0, fullH = 0;
-    HGLOBAL full = load_test_photo(&fullW, &fullH);
-    if (full == 0 || fullW < w || fullH < h) return 0;
-    const auto *src = static_cast<const uint8_t *>(rlLockMemory(full));
-    HGLOBAL crop = rlGetMemory(1, static_cast<int32_t>(rlCalcNewSize(w, h, 24)));
-    auto *dst = static_cast<uint8_t *>(rlLockMemory(crop));
-    int32_t left = (fullW - w) / 2, top = (fullH - h) / 2;
-    for (int32_t y = 0; y < h; ++y)
-        std::memcpy(dst + y * rlBytesPerLine(w, 24),
-                    src + (y + top) * rlBytesPerLine(fullW, 24) + left * 3, static_cast<size_t>(w) * 3);
-    rlFreeNewData(full);
-    return crop;
-}
-
-TEST(ConversionOracle, PhotographToEightBits) {
-    const int32_t w = 480, h = 270;
-    HGLOBAL bits = photo_crop(w, h);
-    ASSERT_NE(bits, 0u);
-    HGLOBAL table = 0, oracleTable = 0;
-    HGLOBAL fast = rlChangeColorResolution(bits, w, h, 24, 8, &table);
-    HGLOBAL slow = rasteroracle::to_eight_bits(bits, w, h, &oracleTable);
-    EXPECT_EQ(block_bytes(table), block_bytes(oracleTable));
-    EXPECT_TRUE(block_bytes(fast) == block_bytes(slow));
-    // And back up: 8 -> 24 through the table against the per-pixel road.
-    HGLOBAL up = rlConvertBitmapDepth(fast, w, h, 8, 24, table, 0, 0);
-    HGLOBAL upSlow = rasteroracle::convert(fast, w, h, 8, 24, table, 0, 0);
-    EXPECT_TRUE(block_bytes(up) == block_bytes(upSlow));
-    for (HGLOBAL hd : {bits, table, oracleTable, fast, slow, up, upSlow}) rlFreeNewData(hd);
+TEST(Oracles, Photograph) {
+    int32_t w = 0, h = 0;
+    HGLOBAL photo = load_test_photo(&w, &h);
+    ASSERT_NE(photo, 0u);
+    // The per-pixel nearest-colour search is slow: 24 -> 8 (a median-cut table,
+    // then every pixel mapped) on a 480 x 270 copy. Each pair is the library's
+    // result and the literal one, in order.
+    HGLOBAL crop = rlShrinkBitmap(photo, 24, w, h, 480, 270);
+    HGLOBAL mono = 0, sixteen = 0, table = 0, literalTable = 0;
+    const std::pair<HGLOBAL, HGLOBAL> results[] = {
+        {rlDitherBitmap(photo, w, h, 24, 1, 0, &mono),
+         oracle_dither_given(photo, w, h, 24, 1, mono, 8)},
+        {rlDitherBitmap(photo, w, h, 24, 4, 0, &sixteen),
+         oracle_dither_given(photo, w, h, 24, 4, sixteen, 16)},
+        {rlChangeColorResolution(crop, 480, 270, 24, 8, &table),
+         rasteroracle::to_eight_bits(crop, 480, 270, &literalTable)},
+        {table, literalTable},
+        {rlShrinkBitmap(crop, 24, 480, 270, 160, 90),  // by 3
+         oracle_scale_bitmap(crop, 24, 480, 270, 160, 90)},
+        {rlShrinkBitmap(crop, 24, 480, 270, 1200, 675),  // by 2.5
+         oracle_scale_bitmap(crop, 24, 480, 270, 1200, 675)},
+    };
+    for (const auto &[fast, literal] : results) {
+        EXPECT_TRUE(block_bytes(fast) == block_bytes(literal)) << GlobalSize(fast) << " bytes";
+        for (HGLOBAL x : {fast, literal}) rlFreeNewData(x);
+    }
+    for (HGLOBAL x : {photo, crop, mono, sixteen}) rlFreeNewData(x);
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
-// The scaling functions written as one rlGetPixel/rlSetPixel call per pixel,
-// straight from the sampling loops: the reference the row plans must match.
-#ifndef TOLVA_TESTS_RASTER_SCALE_ORACLE_H
-#define TOLVA_TESTS_RASTER_SCALE_ORACLE_H
+// Shrink, Stretch, ShrinkX and StretchX written literally: the sampling and
+// replication loops with their truncations and 16-bit counters, one
+// rlGetPixel/rlSetPixel call per pixel. The library precomputes one row plan
+// and copies whole rows; the tests compare every byte with these loops and the
+// benchmarks time the two side by side.
+#ifndef TOLVA_REFERENCE_RASTER_SCALE_ORACLE_H
+#define TOLVA_REFERENCE_RASTER_SCALE_ORACLE_H
 
 #include <stdint.h>
 

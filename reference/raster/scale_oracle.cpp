@@ -1,5 +1,5 @@
 // Literal per-pixel scaling loops; see scale_oracle.h.
-#include "scale_oracle.h"
+#include "raster/scale_oracle.h"
 
 #include <cstring>
 

@@ -1,7 +1,10 @@
-// The diffusion of one row written as the per-pixel loop: rlNearestRGBIndex for
-// every pixel, BOUNDARY_CHK for every sum. The reference for the fast row.
-#ifndef TOLVA_TESTS_RASTER_DITHER_ORACLE_H
-#define TOLVA_TESTS_RASTER_DITHER_ORACLE_H
+// Error-diffusion dithering written literally: the linear rlNearestRGBIndex
+// search for every pixel, BOUNDARY_CHK for every sum, rlSetPixel for every
+// output pixel. The library diffuses rows through an exact search structure;
+// the tests compare every byte with this loop and the benchmarks time the two
+// side by side.
+#ifndef TOLVA_REFERENCE_RASTER_DITHER_ORACLE_H
+#define TOLVA_REFERENCE_RASTER_DITHER_ORACLE_H
 
 #include <stdint.h>
 

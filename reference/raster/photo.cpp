@@ -1,5 +1,5 @@
 // Reads the photograph with stb_image and lays it out as a bitmap.
-#include "photo.h"
+#include "raster/photo.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -31,6 +31,7 @@ HGLOBAL load_photo(const char *path, int32_t *width, int32_t *height) {
 
 HGLOBAL load_test_photo(int32_t *width, int32_t *height) {
     const char *dir = std::getenv("TOLVA_TEST_DATA");
-    std::string path = std::string(dir != nullptr ? dir : TOLVA_SOURCE_TESTS "/data") + "/photo.jpg";
+    std::string path = dir != nullptr ? dir : TOLVA_SOURCE_TESTS "/data";
+    path += "/photo.jpg";
     return load_photo(path.c_str(), width, height);
 }

@@ -1,5 +1,5 @@
 // Literal per-pixel dithering; see dither_oracle.h.
-#include "dither_oracle.h"
+#include "raster/dither_oracle.h"
 
 namespace {
 

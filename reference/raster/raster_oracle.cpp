@@ -1,20 +1,12 @@
-// The literal per-pixel algorithms, kept as oracles for the row-wise and
-// cached paths of the library (tests and benchmarks).
-#ifndef TOLVA_TESTS_RASTER_ORACLE_H
-#define TOLVA_TESTS_RASTER_ORACLE_H
+// The literal per-pixel conversion and median-cut loops; see raster_oracle.h.
+#include "raster/raster_oracle.h"
 
-#include <cstdint>
 #include <vector>
-
-#include "tolva/tolva.h"
 
 namespace rasteroracle {
 
-// rlConvertBitmapDepth as one rlSetPixel(rlGetPixel()) call per pixel, with
-// the map of the two tables. Tables must hold their full 2^srcBits and
-// dstCount entries.
-inline HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
-                       int16_t dstBits, HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount) {
+HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
+                HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount) {
     const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
     const auto *srcColours = static_cast<const uint8_t *>(rlLockMemory(srcTable));
     const auto *dstColours = static_cast<const uint8_t *>(rlLockMemory(dstTable));
@@ -31,9 +23,7 @@ inline HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcB
     return result;
 }
 
-// rlReduceColorTable with the histogram counted one rlGetPixel call at a
-// time, then the stated median-cut loop over the exported box steps.
-inline HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *count) {
+HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *count) {
     const int32_t n = *count;
     const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
     std::vector<uint16_t> histogram(32768, 0);
@@ -42,7 +32,8 @@ inline HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *coun
     for (int32_t y = 0; y < height; ++y) {
         for (int32_t x = 0; x < width; ++x) {
             uint32_t c = rlGetPixel(src, row, x, y, 24);
-            uint32_t key = ((c >> 24) & 0xF8) << 7 | ((c >> 16) & 0xF8) << 2 | ((c >> 8) & 0xFF) >> 3;
+            uint32_t key =
+                ((c >> 24) & 0xF8) << 7 | ((c >> 16) & 0xF8) << 2 | ((c >> 8) & 0xFF) >> 3;
             if (histogram[key] == 0) ++distinct;
             if (histogram[key] != 0xFFFF) ++histogram[key];
         }
@@ -78,14 +69,10 @@ inline HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *coun
     return result;
 }
 
-// 24 -> 8 as rlChangeColorResolution defines it: a median-cut table, then
-// the literal conversion against it.
-inline HGLOBAL to_eight_bits(HGLOBAL bits, int32_t width, int32_t height, HGLOBAL *table) {
+HGLOBAL to_eight_bits(HGLOBAL bits, int32_t width, int32_t height, HGLOBAL *table) {
     int16_t count = 256;
     *table = reduce(bits, width, height, &count);
     return convert(bits, width, height, 24, 8, 0, *table, count);
 }
 
 }  // namespace rasteroracle
-
-#endif

@@ -1,0 +1,17 @@
+// The test photograph as a 24-bit bitmap handle (rows padded to 4 bytes). Not
+// an algorithm: the real picture on which the tests compare the fast paths with
+// the literal ones and the benchmarks time them; the JPEG is decoded here, and
+// only here, with stb_image.
+#ifndef TOLVA_REFERENCE_RASTER_PHOTO_H
+#define TOLVA_REFERENCE_RASTER_PHOTO_H
+
+#include <stdint.h>
+
+#include "tolva/tolva.h"
+
+// 0 when the file cannot be read; the caller frees the handle.
+HGLOBAL load_photo(const char *path, int32_t *width, int32_t *height);
+// tests/data/photo.jpg through TOLVA_TEST_DATA (or the source tree).
+HGLOBAL load_test_photo(int32_t *width, int32_t *height);
+
+#endif

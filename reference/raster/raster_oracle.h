@@ -1,0 +1,32 @@
+// Depth conversion and median-cut reduction written literally: one
+// rlGetPixel/rlSetPixel call per pixel through a colour map, a histogram
+// counted pixel by pixel, and the median-cut loop driven through the exported
+// box steps. The library runs both row by row with an exact nearest-colour
+// search structure; the tests compare every output byte with these, and the
+// benchmarks time the two side by side.
+#ifndef TOLVA_REFERENCE_RASTER_ORACLE_H
+#define TOLVA_REFERENCE_RASTER_ORACLE_H
+
+#include <stdint.h>
+
+#include "tolva/tolva.h"
+
+namespace rasteroracle {
+
+// rlConvertBitmapDepth as one rlSetPixel(rlGetPixel()) call per pixel, with
+// the map of the two tables. Tables must hold their full 2^srcBits and
+// dstCount entries.
+HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
+                HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount);
+
+// rlReduceColorTable with the histogram counted one rlGetPixel call at a
+// time, then the median-cut loop over the exported box steps.
+HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *count);
+
+// 24 -> 8 as rlChangeColorResolution does it: a median-cut table of 256
+// entries, then the literal conversion against it.
+HGLOBAL to_eight_bits(HGLOBAL bits, int32_t width, int32_t height, HGLOBAL *table);
+
+}  // namespace rasteroracle
+
+#endif

@@ -1,0 +1,195 @@
+// Colour reduction by median cut, depth conversion, the choice of road in
+// rlChangeColorResolution, and the colour-model rewrites.
+#include <algorithm>
+#include <tuple>
+
+#include "raster_testing.h"
+
+namespace {
+
+// A one-row 24-bit bitmap of 0xRRGGBB colours, reduced to at most `count`.
+Bytes reduce(const Values &rrggbb, int16_t &count) {
+    auto width = static_cast<int32_t>(rrggbb.size());
+    Bytes pixels = table_bytes(rrggbb);
+    pixels.resize(rlCalcNewSize(width, 1, 24));
+    HGLOBAL bits = bytes_block(pixels), table = rlReduceColorTable(bits, width, 1, &count);
+    Bytes out = block_bytes(table);
+    out.resize(3 * static_cast<size_t>(count));  // the entries produced, of those asked for
+    for (HGLOBAL h : {bits, table}) rlFreeNewData(h);
+    return out;
+}
+
+TEST(MedianCut, EmittedTables) {
+    // 70000 black pixels weigh as 65535 against 65535 white ones: the box's
+    // mean is 15 (127) per channel; with unsaturated counters it would be 14.
+    Values saturating(70000 + 65535, 0xFFFFFF);
+    std::fill(saturating.begin(), saturating.begin() + 70000, 0u);
+    const std::tuple<Values, int16_t, Values> cases[] = {
+        // {pixels, colours asked, table}
+        // Fewer colours than asked: key order, channels cut to 5 bits and
+        // expanded as c * 8 | 7 (0 stays 0).
+        {{0xFFFFFF, 0x0000FF, 0x08F010, 0x000000, 0x0000FF, 0x800001, 0x0F0F0F, 0x000000},
+         16,
+         {0x000000, 0x0000FF, 0x0F0F0F, 0x0FF717, 0x870000, 0xFFFFFF}},
+        // Exactly as many as asked still cuts. Reds 0, 10, 20, 31 (5 bits): the
+        // second cut's heap build pulls red 20 into the box {0, 10} and drops
+        // red 0; the freed slot 1 keeps the first box {0, 10} with its mean 5.
+        {{0x000000, 0x500000, 0xA00000, 0xF80000}, 4, {0x570000, 0x2F0000, 0xCF0000, 0xA70000}},
+        // Two of two: one box, and a slot that was never used.
+        {{0x000000, 0xF80000}, 2, {0x7F0000, 0x000000}},
+        {saturating, 2, {0x7F7F7F, 0x000000}},
+        {{0xFFFFFF, 0x000000}, 0, {}},  // no colours asked: none
+    };
+    for (const auto &[pixels, asked, table] : cases) {
+        int16_t count = asked;
+        EXPECT_EQ(reduce(pixels, count), table_bytes(table)) << asked;
+        EXPECT_EQ(count, static_cast<int16_t>(table.size()));
+    }
+}
+
+TEST(MedianCut, ZeroHandles) {
+    int16_t count = 8;
+    HGLOBAL table = rlReduceColorTable(0, 4, 4, &count);  // no bitmap: the table stays zeroed
+    EXPECT_EQ(count, 8);
+    EXPECT_EQ(block_bytes(table), Bytes(24, 0));
+    uint8_t pixel[4] = {}, entries[12] = {};
+    EXPECT_EQ(direct_indexed(pixel, 1, 1, &count, 3, entries, 0), -1);  // no context
+    EXPECT_EQ(TermColorLib(0), 0);
+    rlFreeNewData(table);
+}
+
+TEST(MedianBoxes, DownwardRunComparesWithTheEntryAbove) {
+    auto red = [](int r5, int count) {
+        return RlColorEntry{static_cast<uint16_t>(r5 << 10), static_cast<uint16_t>(count)};
+    };
+    RlColorBox box{};
+    box.last = 4;  // red axis, entries 0 to 4
+    RlColorEntry a[] = {red(1, 1), red(2, 1), red(2, 1), red(2, 1), red(3, 1), {0, 0}};
+    EXPECT_EQ(find_median(a, &box), 0);  // comparing with the entry below would give 1
+    RlColorEntry b[] = {red(1, 3), red(4, 1), red(4, 1), red(4, 1), red(9, 3), {0, 0}};
+    EXPECT_EQ(find_median(b, &box), 3);  // the upward run wins; otherwise 1
+    box.last = 1;
+    EXPECT_EQ(find_median(b, &box), 0);  // two entries: always the first
+}
+
+
+TEST(ColourModel, CmykAlphaAndBackRewriteTheBlock) {
+    using Rewrite = void (*)(HGLOBAL, int32_t, int32_t);
+    // {rewrite, width, height, block before, block after}: RGB rows come out
+    // packed without padding; what lies past the pixels stays.
+    const std::tuple<Rewrite, int32_t, int32_t, Bytes, Bytes> cases[] = {
+        {rlCMYKtoRGB, 2, 2, {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
+         {0, 0, 0, 0, 255, 255, 155, 55, 155, 251, 251, 251, 1, 2, 3, 4}},
+        {rlALPHAtoRGB, 1, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+         {1, 2, 3, 5, 6, 7, 9, 10, 11, 10, 11, 12}},
+        {rlRGB4toCMYK, 2, 1, {0, 100, 255, 77, 10, 20, 30, 40, 1},
+         {255, 155, 0, 0, 245, 235, 225, 0, 1}},
+        {rlRGB4toCMYK, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4}},
+        // A block shorter than its size claims is rewritten only as far as it goes.
+        {rlRGB4toCMYK, 100, 100, {1, 2, 3, 4, 5, 5, 5, 5}, {254, 253, 252, 0, 250, 250, 250, 0}},
+    };
+    for (const auto &[rewrite, width, height, before, after] : cases) {
+        HGLOBAL h = bytes_block(before);
+        rewrite(h, width, height);
+        EXPECT_EQ(block_bytes(h), after) << width << "x" << height;
+        rlFreeNewData(h);
+        rewrite(0, width, height);  // a zero handle is ignored
+    }
+}
+
+TEST(DepthConversion, EveryPixelGoesThroughTheColourMap) {
+    // (A table shorter than its depth holds: the entries it lacks read as black.)
+    HGLOBAL table16 = make_table({0, 0xFF0000, 0x00FF00, 0x808080, 0x0000FE});
+    HGLOBAL nibbles = make_bitmap({1, 2, 3, 4}, 2, 2, 4);
+    HGLOBAL table5 = make_table({0x00FF00, 0x000000, 0xFF0000, 0xFFFFFF, 0x0000FF});
+    HGLOBAL table4 = make_table({0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF});
+    HGLOBAL table2 = make_table({0x00FF00, 0xFF0000}), bytes = make_bitmap({1, 2, 3, 0}, 2, 2, 8);
+    HGLOBAL zunl = bytes_block(Bytes(ZUNLColorTable, ZUNLColorTable + 768));
+    HGLOBAL indices = make_bitmap({0, 1, 2, 255}, 4, 1, 8);
+    // {bitmap, width, height, from, to, source table, destination table, count,
+    // the pixels of the first rows}
+    const std::tuple<HGLOBAL, int32_t, int32_t, int16_t, int16_t, HGLOBAL, HGLOBAL, int16_t,
+                     Values>
+        cases[] = {
+        {nibbles, 2, 2, 4, 24, table16, 0, 0, {0xFF000000, 0x00FF0000, 0x80808000, 0x0000FE00}},
+        // At 32 bits the map holds indices (only 24 bits get colours), so the
+        // pixels carry the index in their fourth byte.
+        {nibbles, 2, 2, 4, 32, table16, 0, 0, {1, 2, 3, 4}},
+        {nibbles, 2, 2, 4, 8, table16, table5, 5, {2, 0, 3, 4}},
+        // Same depth without a destination table: the default palette's
+        // entries 0 and 1 are both black, so 1 becomes 0.
+        {indices, 4, 1, 8, 8, zunl, 0, 0, {0, 0, 2, 255}},
+        {bytes, 2, 2, 2, 8, table4, table2, 2, {1, 1, 1, 1}},  // an unknown depth reads 0: map[0]
+        {0, 2, 2, 24, 8, 0, table4, 4, {0, 0, 0, 0}},          // no bitmap: left zeroed
+        {bytes, 2, 2, 8, 4, 0, 0, 0, {0, 0, 0, 0}},            // no tables: the map stays zeroed
+        // A 4-entry table used as an 8-bit one: the missing entries read as black.
+        {bytes, 2, 2, 8, 24, table4, 0, 0, {0x00FF0000, 0x0000FF00, 0xFFFFFF00, 0xFF000000}},
+        {bytes, 2, 2, 8, 8, table4, table4, 200, {1, 2, 3, 0}},  // a count past the block: cut
+        {bytes, 2, 9, 8, 8, table4, 0, 0, {1, 2, 3, 0, 0, 0}},   // rows the block lacks: zero
+        // Unknown destination depths: allocated, never written.
+        {bytes, 2, 2, 8, 0, table4, table4, 4, {}},
+        {bytes, 2, 2, 8, 2, table4, table4, 4, {}},
+        {bytes, 2, 2, 8, 16, table4, table4, 4, {}},
+    };
+    for (const auto &[bits, w, h, from, to, srcTable, dstTable, count, pixels] : cases) {
+        HGLOBAL out = rlConvertBitmapDepth(bits, w, h, from, to, srcTable, dstTable, count);
+        EXPECT_EQ(GlobalSize(out), rlCalcNewSize(w, h, to));
+        auto rows = static_cast<int32_t>(pixels.size()) / w;
+        EXPECT_EQ(read_bitmap(out, w, rows, to), pixels) << from << " -> " << to;
+        EXPECT_TRUE(!pixels.empty() || block_bytes(out) == Bytes(GlobalSize(out), 0)) << to;
+        rlFreeNewData(out);
+    }
+    for (HGLOBAL h : {table16, nibbles, table5, table4, table2, bytes, zunl, indices})
+        rlFreeNewData(h);
+}
+
+TEST(ChangeResolution, ReducesDithersOrConverts) {
+    std::mt19937 rng(17);
+    const int32_t w = 37, h = 23;
+    // Up to 255 colours whose channels are 0 or c * 8 + 7 are exactly what the
+    // reduction emits, so 24 -> 8 -> 24 gives the picture back. (At 256 the
+    // reduction no longer lists the colours but cuts boxes.)
+    auto channel = [](uint32_t v) { return v % 32 == 0 ? 0 : v % 32 * 8 + 7; };
+    for (uint32_t n : {1u, 2u, 17u, 255u}) {
+        Values pixels(w * h);
+        for (uint32_t k = 0; k < pixels.size(); ++k) {
+            uint32_t i = k < n ? k : static_cast<uint32_t>(rng() % n);  // each colour at least once
+            pixels[k] = packed(channel(i) << 16 | channel(i >> 5) << 8 | channel(i * 7 + 3));
+        }
+        HGLOBAL bits = make_bitmap(pixels, w, h, 24), table = 0;
+        HGLOBAL eight = rlChangeColorResolution(bits, w, h, 24, 8, &table), reduced = table;
+        HGLOBAL back = rlChangeColorResolution(eight, w, h, 8, 24, &table);
+        EXPECT_EQ(block_bytes(back), block_bytes(bits)) << n;  // padding included
+        Values indices = read_bitmap(eight, w, h, 8);
+        EXPECT_LT(*std::max_element(indices.begin(), indices.end()), n);
+        EXPECT_EQ(table, 0u);  // going up makes no table; the one passed in is not freed
+        for (HGLOBAL hd : {bits, eight, reduced, back}) rlFreeNewData(hd);
+    }
+    // Below 8 bits the road is dithering: median cut to 2^n - 8 colours plus 8
+    // fixed ones, the grey table at 1 bit, or the source table reduced first.
+    HGLOBAL photo = random_bits(rng, w, h, 24), grey8 = make_bitmap(Values(w * h, 7), w, h, 8);
+    HGLOBAL palette = bytes_block(Bytes(ZUNLColorTable, ZUNLColorTable + 768));
+    // {bitmap, from, to, its table, entries of the table dithered against}
+    const std::tuple<HGLOBAL, int16_t, int16_t, HGLOBAL, uint32_t> cases[] = {
+        {photo, 24, 4, 0, 16},  // median cut to 8 colours plus the 8 fixed ones
+        {photo, 24, 1, 0, 8},   // the grey MonoTable
+        {grey8, 8, 4, palette, 16},
+        {grey8, 8, 6, palette, 64},  // the source table reduced first, then dithered against
+    };
+    for (auto [bits, from, to, srcTable, entries] : cases) {
+        HGLOBAL table = srcTable, out = rlChangeColorResolution(bits, w, h, from, to, &table);
+        ASSERT_NE(table, srcTable);
+        EXPECT_EQ(GlobalSize(table), 3 * entries) << from << " -> " << to;
+        // The same as dithering directly against the table that road chose.
+        auto n = static_cast<int16_t>(1 << to);
+        HGLOBAL direct = to > 4 && from != 24 ? rlReduceColorTable(srcTable, 256, 1, &n) : 0;
+        HGLOBAL expected = rlDitherBitmap(bits, w, h, from, to, srcTable, &direct);
+        EXPECT_EQ(block_bytes(out), block_bytes(expected)) << from << " -> " << to;
+        EXPECT_EQ(block_bytes(table), block_bytes(direct));
+        for (HGLOBAL hd : {out, expected, table, direct}) rlFreeNewData(hd);
+    }
+    EXPECT_EQ(GlobalSize(palette), 768u);  // the source table is the caller's, still there
+    for (HGLOBAL hd : {photo, grey8, palette}) rlFreeNewData(hd);
+}
+
+}  // namespace
