@@ -78,12 +78,6 @@ TEST_F(Compound, ReadsRegularAndSmallStreamsExactly) {
     EXPECT_EQ(zunSeek(s, -10, 1), 2960);
     EXPECT_EQ(zunSeek(s, 0, 7), -1);
     EXPECT_EQ(zunClose(s), 0);
-
-    MemoryBlock m;  // the same over a memory stream
-    s = m.holding(file);
-    ASSERT_EQ(zunOpenDocumentStream(s, "big.bin"), 0);
-    expect_reads(s, big, 3);
-    zunClose(s);
 }
 
 TEST(CompoundLarge, FollowsTheDifatExtensionSectors) {

@@ -26,23 +26,16 @@ std::vector<int64_t> run(uint32_t seed, uint32_t mode, bool direct) {
         int32_t n = rng() % 2 ? near[rng() % 9] + static_cast<int32_t>(rng() % 3) - 1
                               : static_cast<int32_t>(rng() % 60000);
         int32_t origin = static_cast<int32_t>(rng() % 3);
-        switch (rng() % 6) {
-        case 0:
-        case 1: trace.push_back(zunWrite(s, data.data() + rng() % 1000, n)); break;
-        case 2:
-        case 3:
+        int32_t offset = origin == 0 ? n : origin == 1 ? n - 30000 : -(n % 20000);
+        switch (rng() % 4) {
+        case 0: trace.push_back(zunWrite(s, data.data() + rng() % 1000, n)); break;
+        case 1:
             trace.push_back(zunRead(s, sink.data(), n));
             if (trace.back() > 0)
                 trace.insert(trace.end(), sink.begin(), sink.begin() + trace.back());
             break;
-        case 4:
-            trace.push_back(zunSeek(s,
-                                    origin == 0   ? n
-                                    : origin == 1 ? n - 30000
-                                                  : -(n % 20000),
-                                    origin));
-            break;
-        case 5: trace.push_back(zunWriteChar(s, data.data() + step, 1)); break;
+        case 2: trace.push_back(zunSeek(s, offset, origin)); break;
+        case 3: trace.push_back(zunWriteChar(s, data.data() + step, 1)); break;
         }
     }
     trace.push_back(zunClose(s));
