@@ -11,6 +11,18 @@
 
 namespace fuzzhost {
 
+// Hands out the fuzz input a byte at a time; past the end, a fixed filler.
+struct Reader {
+    const uint8_t *p;
+    size_t n;
+    uint8_t filler;
+    uint8_t byte() {
+        if (n == 0) return filler;
+        --n;
+        return *p++;
+    }
+};
+
 struct Block {
     std::vector<uint8_t> bytes;
     explicit Block(int32_t opcode, size_t size = 128) : bytes(size, 0) { put32(0, opcode); }

@@ -7,5 +7,5 @@ scripts/deps.sh
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DTOLVA_BUILD_TESTS=OFF >/dev/null
 cmake --build build/release -j "$(nproc)" --target tolva tolva_cli
 mkdir -p out
-build/release/tools/tolva --actual-size samples/ladybird.jpg out/ladybird.gif
+build/release/tolva --actual-size samples/ladybird.jpg out/ladybird.gif
 echo "Wrote $(pwd)/out/ladybird.gif"

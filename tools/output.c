@@ -11,11 +11,58 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+/* Copies of the temporary names for the signal handlers, which may only
+ * call unlink. `gArmed` is set while they name live files. */
+static char gTemporaries[2][PATH_MAX];
+static volatile sig_atomic_t gArmed = 0;
+
+static void arm(const TolvaOutput *o)
+{
+    gArmed = 0;
+    snprintf(gTemporaries[0], sizeof gTemporaries[0], "%s", o->filterPath);
+    snprintf(gTemporaries[1], sizeof gTemporaries[1], "%s", o->finalPath);
+    gArmed = 1;
+}
+
+void tolva_output_remove_temporaries(void)
+{
+    if (gArmed) {
+        gArmed = 0;
+        for (int i = 0; i < 2; ++i) {
+            if (gTemporaries[i][0] != '\0') {
+                (void)unlink(gTemporaries[i]);
+            }
+        }
+    }
+}
+
+static void on_fatal_signal(int signal)
+{
+    tolva_output_remove_temporaries();
+    /* The handler was reset on entry: the signal now has its default effect. */
+    raise(signal);
+}
+
+void tolva_output_guard_signals(void)
+{
+    static const int kSignals[] = {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTERM, SIGHUP,
+                                   SIGQUIT};
+    struct sigaction action;
+    memset(&action, 0, sizeof action);
+    action.sa_handler = on_fatal_signal;
+    action.sa_flags = SA_RESETHAND | SA_NODEFER;
+    sigemptyset(&action.sa_mask);
+    for (size_t i = 0; i < sizeof kSignals / sizeof kSignals[0]; ++i) {
+        sigaction(kSignals[i], &action, NULL);
+    }
+}
 
 static int make_temporary(char *path, size_t size, const char *directory)
 {
@@ -49,7 +96,11 @@ int tolva_output_begin(TolvaOutput *o, const char *target)
     o->target = target;
     if (strcmp(target, "-") == 0) {
         o->separate = 1;
-        return make_temporary(o->filterPath, sizeof o->filterPath, temporary_directory());
+        int failure = make_temporary(o->filterPath, sizeof o->filterPath, temporary_directory());
+        if (failure == 0) {
+            arm(o);
+        }
+        return failure;
     }
     struct stat info;
     if (stat(target, &info) == 0 && S_ISDIR(info.st_mode)) {
@@ -71,14 +122,17 @@ int tolva_output_begin(TolvaOutput *o, const char *target)
     }
     if (strlen(o->finalPath) < sizeof o->filterPath) {
         memcpy(o->filterPath, o->finalPath, strlen(o->finalPath) + 1);
+        arm(o);
         return 0;
     }
     o->separate = 1;
     failure = make_temporary(o->filterPath, sizeof o->filterPath, temporary_directory());
     if (failure != 0) {
         tolva_output_discard(o);
+        return failure;
     }
-    return failure;
+    arm(o);
+    return 0;
 }
 
 static int copy_file(const char *from, FILE *to)
@@ -156,6 +210,7 @@ int tolva_output_commit(TolvaOutput *o)
 
 void tolva_output_discard(TolvaOutput *o)
 {
+    gArmed = 0;
     if (o->filterPath[0] != '\0') {
         (void)unlink(o->filterPath); /* the filter deletes it itself on a cancel */
         o->filterPath[0] = '\0';

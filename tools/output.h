@@ -37,6 +37,16 @@ int tolva_output_commit(TolvaOutput *output);
 /* Removes the temporary files (the filter may already have removed one). */
 void tolva_output_discard(TolvaOutput *output);
 
+/*
+ * Makes fatal signals (an abort inside the filter when its memory runs out,
+ * a crash, SIGTERM, SIGHUP) remove the temporary files of the output begun
+ * last before the process ends.
+ */
+void tolva_output_guard_signals(void);
+
+/* Removes those temporary files; safe inside a signal handler. */
+void tolva_output_remove_temporaries(void);
+
 #ifdef __cplusplus
 }
 #endif

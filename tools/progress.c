@@ -10,11 +10,23 @@
 
 #include <string.h>
 
+#include "output.h"
+
 volatile sig_atomic_t tolva_interrupted = 0;
 
+/* The first Ctrl-C asks the filter to stop; a second one ends the process
+ * at once, without leaving the temporary output behind. */
 static void on_interrupt(int signal)
 {
-    (void)signal;
+    if (tolva_interrupted) {
+        tolva_output_remove_temporaries();
+        struct sigaction action;
+        memset(&action, 0, sizeof action);
+        action.sa_handler = SIG_DFL;
+        sigaction(signal, &action, NULL);
+        raise(signal);
+        return;
+    }
     tolva_interrupted = 1;
 }
 
@@ -23,7 +35,7 @@ void tolva_catch_interrupt(void)
     struct sigaction action;
     memset(&action, 0, sizeof action);
     action.sa_handler = on_interrupt;
-    action.sa_flags = SA_RESETHAND;
+    action.sa_flags = SA_NODEFER;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, NULL);
 }

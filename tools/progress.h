@@ -32,7 +32,8 @@ typedef struct TolvaProgress {
 /* Set by the SIGINT handler. */
 extern volatile sig_atomic_t tolva_interrupted;
 
-/* Installs the SIGINT handler (a second Ctrl-C ends the process at once). */
+/* Installs the SIGINT handler (a second Ctrl-C ends the process at once,
+ * removing the temporary output). */
 void tolva_catch_interrupt(void);
 
 void tolva_progress_init(TolvaProgress *progress, FILE *terminal, const char *label,

@@ -168,6 +168,7 @@ int main(int argc, char **argv)
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
     tolva_catch_interrupt();
+    tolva_output_guard_signals();
     /* A closed pipe must end in a message and a clean-up, not a silent death. */
     signal(SIGPIPE, SIG_IGN);
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -233,14 +234,15 @@ TEST_F(Export, NoFileNameWritesIntoAMemoryBlock) {
     Device device;
     ASSERT_EQ(device.start(""), 0);
     send_picture(device, p, Send{});
-    device.stop();
-    // The block is the host's, found through its Setup block.
+    // Once the device is closed the block is found through the Setup block;
+    // term releases it.
     HGLOBAL block = device.settings->exportMemoryBlock;
     ASSERT_NE(block, 0u);
     const auto *data = static_cast<const uint8_t *>(device.settings->exportMemoryData);
     ASSERT_EQ(data, GlobalLock(block));
     expect_downward_indices(decode_memory(data, GlobalSize(block)), p);
-    GlobalFree(block);
+    device.stop();
+    EXPECT_EQ(device.settings->exportMemoryBlock, 0u);
 }
 
 // Status functions. A stop answer to a plain query is followed by the
@@ -364,6 +366,68 @@ TEST_F(Export, FourByteColourModelsBecomeRGB) {
         EXPECT_LE(distance(c.rgb, &gif.palette[3 * nearest]), 3u * 7 * 7) << "model " << c.model;
         for (uint8_t index : gif.indices) ASSERT_EQ(index, nearest) << "model " << c.model;
     }
+}
+
+}  // namespace
+
+namespace {
+
+// 1- and 4-bit pictures come out as 8-bit GIFs with their indices intact
+// and the first 2^bits entries of the device's table.
+TEST_F(Export, PackedPalettePicturesWidenToEightBits) {
+    for (int32_t bits : {1, 4}) {
+        Picture p;
+        p.width = 21;
+        p.height = 6;
+        p.bits = bits;
+        p.stride = ((p.width * bits + 7) / 8 + 3) & ~3;
+        p.rows.assign(static_cast<size_t>(p.stride) * p.height, 0);
+        const int32_t mask = (1 << bits) - 1;
+        auto index = [&](int32_t x, int32_t y) { return (x * 5 + y * 3) & mask; };
+        for (int32_t y = 0; y < p.height; ++y)
+            for (int32_t x = 0; x < p.width; ++x) {
+                int32_t bit = x * bits;
+                p.rows[static_cast<size_t>(y) * p.stride + bit / 8] |=
+                    static_cast<uint8_t>(index(x, y) << (8 - bits - bit % 8));
+            }
+        Gif gif = export_file(p, Send{});
+        ASSERT_TRUE(gif.ok) << bits;
+        ASSERT_EQ(gif.width, p.width);
+        for (int32_t y = 0; y < p.height; ++y)
+            for (int32_t x = 0; x < p.width; ++x)
+                ASSERT_EQ(gif.at(x, y), index(x, p.height - 1 - y)) << bits << ": " << x << "," << y;
+        std::vector<uint8_t> expected = device_palette();
+        std::fill(expected.begin() + 3 * (1 << bits), expected.end(), 0);
+        EXPECT_EQ(gif.palette, expected) << bits;
+    }
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(Export, FourBytePixelsMapToTheirNearestEntry) {
+    Picture rgb = true_colour_picture(40, 30);
+    Picture p;
+    p.width = 40;
+    p.height = 30;
+    p.bits = 32;
+    p.stride = 160;
+    p.rows.assign(160 * 30, 0x5A);  // the fourth byte plays no part
+    for (int32_t y = 0; y < 30; ++y)
+        for (int32_t x = 0; x < 40; ++x)
+            memcpy(&p.rows[static_cast<size_t>(y) * 160 + 4 * x], rgb.row(y) + 3 * x, 3);
+    Gif gif = export_file(p, Send{});
+    ASSERT_TRUE(gif.ok);
+    ASSERT_EQ(gif.width, 40);
+    for (int32_t y = 0; y < 30; ++y)
+        for (int32_t x = 0; x < 40; ++x) {
+            const uint8_t *source = rgb.row(29 - y) + 3 * x;
+            int expected = nearest_entry(source, gif.palette, 256);
+            ASSERT_EQ(distance(source, &gif.palette[3 * gif.at(x, y)]),
+                      distance(source, &gif.palette[3 * expected]))
+                << x << "," << y;
+        }
 }
 
 }  // namespace
