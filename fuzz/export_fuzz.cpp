@@ -16,22 +16,8 @@
 
 using fuzzhost::Block;
 
-namespace {
-
-struct Reader {
-    const uint8_t *p;
-    size_t n;
-    uint8_t byte() {
-        if (n == 0) return 0x5a;
-        --n;
-        return *p++;
-    }
-};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    Reader in{data, size};
+    fuzzhost::Reader in{data, size, 0x5a};
     static const int32_t kBits[] = {1, 4, 8, 24, 32};
     int32_t bits = kBits[in.byte() % 5];
     int32_t width = 2 + in.byte() % 70;

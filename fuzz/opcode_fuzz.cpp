@@ -13,22 +13,11 @@ using fuzzhost::Block;
 
 namespace {
 
-struct Reader {
-    const uint8_t *p;
-    size_t n;
-    uint8_t byte() {
-        if (n == 0) return 0;
-        --n;
-        return *p++;
-    }
-    uint16_t u16() { return static_cast<uint16_t>(byte() | byte() << 8); }
-};
-
 const int32_t kOpcodes[] = {0x1,   0x2,   0x3,   0x4,   0x5,   0x206, 0x207, 0x208, 0x209,
                             0x2ff, 0x2fd, 0x303, 0x522, 0x409, 0x40a, 0x906, 0xf02, 0xf03,
                             0x601, 0x9,   0x7777};
 
-void step(Reader &in) {
+void step(fuzzhost::Reader &in) {
     int32_t opcode = kOpcodes[in.byte() % (sizeof kOpcodes / sizeof kOpcodes[0])];
     switch (opcode) {
     case 0x206: {
@@ -101,7 +90,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         session.finish();
         return 0;
     }
-    Reader in{data, size};
+    fuzzhost::Reader in{data, size, 0};
     for (int i = 0; i < 64 && in.n > 0; ++i) step(in);
     session.finish();
     return 0;

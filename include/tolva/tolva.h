@@ -986,9 +986,11 @@ TOLVA_API int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height,
  * padded to 4 bytes, stored bottom row first in the movable block `band`.
  * Compresses them as one LZW segment (or appends them to the spool when an
  * interlaced image comes in several bands). The band's block serves as the
- * encoder's work buffer: its contents are lost. Returns 0; 300 when `band` is
- * 0; 303 when the terminator or a parked byte could not be written to the
- * stream.
+ * encoder's work buffer (a band smaller than 264 bytes gets a buffer of its
+ * own): its contents are lost. Returns 0; 300 when `band` is 0 or the rows'
+ * copy cannot be allocated; 303 when the terminator or a parked byte could
+ * not be written to the stream. Rows past the end of the band's block are
+ * taken as zeros rather than read.
  */
 TOLVA_API int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
                                 int16_t bitsPerPixel, int16_t unused, HGLOBAL state);

@@ -6,15 +6,7 @@
 #include "tolva/tolva.h"
 
 // The profile calls live with the host services but read and write through
-// the streams one layer up. The references are weak so that a program that
-// links the host services without the streams (and so never opens a
-// profile) still links; the library itself always has both.
-#pragma weak zunOpen
-#pragma weak zunClose
-#pragma weak zunReadLine
-#pragma weak zunWriteLine
-#pragma weak zunGetLineFormat
-#pragma weak zunSetLineFormat
+// the streams: whatever links the host services links the streams too.
 
 // A profile line is read in pieces of at most this many characters; a longer
 // line comes back as several lines. One more byte holds the terminator.

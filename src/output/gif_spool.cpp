@@ -83,7 +83,7 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
         int32_t last = 0;
         uint32_t carry = 0;
         int pass = 0;
-        int32_t row = 0;
+        int64_t row = 0;
         while (row < height && pass <= 3) {
             uint32_t filled = 0;
             while (filled < rows_per_load && row < height) {

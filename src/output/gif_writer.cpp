@@ -40,22 +40,23 @@ int32_t nearest_entry(const uint8_t colour[3], const uint8_t *palette, int32_t e
 }
 
 // Copies `rows` rows of r bytes from a bottom-up band with stride s into dst,
-// top row first; row_order[k] names the image row that goes to place k. Rows
-// that lie past the band's block (a band smaller than it claims) stay zero.
+// top row first, or in the order of the four interlace passes (image rows 0,
+// 8, 16...; 4, 12...; 2, 6, 10...; 1, 3, 5...). Rows that lie past the band's
+// block (a band smaller than it claims) stay zero.
 void turn_rows(uint8_t *dst, const uint8_t *band, uint32_t band_size, int32_t rows, uint32_t r,
                uint32_t s, bool interlaced) {
     uint32_t place = 0;
-    auto copy = [&](int32_t y) {
-        uint64_t from = uint64_t{static_cast<uint32_t>(rows - 1 - y)} * s;
+    auto copy = [&](int64_t y) {
+        uint64_t from = static_cast<uint64_t>(rows - 1 - y) * s;
         if (from + r <= band_size) std::memcpy(dst + uint64_t{place} * r, band + from, r);
         ++place;
     };
     if (!interlaced) {
-        for (int32_t y = 0; y < rows; ++y) copy(y);
+        for (int64_t y = 0; y < rows; ++y) copy(y);
         return;
     }
     for (int pass = 0; pass < 4; ++pass) {
-        for (int32_t y = kPassStart[pass]; y < rows; y += kPassStep[pass]) copy(y);
+        for (int64_t y = kPassStart[pass]; y < rows; y += kPassStep[pass]) copy(y);
     }
 }
 

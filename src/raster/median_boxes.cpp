@@ -27,6 +27,34 @@ uint8_t component(const RlColorEntry &e, int32_t axis) {
     }
 }
 
+// Where an axis's 5-bit component sits in a key: red 10, green 5, blue 0.
+int axis_shift(int32_t axis) { return axis == 0 ? 10 : (axis == 1 ? 5 : 0); }
+
+uint32_t at_shift(const RlColorEntry &e, int shift) { return (e.key >> shift) & 31u; }
+
+void swap_entries(RlColorEntry *a, RlColorEntry *b) {
+    RlColorEntry t = *a;
+    *a = *b;
+    *b = t;
+}
+
+// AdjustHeap: with left = 2 root + 1, the larger child (the right one on a
+// tie, the left one alone at `last`) moves up while the root is strictly
+// smaller.
+void sift_down(RlColorEntry *list, int shift, int32_t root, int32_t last) {
+    int32_t left = 2 * root + 1;
+    while (left <= last) {
+        int32_t child = left;
+        if (left != last && at_shift(list[left], shift) <= at_shift(list[left + 1], shift)) {
+            child = left + 1;
+        }
+        if (at_shift(list[root], shift) >= at_shift(list[child], shift)) return;
+        swap_entries(&list[root], &list[child]);
+        root = child;
+        left = 2 * root + 1;
+    }
+}
+
 // The lowest free slot above `after`, or the last slot when none is free.
 int32_t free_slot(const uint16_t *status, int32_t after, int32_t n) {
     for (int32_t s = after + 1; s < n; ++s) {
@@ -39,11 +67,7 @@ int32_t free_slot(const uint16_t *status, int32_t after, int32_t n) {
 
 extern "C" {
 
-void clrswap(RlColorEntry *a, RlColorEntry *b) {
-    RlColorEntry t = *a;
-    *a = *b;
-    *b = t;
-}
+void clrswap(RlColorEntry *a, RlColorEntry *b) { swap_entries(a, b); }
 
 void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first, int32_t last) {
     box->first = static_cast<uint16_t>(first);
@@ -84,27 +108,17 @@ void getCRectData(RlColorBox *box, const RlColorEntry *list, int32_t first, int3
 }
 
 void AdjustHeap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last) {
-    int32_t left = 2 * root + 1;
-    while (left <= last) {
-        int32_t right = left + 1;
-        int32_t child = left;
-        if (left != last && component(list[left], axis) <= component(list[right], axis)) {
-            child = right;
-        }
-        if (component(list[root], axis) >= component(list[child], axis)) return;
-        clrswap(&list[root], &list[child]);
-        root = child;
-        left = 2 * root + 1;
-    }
+    sift_down(list, axis_shift(axis), root, last);
 }
 
 void HeapSort(RlColorEntry *list, int32_t axis, int32_t n) {
     // The build is bounded by n, not n - 1: the entry just past the range
     // takes part and may trade places with one inside it.
-    for (int32_t root = (n - 2) / 2; root >= 0; --root) AdjustHeap(list, axis, root, n);
+    int shift = axis_shift(axis);
+    for (int32_t root = (n - 2) / 2; root >= 0; --root) sift_down(list, shift, root, n);
     for (int32_t k = n - 1; k >= 1; --k) {
-        clrswap(&list[0], &list[k]);
-        AdjustHeap(list, axis, 0, k - 1);
+        swap_entries(&list[0], &list[k]);
+        sift_down(list, shift, 0, k - 1);
     }
 }
 

@@ -71,12 +71,9 @@ struct RlNearestCandidate {
     uint8_t red, green, blue, unused;
 };
 
-// A recent answer, by colour.
-struct RlNearestRecent {
-    uint32_t key;    // colour + 1; 0 for an empty slot
-    uint32_t index;
-};
-constexpr int kRlNearestRecentBits = 12;
+// Recent answers, by colour: colour << 8 | (index + 1), 0 for an empty slot.
+// Only indices below 255 are kept, which is every index of the usual tables.
+constexpr int kRlNearestRecentBits = 17;
 
 struct RlNearest {
     const uint8_t *table;
@@ -88,7 +85,7 @@ struct RlNearest {
     RlNearestCell *cells[2];    // every level, for colour queries and for grey queries
     RlNearestCell *fine[2];     // their 4-wide levels; null when only the linear scan is left
     RlNearestCandidate *pool;   // every list, one after another
-    RlNearestRecent *recent;    // recent answers; photographs repeat their colours a lot
+    uint32_t *recent;           // recent answers; photographs repeat their colours a lot
     uint32_t poolUsed;
     uint32_t poolSize;
 };
@@ -108,7 +105,7 @@ inline uint32_t rl_grey_query(uint8_t r, uint8_t g, uint8_t b) {
 
 // A colour's cell at one level. A cell's eight parts follow one another, so
 // that nearby colours share cache lines.
-inline uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int level) {
+constexpr uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int level) {
     uint32_t p = (static_cast<uint32_t>(r >> 5) << 6) | (static_cast<uint32_t>(g >> 5) << 3) |
                  static_cast<uint32_t>(b >> 5);
     for (int shift = 4; shift > 4 - level; --shift) {
@@ -117,6 +114,23 @@ inline uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int level) 
     }
     return p;
 }
+
+// Each channel's share of its 4-wide cell position, so that a query's cell
+// is three lookups ORed together.
+struct RlFineSpread {
+    uint32_t red[256], green[256], blue[256];
+};
+constexpr RlFineSpread rl_make_fine_spread() {
+    RlFineSpread s{};
+    for (uint32_t v = 0; v < 256; ++v) {
+        auto u = static_cast<uint8_t>(v);
+        s.red[v] = rl_nearest_position(u, 0, 0, kRlNearestLevels - 1);
+        s.green[v] = rl_nearest_position(0, u, 0, kRlNearestLevels - 1);
+        s.blue[v] = rl_nearest_position(0, 0, u, kRlNearestLevels - 1);
+    }
+    return s;
+}
+inline constexpr RlFineSpread rl_fine_spread = rl_make_fine_spread();
 
 // The best of a cell's candidates: the smallest distance, and among equal
 // distances the smallest index. Distances stay below 2^18 and indices below
@@ -141,18 +155,21 @@ inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uin
     return static_cast<int16_t>(best & 0x7FFF);
 }
 
-// rlNearestRGBIndex(r, g, b, table, count), exactly.
-inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
+// rlNearestRGBIndex(r, g, b, table, count), exactly. Inlined into the row
+// loops: most answers come from the recent cache.
+__attribute__((always_inline)) inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g,
+                                                               uint8_t b) {
     if (n->fine[0] == nullptr) return rl_nearest_find_slow(n, r, g, b);
     uint32_t colour = (static_cast<uint32_t>(r) << 16) | (static_cast<uint32_t>(g) << 8) | b;
-    RlNearestRecent &recent = n->recent[(colour * 0x9E3779B1u) >> (32 - kRlNearestRecentBits)];
-    if (recent.key == colour + 1) return static_cast<int16_t>(recent.index);
+    uint32_t &recent = n->recent[(colour * 0x9E3779B1u) >> (32 - kRlNearestRecentBits)];
+    uint32_t known = (recent ^ (colour << 8)) - 1;  // the index when the colours match
+    if (known < 255u) return static_cast<int16_t>(known);
     uint32_t grey = rl_grey_query(r, g, b);
-    const RlNearestCell &cell = n->fine[grey][rl_nearest_position(r, g, b, kRlNearestLevels - 1)];
+    const RlNearestCell &cell =
+        n->fine[grey][rl_fine_spread.red[r] | rl_fine_spread.green[g] | rl_fine_spread.blue[b]];
     int16_t index = cell.start != 0 ? rl_nearest_scan(n->pool + cell.start, cell.length, r, g, b)
                                     : rl_nearest_find_slow(n, r, g, b);
-    recent.key = colour + 1;
-    recent.index = static_cast<uint32_t>(index);
+    if (index < 255) recent = colour << 8 | static_cast<uint32_t>(index + 1);
     return index;
 }
 

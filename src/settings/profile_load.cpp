@@ -11,10 +11,6 @@
 
 #include "settings/settings.h"
 
-// Settings are linked into some programs without the streams; the temporary
-// name is then never asked for.
-#pragma weak ZUNGetTempFileName
-
 namespace {
 
 // String table identifiers of the keys read here.
@@ -130,7 +126,7 @@ int32_t BackupProfile(SetupBlock *block) {
     if (block == nullptr) return 1;
     std::memcpy(block->thirdName, block->profilePath, sizeof block->thirdName);
     char temp[TOLVA_TEMP_NAME_SIZE] = {};
-    if (ZUNGetTempFileName != nullptr) (void)ZUNGetTempFileName(0, "", 0, temp);
+    (void)ZUNGetTempFileName(0, "", 0, temp);  // on failure the path is left empty
     settings_copy_text(block->profilePath, sizeof block->profilePath, temp);
     return 1;
 }

@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <random>
+#include <utility>
 
 #include "gif_support.h"
 #include "lzw_oracle.h"
@@ -214,6 +215,26 @@ TEST_F(GifFormat, TransparentColourTakesOverItsNearestEntry) {
         auto want = gif_head(8, 1, c.bits, expected_palette, c.index, 0, false);
         want.push_back(0x3B);
         EXPECT_EQ(want, file);
+    }
+}
+
+TEST_F(GifFormat, BackgroundColourPicksAnIndexAndLeavesThePalette) {
+    // A coloured background in an all-grey palette falls back to index 0; a
+    // grey one finds its grey.
+    for (auto [colour, index] : {std::pair<std::vector<uint8_t>, int>{{10, 200, 30}, 0},
+                                 std::pair<std::vector<uint8_t>, int>{{81, 80, 79}, 80}}) {
+        setup_.backgroundChoice = TOLVA_BACKGROUND_ON;
+        std::memcpy(setup_.backgroundColour, colour.data(), 3);
+        MemoryOutput out;
+        open_memory_output(&out);
+        HGLOBAL state = 0;
+        std::vector<uint8_t> palette = grey_palette();
+        BeginCellBitmap(out.stream, 4, 1, 8, palette.data(), &state);
+        EndCellBitmap(out.stream, state);
+        EXPECT_EQ(grey_palette(), palette);
+        auto want = gif_head(4, 1, 8, palette, -1, index, false);
+        want.push_back(0x3B);
+        EXPECT_EQ(want, close_memory_output(&out));
     }
 }
 

@@ -13,7 +13,6 @@ using rastertest::make_bitmap;
 using rastertest::make_table;
 using rastertest::packed;
 using rastertest::read_bitmap;
-using rastertest::read_table;
 
 HGLOBAL bytes_block(const std::vector<uint8_t> &bytes) {
     HGLOBAL h = rlGetMemory(1, static_cast<int32_t>(bytes.size()));
@@ -44,13 +43,10 @@ TEST(ColourModel, RgbBecomesCmykWithoutBlack) {
     rlRGB4toCMYK(h, 2, 1);  // one row of two pixels; the rest of the block stays
     EXPECT_EQ(block_bytes(h), (std::vector<uint8_t>{255, 155, 0, 0, 245, 235, 225, 0,
                                                     1, 1, 1, 1, 2, 2, 2, 2}));
-    rlRGB4toCMYK(h, 2, 0);
-    rlCMYKtoRGB(h, 2, 0);
-    rlALPHAtoRGB(h, 0, 2);
+    rlRGB4toCMYK(h, 2, 0);  // no rows: nothing changes
     EXPECT_EQ(block_bytes(h)[0], 255);
     rlRGB4toCMYK(0, 2, 2);  // zero handles are ignored
     rlCMYKtoRGB(0, 2, 2);
-    rlALPHAtoRGB(0, 2, 2);
     // A block shorter than its size claims is rewritten only as far as it goes.
     rlRGB4toCMYK(h, 100, 100);
     EXPECT_EQ(block_bytes(h)[12], 253);
@@ -79,55 +75,14 @@ TEST(DepthConversion, IndexedSourcesGoThroughTheColourMap) {
     HGLOBAL dst = make_table({0x00FF00, 0x000000, 0xFF0000, 0xFFFFFF, 0x0000FF});
     HGLOBAL eight = rlConvertBitmapDepth(bits, 2, 2, 4, 8, src, dst, 5);
     EXPECT_EQ(read_bitmap(eight, 2, 2, 8), (std::vector<uint32_t>{2, 0, 3, 4}));
-    HGLOBAL one = rlConvertBitmapDepth(eight, 2, 2, 8, 1, dst, 0, 0);  // no table: all 0
-    EXPECT_EQ(read_bitmap(one, 2, 2, 1), (std::vector<uint32_t>{0, 0, 0, 0}));
-    for (HGLOBAL h : {src, bits, rgb, rgba, dst, eight, one}) rlFreeNewData(h);
-}
-
-TEST(DepthConversion, SameDepthWithoutTableKeepsTheFirstOfEqualEntries) {
-    // The default palette's entries 0 and 1 are both black: 1 becomes 0.
-    HGLOBAL table = rlGetMemory(3, 256);
-    std::memcpy(rlLockMemory(table), ZUNLColorTable, 768);
-    HGLOBAL bits = make_bitmap({0, 1, 2, 255}, 4, 1, 8);
-    HGLOBAL out = rlConvertBitmapDepth(bits, 4, 1, 8, 8, table, 0, 0);
-    EXPECT_EQ(read_bitmap(out, 4, 1, 8), (std::vector<uint32_t>{0, 0, 2, 255}));
-    for (HGLOBAL h : {table, bits, out}) rlFreeNewData(h);
-}
-
-TEST(DepthConversion, DirectColourCopiesAndPacksTheFourthByte) {
-    std::vector<uint32_t> colours = {packed(0x102030), packed(0xFFFFFF), packed(0x000001)};
-    HGLOBAL bits = make_bitmap(colours, 3, 1, 24);
-    HGLOBAL same = rlConvertBitmapDepth(bits, 3, 1, 24, 24, 0, 0, 0);
-    EXPECT_EQ(block_bytes(same), block_bytes(bits));
-    HGLOBAL wide = rlConvertBitmapDepth(bits, 3, 1, 24, 32, 0, 0, 0);
-    EXPECT_EQ(read_bitmap(wide, 3, 1, 32), colours);
-    HGLOBAL alpha = make_bitmap({0x10203044u}, 1, 1, 32);
-    HGLOBAL back = rlConvertBitmapDepth(alpha, 1, 1, 32, 24, 0, 0, 0);
-    EXPECT_EQ(block_bytes(back), (std::vector<uint8_t>{0x10, 0x20, 0x30, 0}));
-    // To 8 bits without a table the value itself is stored: its low byte.
-    HGLOBAL low = rlConvertBitmapDepth(alpha, 1, 1, 32, 8, 0, 0, 0);
-    EXPECT_EQ(block_bytes(low)[0], 0x44);
-    for (HGLOBAL h : {bits, same, wide, alpha, back, low}) rlFreeNewData(h);
-}
-
-TEST(DepthConversion, TrueColourToEightBitsMapsEveryPixelToItsNearestEntry) {
-    std::mt19937 rng(11);
-    const int32_t w = 53, h = 29;
-    HGLOBAL bits = rastertest::random_picture(rng, w, h, 900);
-    HGLOBAL table = 0;
-    HGLOBAL out = rlChangeColorResolution(bits, w, h, 24, 8, &table);
-    ASSERT_NE(table, 0u);
-    ASSERT_EQ(GlobalSize(table), 768u);
-    const auto *entries = static_cast<const uint8_t *>(rlLockMemory(table));
-    std::vector<uint32_t> colours = read_bitmap(bits, w, h, 24);
-    std::vector<uint32_t> indices = read_bitmap(out, w, h, 8);
-    for (size_t i = 0; i < colours.size(); ++i) {
-        uint32_t c = colours[i];
-        EXPECT_EQ(indices[i], static_cast<uint32_t>(rlNearestRGBIndex(
-                                  static_cast<int16_t>(c >> 24), static_cast<int16_t>((c >> 16) & 255),
-                                  static_cast<int16_t>((c >> 8) & 255), entries, 256)));
-    }
-    for (HGLOBAL hd : {bits, table, out}) rlFreeNewData(hd);
+    // Same depth without a destination table: the default palette's entries
+    // 0 and 1 are both black, so 1 becomes 0.
+    HGLOBAL zunl = rlGetMemory(3, 256);
+    std::memcpy(rlLockMemory(zunl), ZUNLColorTable, 768);
+    HGLOBAL indices = make_bitmap({0, 1, 2, 255}, 4, 1, 8);
+    HGLOBAL same = rlConvertBitmapDepth(indices, 4, 1, 8, 8, zunl, 0, 0);
+    EXPECT_EQ(read_bitmap(same, 4, 1, 8), (std::vector<uint32_t>{0, 0, 2, 255}));
+    for (HGLOBAL h : {src, bits, rgb, rgba, dst, eight, zunl, indices, same}) rlFreeNewData(h);
 }
 
 TEST(DepthConversion, FewColoursSurviveTheRoundTripThroughEightBits) {
@@ -160,6 +115,45 @@ TEST(DepthConversion, FewColoursSurviveTheRoundTripThroughEightBits) {
         EXPECT_EQ(table, 0u);  // going up makes no table; the one passed in is not freed
         for (HGLOBAL hd : {bits, eight, reduced, back}) rlFreeNewData(hd);
     }
+}
+
+TEST(ChangeResolution, ReductionsBelowEightBitsDither) {
+    std::mt19937 rng(17);
+    const int32_t w = 23, h = 11;
+    HGLOBAL photo = rastertest::random_picture(rng, w, h, 300);
+    HGLOBAL grey8 = rastertest::make_bitmap(std::vector<uint32_t>(w * h, 7), w, h, 8);
+    std::vector<uint32_t> ramp(256);
+    for (uint32_t i = 0; i < 256; ++i) ramp[i] = i * 0x010101u;
+    HGLOBAL rampTable = make_table(ramp);
+
+    struct Case { HGLOBAL bits; int16_t from, to; HGLOBAL table; int16_t expectedCount; };
+    const Case cases[] = {
+        {photo, 24, 4, 0, 16},        // median cut to 8 colours plus the 8 fixed ones
+        {photo, 24, 1, 0, 8},         // the grey MonoTable
+        {grey8, 8, 4, rampTable, 16},
+        {grey8, 8, 6, rampTable, 64}, // the source table reduced first, then dithered against
+    };
+    for (const Case &c : cases) {
+        HGLOBAL table = c.table;
+        HGLOBAL out = rlChangeColorResolution(c.bits, w, h, c.from, c.to, &table);
+        ASSERT_NE(table, 0u);
+        EXPECT_NE(table, c.table);
+        EXPECT_EQ(GlobalSize(table) / 3, static_cast<uint32_t>(c.expectedCount)) << c.from << c.to;
+        EXPECT_EQ(GlobalSize(out), rlCalcNewSize(w, h, c.to));
+
+        // The same as dithering directly against the table that road chose.
+        HGLOBAL direct = 0;
+        if (c.to > 4 && c.from != 24) {
+            int16_t n = static_cast<int16_t>(1 << c.to);
+            direct = rlReduceColorTable(c.table, 256, 1, &n);
+        }
+        HGLOBAL expected = rlDitherBitmap(c.bits, w, h, c.from, c.to, c.table, &direct);
+        EXPECT_EQ(block_bytes(out), block_bytes(expected)) << c.from << " -> " << c.to;
+        EXPECT_EQ(block_bytes(table), block_bytes(direct));
+        for (HGLOBAL hd : {out, expected, table, direct}) rlFreeNewData(hd);
+    }
+    EXPECT_EQ(GlobalSize(rampTable), 768u);  // the source table is the caller's, still there
+    for (HGLOBAL hd : {photo, grey8, rampTable}) rlFreeNewData(hd);
 }
 
 TEST(DepthConversion, BadDepthsAndMissingPartsStayInsideTheirBlocks) {
