@@ -127,7 +127,19 @@ bool convert_rows(const Conversion &c) {
     RlNearest near;
     bool searching = c.map == nullptr && c.table != nullptr && c.dstBits < 24;
     if (searching) (void)rl_nearest_open(&near, c.table, c.count);  // falls back by itself
+    bool toIndices = searching && c.srcBits >= 24 && c.dstBits == 8;
     for (int32_t y = 0; y < c.rows; ++y) {
+        if (toIndices) {
+            // The common road (a picture onto its reduced table) in one pass.
+            const uint8_t *in = c.src + static_cast<ptrdiff_t>(y) * c.srcRow;
+            uint8_t *out = c.dst + static_cast<ptrdiff_t>(y) * c.dstRow;
+            size_t step = c.srcBits == 24 ? 3 : 4;
+            for (int32_t x = 0; x < c.width; ++x, in += step) {
+                out[x] = static_cast<uint8_t>(rl_nearest_find(&near, in[0], in[1], in[2]));
+            }
+            if (_debug_color_res == 1 || _debug_color_res == 2) std::fputc('.', stderr);
+            continue;
+        }
         read_row(c.src + static_cast<ptrdiff_t>(y) * c.srcRow, c.width, c.srcBits, values);
         translate_row(c, &near, values);
         write_row(c, values, c.dst + static_cast<ptrdiff_t>(y) * c.dstRow);

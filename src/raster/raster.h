@@ -115,6 +115,8 @@ constexpr uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int leve
     return p;
 }
 
+// Each channel's share of its 4-wide cell position, so that a query's cell
+// is three lookups ORed together.
 struct RlFineSpread {
     uint32_t red[256], green[256], blue[256];
 };
@@ -153,12 +155,15 @@ inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uin
     return static_cast<int16_t>(best & 0x7FFF);
 }
 
-// rlNearestRGBIndex(r, g, b, table, count), exactly.
-__attribute__((always_inline)) inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
+// rlNearestRGBIndex(r, g, b, table, count), exactly. Inlined into the row
+// loops: most answers come from the recent cache.
+__attribute__((always_inline)) inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g,
+                                                               uint8_t b) {
     if (n->fine[0] == nullptr) return rl_nearest_find_slow(n, r, g, b);
     uint32_t colour = (static_cast<uint32_t>(r) << 16) | (static_cast<uint32_t>(g) << 8) | b;
     uint32_t &recent = n->recent[(colour * 0x9E3779B1u) >> (32 - kRlNearestRecentBits)];
-    if ((recent >> 8) == colour && (recent & 255u) != 0) return static_cast<int16_t>((recent & 255u) - 1);
+    uint32_t known = (recent ^ (colour << 8)) - 1;  // the index when the colours match
+    if (known < 255u) return static_cast<int16_t>(known);
     uint32_t grey = rl_grey_query(r, g, b);
     const RlNearestCell &cell =
         n->fine[grey][rl_fine_spread.red[r] | rl_fine_spread.green[g] | rl_fine_spread.blue[b]];
