@@ -69,7 +69,8 @@ inline Block primitive(int32_t id, const int32_t *data, int32_t words) {
     return b;
 }
 
-// A cell array with its rows inline from byte 102.
+// A cell array with its rows inline from byte 102, or, for a negative bit
+// count, at the address stored there (the caller keeps the rows alive).
 inline Block cellArray(double y1, double y2, uint32_t cells, uint32_t rows, int32_t bits,
                        const uint8_t *rowsData, size_t bytes) {
     Block b(0x409, 102 + bytes + 8);
@@ -80,7 +81,13 @@ inline Block cellArray(double y1, double y2, uint32_t cells, uint32_t rows, int3
     std::memcpy(&b.bytes[88], &cells, 4);
     std::memcpy(&b.bytes[92], &rows, 4);
     b.put32(96, bits);
-    if (bytes > 0) std::memcpy(&b.bytes[102], rowsData, bytes);
+    if (bits < 0) {
+        // Negative bits per cell: the rows stay in the host's memory and the
+        // block carries their address.
+        std::memcpy(&b.bytes[102], &rowsData, sizeof rowsData);
+    } else if (bytes > 0) {
+        std::memcpy(&b.bytes[102], rowsData, bytes);
+    }
     return b;
 }
 

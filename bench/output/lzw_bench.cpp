@@ -10,10 +10,10 @@
 #include <random>
 #include <vector>
 
-#include "lzw_oracle.h"
 #include "output/lzw.h"
-#include "photo.h"
-#include "pixels.h"
+#include "output/lzw_oracle.h"
+#include "output/pixels.h"
+#include "raster/photo.h"
 
 namespace {
 

@@ -25,7 +25,7 @@ const Picture &photo() {
     static Picture p = [] {
         int w = 0, h = 0, n = 0;
         unsigned char *rgb = stbi_load(TOLVA_TEST_DATA_DIR "/photo.jpg", &w, &h, &n, 3);
-        if (rgb == nullptr) return true_colour_picture(1920, 1080);
+        if (rgb == nullptr) return make_picture(1920, 1080, 24);
         Picture q;
         q.width = w;
         q.height = h;

@@ -1,190 +1,127 @@
-// Opening and closing the device on each of its three outputs, and the
-// settings and queries taken between the picture brackets.
-#include <stdlib.h>
-#include <sys/stat.h>
+// The device handlers: opening and closing on each of the three outputs,
+// the settings and queries between the picture brackets, and cell arrays
+// collected into the picture bitmap between primitives -5 and -6.
+#include <unistd.h>
 
-#include <array>
 #include <string>
+#include <tuple>
 
 #include "host_fixture.h"
 
 namespace {
 
-class Device : public DriverTest {
-protected:
-    std::string dir;
-    void SetUp() override {
-        DriverTest::SetUp();
-        char pattern[] = "/tmp/tolva-driver-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        dir = pattern;
-    }
-    void TearDown() override {
-        DriverTest::TearDown();
-        ASSERT_EQ(system(("rm -rf '" + dir + "'").c_str()), 0);
-    }
-    long size_of(const std::string &path) {
-        struct stat st;
-        return stat(path.c_str(), &st) == 0 ? static_cast<long>(st.st_size) : -1;
-    }
-};
+using Device = DriverTest;
 
-TEST_F(Device, WithoutANameTheOutputGoesToAMemoryBlockOfTheHost) {
-    ASSERT_EQ(start(), 0);
-    EXPECT_EQ(call(0x1), 0);
-    ASSERT_NE(lpEMData->outputStream, 0u);
-    std::vector<uint8_t> bytes(10000);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(i * 7);
-    EXPECT_EQ(zunWrite(lpEMData->outputStream, bytes.data(), 10000), 10000);  // grows twice
-    EXPECT_EQ(call(0x2), 0);
-    const uint8_t *block = static_cast<const uint8_t *>(GlobalLock(lpSetup->exportMemoryBlock));
-    ASSERT_EQ(block, lpSetup->exportMemoryData);
-    EXPECT_EQ(0, memcmp(block, bytes.data(), 10000));
-    EXPECT_EQ(block[10000], 0xff) << "the stream's end marker follows the bytes";
-    call(0x1);  // the first block goes; the host takes the second one
-    call(0x2);
-    HGLOBAL taken = lpSetup->exportMemoryBlock;
-    lpSetup->exportMemoryBlock = 0;
-    lpSetup->exportMemoryData = nullptr;
-    EXPECT_EQ(RASTER_dd_entry32(0, -1, nullptr), 0);
-    EXPECT_EQ(static_cast<const uint8_t *>(GlobalLock(taken))[0], 0xff);
-    GlobalFree(taken);
-}
-
-TEST_F(Device, ANamedFileIsWrittenOrDeletedWhenTheHostStops) {
-    std::string path = dir + "/out.gif";
-    strcpy(fileName, path.c_str());
-    ASSERT_EQ(start(64, 103, true), 0);
-    EXPECT_EQ(call(0x1), 0);
-    zunWrite(lpEMData->outputStream, "abc", 3);
-    EXPECT_EQ(call(0x2), 0);
-    EXPECT_EQ(size_of(path), 3);
+TEST_F(Device, TheOutputIsAMemoryBlockOfTheHostOrANamedFileThatAStopDeletes) {
+    ASSERT_EQ(start(64, true), 0);
     call(0x1);
-    EXPECT_EQ(size_of(path), 0);
-    g_calls.clear();
-    g_answers = {1, 1};  // stop, and confirmed
+    zunWrite(lpEMData->outputStream, "abc", 3);
+    call(0x2);
+    ASSERT_EQ(GlobalLock(settings->exportMemoryBlock), settings->exportMemoryData);
+    EXPECT_EQ(0, memcmp(settings->exportMemoryData, "abc\xff", 4)) << "the end marker follows";
+    char dir[] = "/tmp/tolva-driver-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    strcpy(lpEMData->fileName, (std::string(dir) + "/out.gif").c_str());
+    call(0x1);
+    g_answers = {0, 0, 1, 1};  // the init report and the first close go on; then a stop
     EXPECT_EQ(call(0x2), 901);
-    EXPECT_EQ(size_of(path), -1);
     EXPECT_EQ(lpEMData->deviceState, 1);
+    EXPECT_EQ(rmdir(dir), 0) << "the file is gone";
 }
 
-TEST_F(Device, AnUnwritablePathIsReportedAndTheStateStillMoves) {
-    std::string path = dir + "/missing/out.gif";
-    strcpy(fileName, path.c_str());
-    ASSERT_EQ(start(), 0);
-    EXPECT_EQ(call(0x1), 303);
-    EXPECT_EQ(lpEMData->deviceState, 2);
-    EXPECT_EQ(size_of(path), -1);
-    EXPECT_EQ(call(0x2), 303) << "closing no stream fails too";
+using Io = std::array<intptr_t, 3>;  // instance, operation, b
+std::vector<Io> g_io;
+
+intptr_t host_io(intptr_t instance, int32_t operation, intptr_t, intptr_t b) {
+    g_io.push_back({instance, operation, b});
+    return operation == 1 && g_io.size() == 1 ? 0x55 : 0;
 }
 
-std::vector<std::array<intptr_t, 4>> g_io;
-intptr_t g_open_answer;
-
-intptr_t host_io(intptr_t instance, int32_t operation, intptr_t a, intptr_t b) {
-    g_io.push_back({instance, operation, a, b});
-    return operation == 1 ? g_open_answer : operation == 3 ? b : 0;
+TEST_F(Device, AnOutputDeviceReceivesTheStreamAndAnswersForItsFailures) {
+    init[TOLVA_INIT_FILE_NAME] = reinterpret_cast<intptr_t>("picture.gif");
+    settings->outputDevice = reinterpret_cast<intptr_t>(&host_io);
+    status[TOLVA_STATUS_DEVICE] = 0x3210;  // the instance for the host's procedure
+    ASSERT_EQ(start(64, true), 0);
+    call(0x1);
+    call(0x2);
+    strcpy(lpEMData->fileName, "/nonexistent-tolva-dir/out.gif");
+    call(0x1);  // declined: the stream then tries the file, and fails
+    EXPECT_EQ(g_io, (std::vector<Io>{{0x3210, 1, 4097}, {0x55, 5, 0}, {0x3210, 1, 4097}}));
+    EXPECT_EQ(lpEMData->lostErrors, 0) << "the host's procedure reports its own failures";
 }
 
-TEST_F(Device, AnOutputDeviceReceivesTheStreamAndReportsItsOwnFailures) {
-    g_io.clear();
-    g_open_answer = 0x55;
-    strcpy(fileName, "picture.gif");
-    ASSERT_EQ(start(), 0);
-    lpSetup->outputDevice = reinterpret_cast<intptr_t>(&host_io);
-    status[TOLVA_STATUS_DEVICE] = 0x3210;
-    lpEMData->statusRecord = status;
-    EXPECT_EQ(call(0x1), 0);
-    ASSERT_EQ(g_io.size(), 1u);
-    EXPECT_EQ(g_io[0][0], 0x3210) << "word 12 of the status record";
-    EXPECT_EQ(g_io[0][1], 1);
-    EXPECT_STREQ(reinterpret_cast<const char *>(g_io[0][2]), "picture.gif");
-    EXPECT_EQ(g_io[0][3], 4097);
-    EXPECT_EQ(call(0x2), 0);
-    EXPECT_EQ(g_io.back()[0], 0x55);
-    EXPECT_EQ(g_io.back()[1], 5);
+// {mode, millimetres a unit, state, dots per inch}; 128 in the state freezes the mode.
+const std::tuple<int16_t, double, int32_t, int32_t> kScaling[] = {
+    {1, 0.254, 4, 100}, {1, 0.0, 4, 0},  {1, 0.1, 4, 254}, {3, 1.0, 4, 254}, {0, 0.5, 4, 0},
+    {1, 0.5, 4, 51},    {1, 0.6, 4, 42}, {2, 0.5, 4, 0},   {-1, 0.1, 4, 0},  {1, 0.254, 132, 0}};
 
-    g_open_answer = 0;  // declined: the stream then tries the (missing) file
-    strcpy(lpEMData->fileName, (dir + "/missing/out.gif").c_str());
-    EXPECT_EQ(call(0x1), 0) << "no error on this path";
-    EXPECT_EQ(lpEMData->outputStream, 0u);
-    lpEMData->deviceState = 1;
-}
-
-TEST_F(Device, ViewportScalingModeGivesTheResolution) {
-    ASSERT_EQ(start(), 0);
+TEST_F(Device, ViewportSettingsGiveTheResolutionAndComeBackInTheHostsOrder) {
     reach(4);
-    const struct {
-        int16_t mode;
-        double unit;
-        int32_t want;
-    } cases[] = {{1, 0.254, 100}, {1, 0.0, 0}, {1, 0.1, 254}, {3, 1.0, 254},
-                 {0, 0.5, 0},     {1, 0.5, 51}, {2, 0.5, 0},  {-1, 0.1, 0}};
-    for (const auto &c : cases) {
-        Op vpsm(0x209);
-        call(vpsm.i16(16, c.mode).f64(24, c.unit));
-        EXPECT_EQ(lpEMData->resolution, c.want) << c.mode << " " << c.unit;
+    for (const auto &[mode, unit, state, want] : kScaling) {
+        lpEMData->deviceState = state;
+        call(Op(0x209).i16(16, mode).f64(24, unit));
+        EXPECT_EQ(lpEMData->resolution, want) << mode << " " << unit << ": rounded to nearest";
     }
-    lpEMData->deviceState = 4 | 128;  // a host-set flag that freezes the mode
-    Op vpsm(0x209);
-    call(vpsm.i16(16, 1).f64(24, 0.254));
-    EXPECT_EQ(lpEMData->resolution, 0);
-    lpEMData->deviceState = 4;
-}
-
-TEST_F(Device, WindowAndViewportComeBackInTheHostsOrder) {
-    ASSERT_EQ(start(256), 0);
-    reach(4);
     const double window[6] = {1.5, -2.25, 3.0, 640.0, 480.125, -0.0};
-    Op dvwn(0x206), dvvp(0x208), bgc(0x207);
-    call(dvwn.raw(16, window, sizeof window));
-    for (int i = 0; i < 6; ++i) dvvp.f64(16 + 8 * i, 10.0 + i);
-    call(dvvp);
-    call(bgc.raw(16, "\x10\x20\x30", 3));
-    EXPECT_EQ(0, memcmp(lpEMData->backgroundColour, "\x10\x20\x30", 3));
+    call(Op(0x206).raw(16, window, sizeof window));
+    call(Op(0x208).f64(16, 10).f64(24, 11).f64(32, 12).f64(40, 13).f64(48, 14).f64(56, 15));
     memset(lpEMData->replyBuffer, 0xab, 256);
     call(0x2ff);
     call(0x2fd);
-    std::vector<uint8_t> r = reply();
-    ASSERT_EQ(r.size(), 96u);
-    EXPECT_EQ(0, memcmp(r.data(), window, 48));
-    double got[6];
-    memcpy(got, r.data() + 48, 48);
-    EXPECT_EQ(got[0], 10.0);
-    EXPECT_EQ(got[1], 14.0);
-    EXPECT_EQ(got[3], 11.0);
-    EXPECT_EQ(got[4], 13.0);
-    for (size_t k = 0; k < 8; ++k) EXPECT_EQ(r[64 + k] & r[88 + k], 0xab) << "unset values";
-    EXPECT_EQ(lpEMData->deviceViewport[2] + lpEMData->deviceViewport[5], 0.0);
-    call(0x4);
-    call(0x206);
-    EXPECT_EQ(lpEMData->deviceWindow[3], 640.0) << "the window is fixed once the body begins";
+    Op want(0);  // the window, then x1, y2, -, y1, x2, -: the unset values keep the reply's bytes
+    memset(want.raw(0, window, 48).bytes + 48, 0xab, 48);
+    want.f64(48, 10).f64(56, 14).f64(72, 11).f64(80, 13);
+    ASSERT_EQ(lpEMData->replyPosition, 96u);
+    EXPECT_EQ(0, memcmp(lpEMData->replyBuffer, want.bytes, 96));
 }
 
-TEST_F(Device, ColourTableEntriesStopAtTheEnd) {
-    ASSERT_EQ(start(), 0);
+TEST_F(Device, ColourTablesStopAtTheLastEntryAndFollowTheColourMode) {
+    settings->colourMode = TOLVA_COLOUR_INVERT;
     reach(8);
+    const size_t end = offsetof(EMData, colourTable) + 768;
+    std::vector<uint8_t> rest((uint8_t *)lpEMData + end, (uint8_t *)(lpEMData + 1));
     Op ct(0x522);
-    ct.i32(4, 2 + 3 * 10).i32(16, 250);
     for (int i = 0; i < 30; ++i) ct.bytes[20 + i] = static_cast<uint8_t>(i + 1);
-    std::vector<uint8_t> before((uint8_t *)lpEMData, (uint8_t *)lpEMData + sizeof(EMData));
-    call(ct);
+    call(ct.i32(4, 2 + 3 * 10).i32(16, 250));
+    EXPECT_EQ(ct.bytes[49], 225) << "the host's copy is converted too";
     EXPECT_EQ(0, memcmp(lpEMData->colourTable + 750, ct.bytes + 20, 18));
-    before.erase(before.begin(), before.begin() + offsetof(EMData, colourTable) + 750 + 18);
-    Op past(0x522);
-    call(past.i32(4, 2 + 3 * 4).i32(16, 300));
-    EXPECT_EQ(0, memcmp(lpEMData->colourTable + 768, before.data(), 3 + 4))
-        << "nothing past the table changes";
+    call(Op(0x522).i32(4, 14).i32(16, 300));  // entries past the table
+    // Lengths below 2 carry no colours at all.
+    for (int32_t length : {0, 1}) call(Op(0x522).i32(4, length));
+    EXPECT_EQ(0, memcmp((uint8_t *)lpEMData + end, rest.data(), rest.size())) << "nothing past it";
 }
 
-TEST_F(Device, AnInvertingColourModeInvertsTheTableAndTheHostsBlock) {
-    ASSERT_EQ(start(256, TOLVA_COLOUR_INVERT), 0);
+// Primitive -5, with one (ignored) point in front of its data, and -6.
+int32_t open_picture(int32_t maxWidth, int32_t height, int32_t bits) {
+    Op gdp(0x40a);
+    gdp.i32(16, -5).i32(20, 1).f64(24, 99.0).i32(48, 28).i32(52, maxWidth);
+    return call(gdp.i32(56, height).i32(60, bits));
+}
+void close_picture() { call(Op(0x40a).i32(16, -6)); }
+TEST_F(Device, PictureRowsFollowTheTruncatedWindowAndFillUpwardFromAboveTheBottom) {
     reach(8);
-    Op ct(0x522);
-    call(ct.i32(4, 2 + 3 * 2).i32(16, 1).raw(20, "\x0a\x14\x1e\x28\x32\x3c", 6));
-    const uint8_t want[6] = {245, 235, 225, 215, 205, 195};
-    EXPECT_EQ(0, memcmp(lpEMData->colourTable + 3, want, 6));
-    EXPECT_EQ(0, memcmp(ct.bytes + 20, want, 6));
+    lpEMData->deviceWindow[0] = 2.9;  // trunc gives 2 and -5: 8 pixels
+    lpEMData->deviceWindow[3] = -5.7;
+    lpEMData->deviceWindow[4] = 100.0;
+    // {maximum width, bits, width, depth, bitmap size with rows padded to 4 bytes}
+    const int32_t cases[][5] = {{100, 8, 8, 8, 16}, {5, -32768, 5, 1, 8}, {7, -24, 7, 24, 48}};
+    for (const auto &c : cases) {
+        ASSERT_EQ(open_picture(c[0], 2, c[1]), 0);
+        EXPECT_EQ(lpEMData->pictureWidth, c[2]);
+        EXPECT_EQ(lpEMData->pictureDepth, c[3]);
+        EXPECT_EQ(GlobalSize(lpEMData->pictureBitmap), static_cast<uint32_t>(c[4]));
+        close_picture();
+    }
+    ASSERT_EQ(open_picture(4, 4, 8), 0);
+    const auto *bitmap = static_cast<const uint8_t *>(GlobalLock(lpEMData->pictureBitmap));
+    // Single rows of 4 cells, 8 bits, inline; the second corner below the first: upward.
+    for (uint8_t value = 1; value <= 4; ++value)
+        call(Op(0x409).f64(24, 1.0).i32(88, 4).i32(92, 1).i32(96, 8).raw(102, &value, 1));
+    const uint8_t want[4] = {3, 2, 4, 0};  // the fourth row lands again at row 2
+    for (int row = 0; row < 4; ++row) EXPECT_EQ(bitmap[4 * row], want[row]) << "row " << row;
+    close_picture();
+    ASSERT_EQ(open_picture(4, -1, 8), 0) << "a bitmap that cannot be had is noticed later";
+    EXPECT_EQ(call(Op(0x409).f64(48, 1.0).i32(88, 4).i32(92, 1).i32(96, 8)), 300);
 }
 
 }  // namespace

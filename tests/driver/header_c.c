@@ -1,20 +1,6 @@
-/* The public header as a C99 host sees it: it must compile as C, and its
- * records must have the same layout as in C++. */
+// The public header as a C99 host sees it: it must compile as C, and its
+// records must have the same sizes as in C++.
 #include "tolva/tolva.h"
 
-size_t tolva_c_layout(int which) {
-    switch (which) {
-        case 0: return sizeof(EMData);
-        case 1: return offsetof(EMData, firstError);
-        case 2: return offsetof(EMData, deviceWindow);
-        case 3: return offsetof(EMData, replyBuffer);
-        case 4: return offsetof(EMData, statusRecord);
-        case 5: return offsetof(EMData, cellFlag);
-        case 6: return sizeof(SetupBlock);
-        case 7: return offsetof(SetupBlock, outputDevice);
-        case 8: return sizeof(TolvaNameEntry);
-        case 9: return sizeof(CommonBlock);
-        case 10: return sizeof(TolvaPicture);
-        default: return 0;
-    }
-}
+const size_t tolva_c_sizes[] = {sizeof(EMData), sizeof(SetupBlock), sizeof(CommonBlock),
+                                sizeof(TolvaNameEntry), sizeof(TolvaPicture)};

@@ -1,9 +1,7 @@
-// OutputPicture with a host offscreen callback that delivers several bands:
-// band order, row order, progress per band and a stop in the middle.
+// The format query, and OutputPicture with a host callback that delivers
+// bands: band order, row order, progress per band, a stop in the middle.
+// with the metafile hooks, which have no picture to give on this platform.
 #include <gtest/gtest.h>
-#include <string.h>
-
-#include <vector>
 
 #include "test_host.h"
 
@@ -11,143 +9,119 @@ using namespace test_host;
 
 namespace {
 
-// The host's picture: every row holds its own bottom-up row number.
+// Each Device makes its Setup block current: sizes 602/309, 96 dpi, a box of
+// 6.67 x 5.0 inches.
+TEST(QueryCellFormat, SizeAndResolutionChoices) {
+    struct Case {
+        int32_t sizeMode, resolutionMode;
+        const char *display;
+        double width, height, wantWidth, wantHeight, savedWidth;
+        int32_t resolution, wantResolution;
+    } cases[] = {
+        // A given resolution keeps the picture's own size and becomes the saved one.
+        {602, 309, "", 19.2, 10.8, 1920, 1080, 19.2, 100, 100},
+        // None fits the aspect into the saved 640 x 480 box, which stays as it was.
+        {602, 309, "", 1920, 1080, 640, 360, 6.67, 0, 96},
+        // The display choices take the display's size and resolution.
+        {600, 307, "1024x768x72x72", 1920, 1080, 1024, 576, 1024.0 / 72.0, 150, 72},
+        // Other choices leave the saved values.
+        {601, 308, "", 100, 100, 480, 480, 6.67, 300, 96},
+    };
+    double width, height;
+    int16_t bits = 0;
+    int32_t resolution;
+    for (const Case &c : cases) {
+        setenv("DISPLAYINFO", c.display, 1);
+        SetDisplayInfo(0.0, 0.0, 0, 0);
+        Device device;
+        device.settings->sizeMode = c.sizeMode;
+        device.settings->resolutionMode = c.resolutionMode;
+        width = c.width;
+        height = c.height;
+        resolution = c.resolution;
+        EXPECT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr), 0);
+        EXPECT_EQ(std::make_tuple(width, height, resolution, bits),
+                  std::make_tuple(c.wantWidth, c.wantHeight, c.wantResolution, int16_t{8}));
+        EXPECT_NEAR(device.settings->width, c.savedWidth, 1e-12) << c.width;
+    }
+    unsetenv("DISPLAYINFO");
+    width = 3.0;
+    resolution = 7;  // no Setup block: refused, nothing changed
+    EXPECT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr),
+              TOLVA_ERR_NO_SETUP);
+    EXPECT_EQ(std::make_pair(width, resolution), std::make_pair(3.0, 7));
+}
+
+// The host's picture: every row holds its own bottom-up row number. A band
+// lives until the next one is asked for or the host's terminate runs.
 struct Offscreen {
     int32_t width, height, bandRows;
-    std::vector<HGLOBAL> bands;
-    std::vector<std::pair<int32_t, int32_t>> asked;
+    HGLOBAL band;
+    std::vector<std::pair<intptr_t, intptr_t>> asked;
 };
 
-intptr_t host_callback(int32_t operation, void *record, intptr_t arg1, intptr_t arg2) {
-    switch (operation) {
-    case 0: {
-        auto *host = static_cast<Offscreen *>(record);
-        auto *query = reinterpret_cast<TolvaOffscreenQuery *>(arg1);
-        query->width = host->width / 96.0;
-        query->height = host->height / 96.0;
-        query->resolution = 96;
+intptr_t host_callback(int32_t operation, void *record, intptr_t lower, intptr_t upper) {
+    auto *host = static_cast<Offscreen *>(record);
+    if (operation == 0) {
+        *reinterpret_cast<TolvaOffscreenQuery *>(lower) = {host->width / 96.0, host->height / 96.0,
+                                                           96, 0};
         return 0;
     }
-    case 1: {
-        auto *offscreen = static_cast<TolvaOffscreen *>(record);
-        const auto *information = reinterpret_cast<const intptr_t *>(arg1);
-        auto *table = reinterpret_cast<uint8_t *>(information[4]);
-        for (int i = 0; i < 768; ++i) table[i] = static_cast<uint8_t>(i / 3);  // greys
-        return static_cast<Offscreen *>(offscreen->hostContext)->bandRows;
-    }
-    case 3: {
-        auto *host = static_cast<Offscreen *>(static_cast<TolvaOffscreen *>(record)->hostContext);
-        auto lower = static_cast<int32_t>(arg1), upper = static_cast<int32_t>(arg2);
-        host->asked.emplace_back(lower, upper);
-        int32_t stride = (host->width + 3) & ~3;
-        HGLOBAL band = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(stride * (upper - lower)));
-        auto *bits = static_cast<uint8_t *>(GlobalLock(band));
-        for (int32_t j = 0; j < upper - lower; ++j)
-            memset(bits + j * stride, (lower + j) & 255, static_cast<size_t>(host->width));
-        host->bands.push_back(band);
-        return static_cast<intptr_t>(band);
-    }
-    case 2: {
-        auto *host = static_cast<Offscreen *>(static_cast<TolvaOffscreen *>(record)->hostContext);
-        for (HGLOBAL band : host->bands) GlobalFree(band);
-        host->bands.clear();
-        return 1;
-    }
-    }
-    return 0;
+    host = static_cast<Offscreen *>(static_cast<TolvaOffscreen *>(record)->hostContext);
+    if (host->band != 0) GlobalFree(host->band);
+    host->band = 0;
+    if (operation != 3) return operation == 1 ? host->bandRows : 1;
+    host->asked.emplace_back(lower, upper);
+    size_t stride = (static_cast<size_t>(host->width) + 3) & ~size_t{3};
+    host->band = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(stride * (upper - lower)));
+    auto *bits = static_cast<uint8_t *>(GlobalLock(host->band));
+    for (intptr_t row = lower; row < upper; ++row, bits += stride)
+        memset(bits, static_cast<int>(row & 255), static_cast<size_t>(host->width));
+    return static_cast<intptr_t>(host->band);
 }
 
-std::vector<intptr_t> g_progress;
-intptr_t g_stop_at = -1;
-int32_t status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, intptr_t, intptr_t) {
-    if (a == 2 && b == 61) return 1;
-    g_progress.push_back(d);
-    return d == g_stop_at ? 1 : 0;
-}
-
-class OutputPictureTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        spools_ = spool_files();
-        handle_ = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);
-        block_ = static_cast<SetupBlock *>(GlobalLock(handle_));
-        UseDefaultSettings(block_);
-        record_[TOLVA_STATUS_FUNCTION] = reinterpret_cast<intptr_t>(status);
-        block_->statusRecord = record_;
-        lpRaster = block_;
-        g_progress.clear();
-        g_stop_at = -1;
-    }
-    void TearDown() override {
-        lpRaster = nullptr;
-        GlobalFree(handle_);
-        EXPECT_EQ(spool_files(), spools_);
-    }
-    int32_t run(Offscreen &host, const std::string &path) {
-        HGLOBAL stream = zunOpen(path.c_str(), nullptr, 4097);
-        int32_t r = OutputPicture(stream, &host, host_callback);
+// Bands are asked for from the top, each reports its progress, an odd height
+// is asked for even, a stop ends the image without its trailer (and runs the
+// host's terminate), and no band height is 27 with nothing written.
+TEST(OutputPicture, BandsProgressAndStops) {
+    struct Case {
+        int32_t width, height, bandRows, result;
+        std::vector<std::pair<intptr_t, intptr_t>> asked;
+        std::vector<intptr_t> progress;
+    } cases[] = {
+        {40, 50, 16, 0, {{34, 50}, {18, 34}, {2, 18}, {0, 2}}, {25, 50, 75, 100}},
+        {8, 7, 100, 0, {{0, 8}}, {100}},
+        {700, 520, 104, TOLVA_ERR_STOPPED, {{416, 520}, {312, 416}}, {20, 40}},  // stopped at 40
+        {8, 8, 0, TOLVA_ERR_NO_PICTURE, {}, {}},
+    };
+    size_t spools = spool_files().size();
+    TempDir dir;
+    for (const Case &c : cases) {
+        Device device;
+        device.settings->statusRecord = device.status;
+        bool interlace = c.width == 700;  // large enough to spool through a file
+        device.settings->interlace = interlace ? TOLVA_INTERLACE_ON : 0;
+        g_stop_at = c.result == TOLVA_ERR_STOPPED ? 40 : -1;
+        g_reports.clear();
+        Offscreen host{c.width, c.height, c.bandRows, 0, {}};
+        HGLOBAL stream = zunOpen(dir.path("bands.gif").c_str(), nullptr, 4097);
+        EXPECT_EQ(OutputPicture(stream, &host, host_callback), c.result);
         zunClose(stream);
-        return r;
+        EXPECT_EQ(host.asked, c.asked);
+        EXPECT_EQ(g_reports, c.progress);
+        EXPECT_EQ(host.band, 0u) << "terminate ran";
+        std::vector<uint8_t> bytes = read_file(dir.path("bands.gif"));
+        EXPECT_EQ(!bytes.empty() && bytes.back() == 0x3B, c.result == 0);
+        EXPECT_TRUE(c.bandRows != 0 || bytes.empty());
+        Gif gif = decode(bytes);
+        int height = c.result == 0 ? (c.height + 1) & ~1 : 0;
+        ASSERT_EQ(gif.height, height);
+        EXPECT_EQ(gif.interlaced, interlace && height != 0);
+        for (int y = 0; y < height; ++y)
+            ASSERT_EQ(gif.indices[y * c.width], (height - 1 - y) & 255) << c.height;
     }
-    TempDir dir_;
-    HGLOBAL handle_ = 0;
-    SetupBlock *block_ = nullptr;
-    intptr_t record_[TOLVA_STATUS_WORDS] = {};
-    std::vector<std::string> spools_;
-};
-
-TEST_F(OutputPictureTest, BandsRunFromTheTopAndReportProgressEach) {
-    Offscreen host{40, 50, 16, {}, {}};
-    std::string path = dir_.path("bands.gif");
-    EXPECT_EQ(run(host, path), 0);
-    EXPECT_EQ(host.asked, (std::vector<std::pair<int32_t, int32_t>>{{34, 50}, {18, 34}, {2, 18}, {0, 2}}));
-    EXPECT_EQ(g_progress, (std::vector<intptr_t>{25, 50, 75, 100}));
-    Gif gif = decode_file(path);
-    ASSERT_TRUE(gif.ok);
-    ASSERT_EQ(gif.height, 50);
-    for (int y = 0; y < 50; ++y) EXPECT_EQ(gif.at(7, y), 49 - y) << y;
-    EXPECT_EQ(gif.palette[3 * 200], 200);
-}
-
-TEST_F(OutputPictureTest, InterlacedBandsComeBackInOrder) {
-    block_->interlace = TOLVA_INTERLACE_ON;
-    Offscreen host{700, 520, 96, {}, {}};  // spooled through a temporary file
-    std::string path = dir_.path("interlaced.gif");
-    EXPECT_EQ(run(host, path), 0);
-    Gif gif = decode_file(path);
-    ASSERT_TRUE(gif.ok);
-    EXPECT_TRUE(gif.interlaced);
-    for (int y = 0; y < 520; ++y) ASSERT_EQ(gif.at(699, y), (519 - y) & 255) << y;
-}
-
-TEST_F(OutputPictureTest, StopAfterABandEndsWithoutTrailerAndNoSpool) {
-    block_->interlace = TOLVA_INTERLACE_ON;
-    g_stop_at = 40;
-    Offscreen host{700, 520, 104, {}, {}};  // five bands: 20, 40, ...
-    std::string path = dir_.path("stopped.gif");
-    EXPECT_EQ(run(host, path), TOLVA_ERR_STOPPED);
-    EXPECT_EQ(host.asked.size(), 2u);
-    std::vector<uint8_t> bytes = read_file(path);
-    ASSERT_FALSE(bytes.empty());
-    EXPECT_NE(bytes.back(), 0x3B);
-    EXPECT_TRUE(host.bands.empty()) << "terminate ran";
-}
-
-TEST_F(OutputPictureTest, OddHeightIsAskedForEven) {
-    Offscreen host{8, 7, 100, {}, {}};
-    std::string path = dir_.path("odd.gif");
-    EXPECT_EQ(run(host, path), 0);
-    ASSERT_EQ(host.asked.size(), 1u);
-    EXPECT_EQ(host.asked[0], (std::pair<int32_t, int32_t>{0, 8}));
-    EXPECT_EQ(decode_file(path).height, 8);
-}
-
-TEST_F(OutputPictureTest, NoBandHeightIs27AndWritesNothing) {
-    Offscreen host{8, 8, 0, {}, {}};
-    std::string path = dir_.path("none.gif");
-    EXPECT_EQ(run(host, path), TOLVA_ERR_NO_PICTURE);
-    EXPECT_TRUE(read_file(path).empty());
-    EXPECT_TRUE(host.asked.empty());
+    EXPECT_EQ(spool_files().size(), spools);
+    g_stop_at = -1;
 }
 
 }  // namespace

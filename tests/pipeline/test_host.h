@@ -1,11 +1,20 @@
-// A host for the end-to-end tests: it drives the filter only through its
-// exported entry points and opcode blocks, the way a graphics application
-// does, and reads the GIF back with giflib.
+// A host for the end-to-end tests and the benchmark: it drives the filter only
+// through its exported entry points and opcode blocks, the way a graphics
+// application does, and reads the GIF back with giflib.
 #ifndef TOLVA_TESTS_PIPELINE_TEST_HOST_H
 #define TOLVA_TESTS_PIPELINE_TEST_HOST_H
 
+#include <gif_lib.h>
 #include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -13,131 +22,265 @@
 
 namespace test_host {
 
-// One opcode parameter block, built at its byte positions.
-class Block {
-public:
-    explicit Block(int32_t opcode, size_t size = 16);
-    Block &i16(size_t at, int16_t v);
-    Block &i32(size_t at, int32_t v);
-    Block &f64(size_t at, double v);
-    Block &ptr(size_t at, const void *p);
-    Block &bytes(size_t at, const void *data, size_t n);
-    void *data() { return bytes_.data(); }
-
-private:
-    void fit(size_t end);
-    std::vector<uint8_t> bytes_;
+// One opcode parameter block, each value stored at its byte position.
+struct Block {
+    std::vector<uint8_t> bytes;
+    explicit Block(int32_t opcode, size_t size = 64) : bytes(size, 0) { put(0, opcode); }
+    template <typename T>
+    Block &put(size_t at, T value) {
+        bytes.resize(std::max(bytes.size(), at + sizeof value));
+        memcpy(bytes.data() + at, &value, sizeof value);
+        return *this;
+    }
 };
 
-Block device_window(double x1, double y1, double x2, double y2);
-Block scaling_mode(int16_t mode, double unitSize);
-Block background(uint8_t r, uint8_t g, uint8_t b);
-// Colour table entries from index `first`: `rgb` holds 3 bytes an entry.
-Block colour_table(uint32_t first, const std::vector<uint8_t> &rgb);
-// Primitive -5 with the picture's maximum width, height and bits per pixel.
-Block open_picture(int32_t width, int32_t height, int32_t bits);
-Block close_picture();
-// A cell array whose data lives in the host's memory (negative bits per
-// cell); `upward` orders the corners against the device window so that the
-// rows run bottom-up.
-Block cell_array(const uint8_t *data, uint32_t cellsPerRow, uint32_t rows, int32_t bits,
-                 bool upward);
-// The same with the cells inline in the block.
-Block inline_cell_array(const std::vector<uint8_t> &data, uint32_t cellsPerRow, uint32_t rows,
-                        int32_t bits);
+// Primitive -5 opens a picture (width, height, bits, ...), -6 closes it.
+inline Block primitive(int32_t id, const std::vector<int32_t> &data) {
+    Block b(0x40a, 28);
+    b.put(16, id).put(24, static_cast<int32_t>(4 * data.size()));
+    for (size_t i = 0; i < data.size(); ++i) b.put(28 + 4 * i, data[i]);
+    return b;
+}
 
-// The host's side of a device: Setup block, init block, status record.
+// A cell array whose cells stay in the host's memory (a negative depth says
+// so). The device window runs y upward; corners that run the other way (up)
+// make the rows bottom-up.
+inline Block cell_array(const uint8_t *data, uint32_t cells, uint32_t rows, int32_t bits, bool up) {
+    Block b(0x409, 110);
+    b.put(24, up ? double(rows) : 0.0).put(40, double(cells));
+    b.put(48, up ? 0.0 : double(rows)).put(88, cells).put(92, rows);
+    return b.put(96, bits == 1 ? int32_t{-32768} : -bits).put(102, data);
+}
+
+// The status function of every device: it records progress reports (plain
+// queries with a value) and says stop at the report g_stop_at, where 0 is
+// the plain query of close. A stop answer is followed by the detail request
+// (2, 61), which must say stop as well.
+inline intptr_t g_stop_at = -1;
+inline std::vector<intptr_t> g_reports;
+inline int32_t stopping_status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, intptr_t,
+                               intptr_t) {
+    if (a == 0 && b == 0 && d != 0) g_reports.push_back(d);
+    return (a == 2 && b == 61) || (a == 0 && b == 0 && d == g_stop_at) ? 1 : 0;
+}
+
+// The host's side of a device: a current Setup block with the defaults (the
+// host may change it directly), the init block and the status record.
 struct Device {
-    HGLOBAL setup = 0;
-    SetupBlock *settings = nullptr;  // the host may change the block directly
-    intptr_t init[TOLVA_INIT_WORDS] = {};
-    intptr_t status[TOLVA_STATUS_WORDS] = {};
+    HGLOBAL setup = CreateSetup(0, "/nonexistent/tolva-test.ini", "", 0);
+    SetupBlock *settings = static_cast<SetupBlock *>(GlobalLock(setup));
+    intptr_t init[TOLVA_INIT_WORDS] = {}, status[TOLVA_STATUS_WORDS] = {};
     int32_t capabilities[64] = {};
     std::string fileName;
     int32_t (*entry)(intptr_t, int16_t, void *) = nullptr;
-
-    // CreateSetup with the defaults, the status function (may be null).
-    explicit Device(StatusFunction status = nullptr);
-    ~Device();
-    Device(const Device &) = delete;
-    Device &operator=(const Device &) = delete;
-
-    int32_t start(const std::string &file);  // init with this output file name
-    int32_t call(Block &block);               // one opcode; the result word
-    int32_t call(int32_t opcode);             // an opcode with no parameters
-    int32_t stop();                           // term
     bool started = false;
-    // The errors on the device's stack, oldest first.
-    std::vector<int16_t> errors() const;
+
+    Device() {
+        status[TOLVA_STATUS_CONTEXT] = 77;
+        status[TOLVA_STATUS_FUNCTION] = reinterpret_cast<intptr_t>(stopping_status);
+        UseDefaultSettings(settings);
+        intptr_t address = 0;
+        RASTER_dd_entry(-3, &address, nullptr);
+        entry = reinterpret_cast<int32_t (*)(intptr_t, int16_t, void *)>(address);
+    }
+    ~Device() {
+        stop();
+        DestroySetup(setup);
+    }
+    int32_t start(const std::string &file) {  // init, with this output file name
+        fileName = file;
+        init[TOLVA_INIT_FILE_NAME] = reinterpret_cast<intptr_t>(fileName.c_str());
+        init[TOLVA_INIT_REPLY_SIZE] = 4096;
+        init[TOLVA_INIT_SETUP] = static_cast<intptr_t>(setup);
+        init[TOLVA_INIT_STATUS_RECORD] = reinterpret_cast<intptr_t>(status);
+        init[TOLVA_INIT_CAPABILITIES] = reinterpret_cast<intptr_t>(capabilities);
+        int32_t r = entry(0, 0, init);
+        started = r == 0;
+        // A host that wants a real error stack stores a capacity.
+        if (started && lpEMData != nullptr) lpEMData->errorCapacity = 10;
+        return r;
+    }
+    int32_t call(Block block) { return entry(0, 2, block.bytes.data()); }
+    int32_t call(int32_t opcode) { return call(Block(opcode)); }
+    void stop() {  // term
+        if (started) (void)entry(0, -1, nullptr);
+        started = false;
+    }
 };
 
 // A decoded GIF: the image's indices top row first, and the global palette.
 struct Gif {
-    bool ok = false;
-    int width = 0, height = 0;
-    bool interlaced = false;
-    std::vector<uint8_t> indices;
-    std::vector<uint8_t> palette;  // 3 bytes an entry
-    int transparent = -1;          // from the graphic control extension
-    int background = 0;
-    uint8_t at(int x, int y) const { return indices[static_cast<size_t>(y) * width + x]; }
+    bool ok = false, interlaced = false;
+    int width = 0, height = 0, transparent = -1;
+    std::vector<uint8_t> indices, palette;  // palette: 3 bytes an entry
 };
-Gif decode_file(const std::string &path);
-Gif decode_memory(const uint8_t *data, size_t size);
 
-std::vector<uint8_t> read_file(const std::string &path);
-bool file_exists(const std::string &path);
+inline Gif decode(const std::vector<uint8_t> &bytes) {
+    Gif gif;
+    int error = 0;
+    FILE *copy = tmpfile();
+    fwrite(bytes.data(), 1, bytes.size(), copy);
+    rewind(copy);
+    GifFileType *file = DGifOpenFileHandle(dup(fileno(copy)), &error);
+    fclose(copy);
+    if (file == nullptr) return gif;
+    if (DGifSlurp(file) == GIF_OK && file->ImageCount == 1 && file->SColorMap != nullptr) {
+        const GifImageDesc &image = file->SavedImages[0].ImageDesc;
+        gif = {true, image.Interlace, image.Width, image.Height, -1, {}, {}};
+        const GifByteType *raster = file->SavedImages[0].RasterBits;
+        gif.indices.assign(raster, raster + gif.width * gif.height);
+        for (int i = 0; i < file->SColorMap->ColorCount; ++i) {
+            const GifColorType &c = file->SColorMap->Colors[i];
+            gif.palette.insert(gif.palette.end(), {c.Red, c.Green, c.Blue});
+        }
+        GraphicsControlBlock gcb;
+        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK)
+            gif.transparent = gcb.TransparentColor;
+    }
+    DGifCloseFile(file, &error);
+    return gif;
+}
+
+inline std::vector<uint8_t> read_file(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+inline Gif decode_file(const std::string &path) { return decode(read_file(path)); }
 
 // A fresh directory for one test's outputs, removed with its files.
-class TempDir {
-public:
-    TempDir();
-    ~TempDir();
-    std::string path(const std::string &name) const { return dir_ + "/" + name; }
-
-private:
-    std::string dir_;
+struct TempDir {
+    std::string dir = std::filesystem::temp_directory_path() / "tolva-pipeline-XXXXXX";
+    TempDir() { dir = mkdtemp(dir.data()); }
+    ~TempDir() { std::filesystem::remove_all(dir); }
+    std::string path(const std::string &name) const { return dir + "/" + name; }
 };
 
-// The spool files the writer leaves in /tmp (zun*): a test compares the set
-// before and after.
-std::vector<std::string> spool_files();
+// The spool files the writer leaves in /tmp (zun*), to be compared before and after.
+inline std::vector<std::string> spool_files() {
+    std::vector<std::string> names;
+    for (const auto &e : std::filesystem::directory_iterator("/tmp"))
+        if (e.path().filename().string().rfind("zun", 0) == 0) names.push_back(e.path());
+    return names;
+}
+
+inline uint32_t distance(const uint8_t *a, const uint8_t *b) {
+    uint32_t d = 0;
+    for (int i = 0; i < 3; ++i) d += static_cast<uint32_t>((a[i] - b[i]) * (a[i] - b[i]));
+    return d;
+}
 
 // The nearest palette entry as the filter defines it: greys (channels within
 // 4 of each other) match only entries with three equal channels, colours
 // only the others; squared distance; lowest index on ties.
-int nearest_entry(const uint8_t *rgb, const std::vector<uint8_t> &palette, int count);
-uint32_t distance(const uint8_t *a, const uint8_t *b);
-bool is_grey_query(const uint8_t *rgb);
-bool is_grey_entry(const uint8_t *rgb);
-
-// Millimetres a unit for 96 dots per inch, as the viewport scaling mode
-// takes it.
-constexpr double kUnitFor96Dpi = 25.4 / 96.0;
+inline int nearest_entry(const uint8_t *rgb, const std::vector<uint8_t> &palette) {
+    bool grey = abs(rgb[0] - rgb[1]) <= 4 && abs(rgb[1] - rgb[2]) <= 4 && abs(rgb[0] - rgb[2]) <= 4;
+    int best = 0;
+    uint32_t bestDistance = UINT32_MAX;
+    for (size_t i = 0; 3 * i < palette.size(); ++i) {
+        const uint8_t *e = &palette[3 * i];
+        if ((e[0] == e[1] && e[1] == e[2]) == grey && distance(rgb, e) < bestDistance) {
+            bestDistance = distance(rgb, e);
+            best = static_cast<int>(i);
+        }
+    }
+    return best;
+}
 
 struct Picture {
-    int32_t width = 0, height = 0, bits = 8;
-    int32_t stride = 0;
+    int32_t width = 0, height = 0, bits = 8, stride = 0;
     std::vector<uint8_t> rows;  // host row order, each row padded to 4 bytes
     const uint8_t *row(int32_t y) const { return &rows[static_cast<size_t>(y) * stride]; }
+    int index(int32_t x, int32_t y) const {  // of palette pictures, packed from the high bit
+        return (row(y)[x * bits / 8] >> (8 - bits - x * bits % 8)) & ((1 << bits) - 1);
+    }
 };
 
-Picture indexed_picture(int32_t width, int32_t height);
-// A smooth true-colour picture (red across, green down, blue in stripes).
-Picture true_colour_picture(int32_t width, int32_t height);
-// 256 distinct colours.
-std::vector<uint8_t> device_palette();
+// Palette pictures (1, 4, 8 bits) hold a diagonal pattern of indices;
+// true-colour ones (24, 32 bits) run red across, green down, blue in stripes.
+inline Picture make_picture(int32_t width, int32_t height, int32_t bits) {
+    Picture p{width, height, bits, ((width * bits + 7) / 8 + 3) & ~3, {}};
+    // The fourth byte of a 32-bit pixel plays no part.
+    p.rows.assign(static_cast<size_t>(p.stride) * height, bits == 32 ? 0x5A : 0);
+    for (int32_t y = 0; y < height; ++y)
+        for (int32_t x = 0; x < width; ++x) {
+            uint8_t *px = &p.rows[static_cast<size_t>(y) * p.stride + x * bits / 8];
+            if (bits <= 8) {
+                int index = (x * 7 + y * 13 + 1) & ((1 << bits) - 1);
+                *px |= static_cast<uint8_t>(index << (8 - bits - x * bits % 8));
+                continue;
+            }
+            px[0] = static_cast<uint8_t>(x * 255 / width);
+            px[1] = static_cast<uint8_t>(y * 255 / height);
+            px[2] = static_cast<uint8_t>((x + y) % 64 * 4);
+        }
+    return p;
+}
+
+inline std::vector<uint8_t> device_palette() {  // 256 distinct colours
+    std::vector<uint8_t> rgb;
+    for (int i = 0; i < 256; ++i) rgb.insert(rgb.end(), {uint8_t(i), uint8_t(~i), uint8_t(3 * i)});
+    return rgb;
+}
+
+// How the GIF disagrees with the picture, or "" when every GIF row y holds
+// picture row source[y] (-1: a row never filled, index 0 or black; no source:
+// the rows as sent downward, the first at the bottom). Palette pictures keep
+// every index, true-colour pixels take their nearest entry.
+inline std::string mismatch(const Gif &gif, const Picture &p, std::vector<int32_t> source = {}) {
+    if (source.empty())
+        for (int32_t y = p.height - 1; y >= 0; --y) source.push_back(y);
+    if (!gif.ok || gif.width != p.width || gif.height != static_cast<int>(source.size()))
+        return "decoded as " + std::to_string(gif.width) + " x " + std::to_string(gif.height);
+    const uint8_t black[3] = {};
+    for (int y = 0; y < gif.height; ++y)
+        for (int x = 0; x < gif.width; ++x) {
+            uint8_t got = gif.indices[y * gif.width + x];
+            const uint8_t *rgb = source[y] < 0 ? black : p.row(source[y]) + p.bits / 8 * x;
+            bool ok = p.bits > 8
+                          ? distance(rgb, &gif.palette[3 * got]) ==
+                                distance(rgb, &gif.palette[3 * nearest_entry(rgb, gif.palette)])
+                          : got == (source[y] < 0 ? 0 : p.index(x, source[y]));
+            if (!ok) return "at " + std::to_string(x) + "," + std::to_string(y);
+        }
+    return "";
+}
 
 struct Send {
-    int32_t band = 0;        // rows a cell array; 0 sends the picture as one
+    int32_t band = 0;  // rows a cell array; 0 sends the picture as one
     bool upward = false;
-    bool oneToOne = true;    // resolution through the viewport scaling mode
-    bool bracket = true;     // inside primitives -5/-6
-    int32_t rowsSent = -1;   // -1: every row of the picture
+    bool oneToOne = true;   // resolution through the viewport scaling mode
+    bool bracket = true;    // inside primitives -5/-6
+    bool palette = true;    // the device's colour table
+    int32_t rowsSent = -1;  // -1: every row of the picture
 };
 
-// The whole conversation from open to close (init and term by the caller).
-void send_picture(Device &device, const Picture &p, const Send &how);
+// The whole conversation from open to close (init and term are the caller's).
+inline void send_picture(Device &device, const Picture &p, const Send &how) {
+    (void)device.call(0x1);  // its result is the test's to check, through errors()
+    device.call(0x3);
+    device.call(Block(0x206).put(40, p.width - 1.0).put(48, p.height - 1.0));  // device window
+    // Viewport scaling mode 1 at 25.4 / 96 millimetres a unit: 96 dots per inch.
+    if (how.oneToOne) device.call(Block(0x209).put(16, int16_t{1}).put(24, 25.4 / 96.0));
+    device.call(Block(0x207, 20));  // black background
+    device.call(0x4);
+    std::vector<uint8_t> rgb = device_palette();
+    Block table(0x522);  // from entry 0, 3 bytes an entry
+    table.put(4, int32_t{768 + 2});
+    for (size_t i = 0; i < rgb.size(); ++i) table.put(20 + i, rgb[i]);
+    if (how.palette) device.call(table);
+    if (how.bracket) device.call(primitive(-5, {p.width, p.height, p.bits, 0, 0, 0, 0}));
+    int32_t total = how.rowsSent < 0 ? p.height : how.rowsSent;
+    int32_t band = how.band > 0 ? how.band : std::max(total, 1);
+    // Upward bands keep the host's row order; only the corners say which way they run.
+    for (int32_t y = 0; y < total; y += band) {
+        auto rows = static_cast<uint32_t>(std::min(band, total - y));
+        device.call(cell_array(p.row(y), static_cast<uint32_t>(p.width), rows, p.bits, how.upward));
+    }
+    if (how.bracket) device.call(primitive(-6, {0}));
+    device.call(0x5);
+    device.call(0x2);
+}
 
 }  // namespace test_host
 

@@ -1,107 +1,118 @@
-// File and memory streams: the buffer's fill and flush rules, growth of
-// memory blocks, the end mark, seeks and the failure results.
+// Every kind of stream: exact round trips, the buffer's fill and flush rules,
+// memory growth and the end mark, host procedures, the no-stream modes and
+// the failure results.
 #include <gtest/gtest.h>
 
 #include <string.h>
+
+#include <string>
 
 #include "stream_fixture.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+// A host procedure serving one in-memory file, logging every call as
+// "instance:operation:b".
+struct Host {
+    MemoryBlock store;
+    HGLOBAL file = store.open(TOLVA_STREAM_OUTPUT);
+    std::vector<std::string> calls;
+    intptr_t openAnswer = 77;
+    ~Host() { zunClose(file); }
+};
+Host *g_host;
 
-Bytes read_all(HGLOBAL s, size_t n) {
-    Bytes got(n + 16);
-    int32_t r = zunRead(s, got.data(), static_cast<int32_t>(got.size()));
-    got.resize(r < 0 ? 0 : static_cast<size_t>(r));
-    return got;
-}
-
-TEST(FileStream, RoundTripsAcrossBufferBoundaries) {
-    for (size_t n : {0u, 1u, 12287u, 12288u, 12289u, 3u * 12288u + 5u}) {
-        TempFile tmp;
-        auto data = pattern(n, static_cast<uint32_t>(n));
-        HGLOBAL s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_OUTPUT);
-        EXPECT_EQ(zunWrite(s, data.data(), static_cast<int32_t>(n)), static_cast<int32_t>(n));
-        ASSERT_EQ(zunClose(s), 0);
-        EXPECT_EQ(tmp.contents(), data) << n;
-        s = zunOpen(tmp.c_str(), nullptr, 0);
-        EXPECT_EQ(read_all(s, n), data) << n;
-        EXPECT_EQ(zunRead(s, data.data(), 1), 0);  // past the end
-        EXPECT_EQ(zunClose(s), 0);
+intptr_t host_proc(intptr_t instance, int32_t op, intptr_t a, intptr_t b) {
+    Host &h = *g_host;
+    h.calls.push_back(std::to_string(instance) + ":" + std::to_string(op) + ":" +
+                      std::to_string(op >= 4 ? b : 0));
+    auto *p = reinterpret_cast<uint8_t *>(a);
+    switch (op) {
+    case 1: return zunSeek(h.file, 0, 0) == 0 ? h.openAnswer : -1;
+    case 2: return zunRead(h.file, p, static_cast<int32_t>(b));
+    case 3: return zunWrite(h.file, p, static_cast<int32_t>(b));
+    case 4: return zunSeek(h.file, *reinterpret_cast<int32_t *>(a), static_cast<int32_t>(b));
+    default: return op * 11;
     }
 }
 
-TEST(FileStream, FlushesWhenTheByteAfterAFullBufferArrives) {
-    TempFile tmp;
-    auto data = pattern(12289);
-    HGLOBAL s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_OUTPUT);
-    EXPECT_EQ(zunWrite(s, data.data(), 12288), 12288);
-    EXPECT_EQ(tmp.contents().size(), 0u);
-    EXPECT_EQ(zunSeek(s, 0, 1), 12288);  // telling does not flush
-    EXPECT_EQ(zunWrite(s, data.data() + 12288, 1), 1);
-    EXPECT_EQ(tmp.contents().size(), 12288u);
-    EXPECT_EQ(zunClose(s), 0);
-    EXPECT_EQ(tmp.contents(), data);
+TEST(Streams, RoundTripExactlyThroughEveryKind) {
+    for (const char *kind : {"file", "memory", "procedure", "wrapped FILE"}) {
+        for (size_t n : {0u, 1u, 12287u, 12288u, 12289u, 3u * 12288u + 5u}) {
+            SCOPED_TRACE(std::string(kind) + " " + std::to_string(n));
+            TempFile tmp;
+            MemoryBlock m;
+            Host host;
+            g_host = &host;
+            bool proc = kind[0] == 'p', memory = kind[0] == 'm';
+            FILE *f = kind[0] == 'w' ? fopen(tmp.c_str(), "w+b") : nullptr;
+            intptr_t d[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+                1, 0, 0, reinterpret_cast<intptr_t>(f),
+                proc ? reinterpret_cast<intptr_t>(&host_proc) : 0};
+            auto open = [&](uint32_t mode) {
+                if (memory) return mode != 0 ? m.open(mode) : m.reopen();
+                if (f == nullptr) return zunOpen(proc ? "host" : tmp.c_str(), d, mode);
+                rewind(f);  // the caller's FILE stays open and usable after each close
+                return zunOpen(nullptr, d, TOLVA_STREAM_WRAP);
+            };
+            auto data = pattern(n, static_cast<uint32_t>(n));
+            HGLOBAL s = open(TOLVA_STREAM_OUTPUT);
+            EXPECT_EQ(zunWrite(s, data.data(), static_cast<int32_t>(n)), static_cast<int32_t>(n));
+            EXPECT_EQ(zunClose(s), proc ? 55 : 0);  // a procedure's close answers for itself
+            if (f != nullptr) fflush(f);
+            Bytes want = data;
+            if (memory) want.push_back(0xFF);  // the end mark
+            uint8_t *held = memory ? m.bytes() : host.store.bytes();
+            EXPECT_EQ(memory || proc ? Bytes(held, held + want.size()) : tmp.contents(), want);
+            s = open(0);
+            EXPECT_EQ(read_at(s, 0, n + 1), data);
+            EXPECT_EQ(zunClose(s), proc ? 55 : 0);
+            if (f != nullptr) fclose(f);
+        }
+    }
 }
 
-TEST(FileStream, SeeksReadsAndWritesInsideAndOutsideTheBuffer) {
+TEST(FileStream, FlushesSeeksRereadsAndUpdatesAroundTheBuffer) {
     TempFile tmp;
     auto data = pattern(30000);
     HGLOBAL s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_OUTPUT);
-    ASSERT_EQ(zunWrite(s, data.data(), 30000), 30000);
-    uint8_t got[200];
-    EXPECT_EQ(zunSeek(s, 25000, 0), 25000);  // inside the window 24576..29999
-    EXPECT_EQ(zunRead(s, got, 100), 100);
-    EXPECT_EQ(memcmp(got, data.data() + 25000, 100), 0);
-    EXPECT_EQ(zunSeek(s, 12200, 0), 12200);  // back into the written part
-    EXPECT_EQ(zunRead(s, got, 200), 200);
-    EXPECT_EQ(memcmp(got, data.data() + 12200, 200), 0);
+    EXPECT_EQ(zunWrite(s, data.data(), 12288), 12288);
+    EXPECT_EQ(zunSeek(s, 0, 1), 12288);  // telling does not flush
+    EXPECT_EQ(tmp.contents().size(), 0u);
+    EXPECT_EQ(zunWrite(s, data.data() + 12288, 1), 1);  // the byte after a full buffer does
+    EXPECT_EQ(tmp.contents().size(), 12288u);
+    ASSERT_EQ(zunWrite(s, data.data() + 12289, 30000 - 12289), 30000 - 12289);
+    EXPECT_EQ(read_at(s, 25000, 100), slice(data, 25000, 100));  // inside the window 24576..
+    EXPECT_EQ(read_at(s, 12200, 200), slice(data, 12200, 200));  // out of it, across a boundary
     EXPECT_EQ(zunSeek(s, -100, 1), 12300);
     EXPECT_EQ(zunWrite(s, "\1\2\3\4", 4), 4);
-    EXPECT_EQ(zunRead(s, got, 4), 4);  // read after a write in the same buffer
-    EXPECT_EQ(memcmp(got, data.data() + 12304, 4), 0);
-    EXPECT_EQ(zunSeek(s, -2, 2), 29998);
-    EXPECT_EQ(zunRead(s, got, 10), 2);
+    EXPECT_EQ(read_at(s, 12304, 4), slice(data, 12304, 4));  // a read after a write, same buffer
+    EXPECT_EQ(read_at(s, -2, 10, 2), slice(data, 29998, 2));
     EXPECT_EQ(zunClose(s), 0);
     memcpy(data.data() + 12300, "\1\2\3\4", 4);
     EXPECT_EQ(tmp.contents(), data);
-}
 
-TEST(FileStream, WritesAfterReadingAWholeWindowLandInPlace) {
-    TempFile tmp;
-    auto data = pattern(20000);
-    tmp.put(data);
-    HGLOBAL s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_UPDATE);
-    Bytes got(12288);
-    ASSERT_EQ(zunRead(s, got.data(), 12288), 12288);
-    EXPECT_EQ(zunWrite(s, "XY", 2), 2);
-    EXPECT_EQ(zunClose(s), 0);
-    data[12288] = 'X';
-    data[12289] = 'Y';
-    EXPECT_EQ(tmp.contents(), data);
-}
-
-TEST(FileStream, SeekLimitsDependOnTheMode) {
-    TempFile tmp;
-    tmp.put(pattern(100));
-    HGLOBAL s = zunOpen(tmp.c_str(), nullptr, 0);
-    EXPECT_EQ(zunSeek(s, 100, 0), 100);
-    EXPECT_EQ(zunSeek(s, 101, 0), -1);
-    EXPECT_EQ(zunSeek(s, -1, 0), -1);
-    EXPECT_EQ(zunSeek(s, -200, 1), -1);
-    EXPECT_EQ(zunClose(s), 0);
     s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_UPDATE);
-    EXPECT_EQ(zunSeek(s, 150, 0), 150);
+    EXPECT_EQ(read_at(s, 0, 12288), slice(data, 0, 12288));
+    EXPECT_EQ(zunWrite(s, "XY", 2), 2);  // lands after the whole window just read
+    EXPECT_EQ(zunSeek(s, 35000, 0), 35000);
     EXPECT_EQ(zunWrite(s, "z", 1), 1);
     EXPECT_EQ(zunClose(s), 0);
-    auto bytes = tmp.contents();
-    ASSERT_EQ(bytes.size(), 151u);
-    EXPECT_EQ(bytes[120], 0);
-    EXPECT_EQ(bytes[150], 'z');
+    memcpy(data.data() + 12288, "XY", 2);
+    data.resize(35000, 0);  // the gap reads as zeros
+    data.push_back('z');
+    EXPECT_EQ(tmp.contents(), data);
+
+    s = zunOpen(tmp.c_str(), nullptr, 0);
+    EXPECT_EQ(zunSeek(s, 35001, 0), 35001);
+    EXPECT_EQ(zunSeek(s, 35002, 0), -1);  // reading never seeks past the end
+    EXPECT_EQ(zunSeek(s, -40000, 1), -1);
+    EXPECT_EQ(zunClose(s), 0);
 }
 
 TEST(FileStream, FailuresAreResultsNotCrashes) {
+    intptr_t no_file[TOLVA_STREAM_DESCRIPTOR_WORDS] = {0, 0, 0, -1};
+    EXPECT_EQ(zunOpen(nullptr, no_file, TOLVA_STREAM_WRAP), 0u);
     EXPECT_EQ(zunOpen("/nonexistent/dir/file", nullptr, 0), 0u);
     EXPECT_EQ(zunOpen(nullptr, nullptr, 0), 0u);
     uint8_t b[4];
@@ -113,7 +124,6 @@ TEST(FileStream, FailuresAreResultsNotCrashes) {
 
     // A full disk fails the flush; the error then makes a full buffer refuse.
     HGLOBAL s = zunOpen("/dev/full", nullptr, TOLVA_STREAM_WRITE);
-    ASSERT_NE(s, 0u);
     auto data = pattern(12288);
     EXPECT_EQ(zunWrite(s, data.data(), 12288), 12288);
     EXPECT_EQ(zunWrite(s, data.data(), 1), -1);
@@ -121,72 +131,80 @@ TEST(FileStream, FailuresAreResultsNotCrashes) {
     EXPECT_EQ(zunClose(s), -1);
 }
 
-TEST(FileStream, CloseAndDeleteRemovesTheFile) {
-    TempFile tmp;
-    HGLOBAL s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_OUTPUT);
-    EXPECT_EQ(zunWrite(s, "abc", 3), 3);
-    EXPECT_EQ(zunCloseandDelete(s, tmp.c_str()), 0);
-    EXPECT_EQ(zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_EXISTS), static_cast<HGLOBAL>(-1));
-}
-
-TEST(MemoryStream, GrowsAndTheCallersPointerFollows) {
+TEST(MemoryStream, GrowsByStepsAndTheCallersPointerFollows) {
     MemoryBlock m;
     void *first = m.data;
     HGLOBAL s = m.open(TOLVA_STREAM_OUTPUT);
-    auto data = pattern(10000);
-    EXPECT_EQ(zunWrite(s, data.data(), 10000), 10000);
+    EXPECT_EQ(zunWrite(s, pattern(10000).data(), 10000), 10000);
     EXPECT_NE(m.data, first);
     EXPECT_EQ(GlobalSize(GlobalHandle(m.data)), 12288u);  // three steps of 4096
-    EXPECT_EQ(memcmp(m.data, data.data(), 10000), 0);
-    EXPECT_EQ(zunClose(s), 0);
-    EXPECT_EQ(m.bytes()[10000], 0xFF);  // the end mark
-    s = m.reopen();
-    EXPECT_EQ(m.descriptor[1], 10000);
-    EXPECT_EQ(read_all(s, 10000), data);
-    EXPECT_EQ(zunClose(s), 0);
-}
-
-TEST(MemoryStream, OpenForReadingDropsSlackAndTheEndMark) {
-    MemoryBlock m;
-    m.data = GlobalLock(GlobalReAlloc(GlobalHandle(m.data), 8, TOLVA_GMEM_FLAGS));
-    memcpy(m.data, "ab\xFF", 3);
-    HGLOBAL s = m.reopen();
-    EXPECT_EQ(m.descriptor[1], 2);
-    EXPECT_EQ(read_all(s, 2), (Bytes{'a', 'b'}));
-    EXPECT_EQ(zunSeek(s, 1, 0), 1);
-    EXPECT_EQ(zunSeek(s, 2, 0), -1);  // the size field is lastValid
-    EXPECT_EQ(zunClose(s), 0);
-}
-
-TEST(MemoryStream, SeeksGrowTheBlockAndFailuresStick) {
-    MemoryBlock m;
-    HGLOBAL s = m.open(TOLVA_STREAM_OUTPUT);
-    EXPECT_EQ(zunSeek(s, 5000, 0), 5000);
-    EXPECT_EQ(GlobalSize(GlobalHandle(m.data)), 5000u + 4096u + 1u);
+    EXPECT_EQ(zunSeek(s, 15000, 0), 15000);               // a seek past the block grows it
+    EXPECT_EQ(GlobalSize(GlobalHandle(m.data)), 15000u + 4096u + 1u);
     EXPECT_EQ(zunWrite(s, "q", 1), 1);
-    EXPECT_EQ(zunSeek(s, 0, 2), 5001);
-    EXPECT_EQ(zunSeek(s, -6000, 2), -1);
     EXPECT_EQ(zunClose(s), 0);
-    EXPECT_EQ(m.bytes()[5000], 'q');
-    EXPECT_EQ(m.bytes()[5001], 0xFF);
 
+    // Reading drops the zero slack and the end mark; the size word says so.
+    s = m.reopen();
+    EXPECT_EQ(m.descriptor[1], 15001);
+    EXPECT_EQ(zunSeek(s, 15000, 0), 15000);
+    EXPECT_EQ(zunSeek(s, 15001, 0), -1);  // the size field is lastValid
+    EXPECT_EQ(zunClose(s), 0);
+
+    // A failed seek sticks: the fresh block, full from the start, refuses the
+    // write, and the end mark cannot go in either.
     MemoryBlock fresh;
     s = fresh.open(TOLVA_STREAM_OUTPUT);
     EXPECT_EQ(zunSeek(s, -1, 0), -1);
-    EXPECT_EQ(zunWrite(s, "a", 1), 0);  // a new block is full from the start
-    EXPECT_EQ(zunClose(s), -1);         // nor does the end mark go in
+    EXPECT_EQ(zunWrite(s, "a", 1), 0);
+    EXPECT_EQ(zunClose(s), -1);
     EXPECT_EQ(GlobalSize(GlobalHandle(fresh.data)), 1u);
 }
 
-TEST(TempName, CreatesAFreshFileUnderTmp) {
-    char a[TOLVA_TEMP_NAME_SIZE], b[TOLVA_TEMP_NAME_SIZE];
-    ASSERT_EQ(ZUNGetTempFileName(0, "x", 7, a), 1);
-    ASSERT_EQ(ZUNGetTempFileName(0, "x", 7, b), 1);
-    EXPECT_EQ(strncmp(a, "/tmp/", 5), 0);
-    EXPECT_STRNE(a, b);
-    EXPECT_EQ(access(a, F_OK), 0);
-    unlink(a);
-    unlink(b);
+TEST(ProcStream, EveryOperationGoesToTheProcedure) {
+    Host host;
+    g_host = &host;
+    intptr_t d[TOLVA_STREAM_DESCRIPTOR_WORDS] = {1234, 0, 0, 0,
+                                                 reinterpret_cast<intptr_t>(&host_proc)};
+    HGLOBAL s = zunOpen("name", d, TOLVA_STREAM_OUTPUT);
+    EXPECT_EQ(zunWriteLine(s, "hi", 2), 2);  // procedure streams keep line format 0: CR LF
+    EXPECT_EQ(read_at(s, 1, 3), (Bytes{'i', '\r', '\n'}));
+    EXPECT_EQ(zunClose(s), 55);
+
+    // A declined open leaves the procedure serving with instance 0; the file
+    // is opened as well but never written. Mode -1 skips the open call.
+    host.openAnswer = 0;
+    TempFile tmp;
+    s = zunOpen(tmp.c_str(), d, TOLVA_STREAM_OUTPUT);
+    EXPECT_EQ(zunWrite(s, "abc", 3), 3);
+    EXPECT_EQ(zunCloseandDelete(s, tmp.c_str()), 0);
+    EXPECT_EQ(tmp.contents().size(), 0u);
+    d[5] = 55;
+    s = zunOpen(nullptr, d, TOLVA_STREAM_WRAP);
+    EXPECT_EQ(zunWrite(s, "x", 1), 1);
+    zunClose(s);
+    EXPECT_EQ(zunOpen("f", d, TOLVA_STREAM_EXISTS), 66u);
+    EXPECT_EQ(zunOpen("f", d, TOLVA_STREAM_DELETE), 77u);
+    EXPECT_EQ(host.calls,
+              (std::vector<std::string>{"1234:1:0", "77:3:0", "77:3:0", "77:3:0", "77:4:0",
+                                        "77:2:0", "77:5:0", "1234:1:0", "0:3:0", "0:5:512",
+                                        "55:3:0", "55:5:0", "0:6:0", "0:7:0"}));
+}
+
+TEST(NamedFiles, TempNamesCopyExistsAndDelete) {
+    TempFile from, to;
+    EXPECT_EQ(strncmp(from.c_str(), "/tmp/", 5), 0);
+    EXPECT_STRNE(from.c_str(), to.c_str());
+    EXPECT_EQ(access(to.c_str(), F_OK), 0);  // temporary names are created when handed out
+    from.put(pattern(10000));
+    EXPECT_EQ(zunCopy(from.c_str(), to.c_str()), 0);
+    EXPECT_EQ(to.contents(), from.contents());
+    EXPECT_NE(zunOpen(to.c_str(), nullptr, TOLVA_STREAM_EXISTS), static_cast<HGLOBAL>(-1));
+    EXPECT_EQ(zunOpen(to.c_str(), nullptr, TOLVA_STREAM_DELETE), 1u);
+    EXPECT_EQ(zunOpen(to.c_str(), nullptr, TOLVA_STREAM_DELETE), 0u);
+    EXPECT_EQ(zunCopy("/nonexistent/source", to.c_str()), 0);  // copies nothing, still 0
+    EXPECT_EQ(to.contents().size(), 0u);
+    EXPECT_EQ(zunCloseandDelete(zunOpen(to.c_str(), nullptr, TOLVA_STREAM_OUTPUT), to.c_str()), 0);
+    EXPECT_EQ(zunOpen(to.c_str(), nullptr, TOLVA_STREAM_EXISTS), static_cast<HGLOBAL>(-1));
 }
 
 }  // namespace

@@ -1,93 +1,98 @@
-// Typed arrays and format-driven records: byte orders, the fixed-point and
-// double quirks, alignment, unions and the record count.
+// Typed arrays, format-driven records and text lines: byte orders, the
+// fixed-point and double quirks, alignment, unions, the record count, and
+// every line end.
 #include <gtest/gtest.h>
 
 #include <string.h>
+
+#include <string>
+#include <tuple>
 
 #include "stream_fixture.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+Bytes text(const char *s) { return Bytes(s, s + strlen(s)); }
 
-// Captures what a writer produces, in the given byte and float formats.
-struct Sink {
+// What `write` puts into a memory stream set to the given byte and float formats.
+template <typename Write> Bytes written(int16_t order, int16_t fixed, Write write) {
     MemoryBlock m;
     HGLOBAL s = m.open(TOLVA_STREAM_OUTPUT);
-    Sink(int16_t order = 0, int16_t fixed = 0) { zunSetDataFormat(s, order, fixed); }
-    ~Sink() { zunClose(s); }
-    Bytes bytes() { return Bytes(m.bytes(), m.bytes() + zunSeek(s, 0, 1)); }
+    zunSetDataFormat(s, order, fixed);
+    write(s);
+    Bytes out(m.bytes(), m.bytes() + zunSeek(s, 0, 1));
+    zunClose(s);
+    return out;
+}
+
+// A memory stream over `bytes` in the given formats, closed at scope end.
+struct Source {
+    MemoryBlock m;
+    HGLOBAL s;
+    Source(const Bytes &bytes, int16_t order = 0, int16_t fixed = 0) : s(m.holding(bytes)) {
+        zunSetDataFormat(s, order, fixed);
+    }
+    ~Source() { zunClose(s); }
 };
 
-TEST(TypedIO, IntegersInBothByteOrders) {
-    for (int16_t order : {0, 1}) {
-        MemoryBlock m;
-        HGLOBAL src = memory_source(m, {0x34, 0x12, 0x78, 0x56});
-        zunSetDataFormat(src, order, 0);
-        uint16_t v[2];
-        EXPECT_EQ(zunReadShort(src, v, 2), 2);
-        EXPECT_EQ(v[0], order ? 0x3412 : 0x1234);
-        EXPECT_EQ(v[1], order ? 0x7856 : 0x5678);
-        zunClose(src);
-
-        Sink out(order);
-        const uint32_t longs[2] = {0x01020304u, 0xA0B0C0D0u};
-        EXPECT_EQ(zunWriteLong(out.s, longs, 2), 2);
-        EXPECT_EQ(out.bytes(), (order ? Bytes{1, 2, 3, 4, 0xA0, 0xB0, 0xC0, 0xD0}
-                                      : Bytes{4, 3, 2, 1, 0xD0, 0xC0, 0xB0, 0xA0}));
-    }
-    MemoryBlock m;
-    HGLOBAL src = memory_source(m, {1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0});
-    uint32_t v[3] = {};
-    EXPECT_EQ(zunReadLong(src, v, 3), 0);  // 11 bytes: short, left unconverted
-    EXPECT_EQ(memcmp(v, "\1\0\0\0\2\0\0\0\3\0\0", 11), 0);
-    zunClose(src);
+// The memory zunReadStruct fills from `file`, 0xEE where it stores nothing.
+Bytes read_struct(const Bytes &file, const char *format, int32_t records, size_t size) {
+    Bytes mem(size, 0xEE);
+    EXPECT_EQ(zunReadStruct(Source(file).s, format, mem.data(), records), records) << format;
+    return mem;
 }
 
-TEST(TypedIO, FixedPointWriterIsNotTheReadersInverse) {
-    MemoryBlock m;
-    HGLOBAL src = memory_source(m, {0x00, 0x80, 0x01, 0x00});
-    zunSetDataFormat(src, 0, 1);
-    float f;
-    EXPECT_EQ(zunReadFloat(src, &f, 1), 1);
-    EXPECT_EQ(f, 1.5f);
-    zunClose(src);
-    for (int16_t order : {0, 1}) {
-        Sink out(order, 1);
-        const float values[2] = {1.5f, -2.25f};
-        EXPECT_EQ(zunWriteFloat(out.s, values, 2), 2);
-        EXPECT_EQ(out.bytes(), (Bytes{0x80, 0x00, 0x00, 0x01, 0xC0, 0x00, 0xFF, 0xFE}));
-    }
-}
-
-TEST(TypedIO, DoublesWrittenBigEndianSwapTheirHalves) {
+TEST(TypedIO, ByteOrdersAndTheFloatQuirks) {
+    const uint16_t word = 0x1234;
+    const uint32_t longword = 0x01020304u;
+    const float fixed = -2.25f;
     const double value = 1.0000000000000002;  // 3F F0 00 00 00 00 00 01
+    // The fixed-point writer puts the fraction first and each half most
+    // significant byte first in either order, and big-endian doubles go out
+    // as their two halves swapped: neither is what the readers take back.
     for (int16_t order : {0, 1}) {
-        Sink out(order);
-        EXPECT_EQ(zunWriteDouble(out.s, &value, 1), 1);
-        auto bytes = out.bytes();
-        EXPECT_EQ(bytes, (order ? Bytes{0, 0, 0, 1, 0, 0, 0xF0, 0x3F} : Bytes{1, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
-        // Little-endian round-trips; big-endian reads the plain order back.
-        MemoryBlock m;
-        HGLOBAL src = memory_source(m, order ? Bytes{0x3F, 0xF0, 0, 0, 0, 0, 0, 1} : bytes);
-        zunSetDataFormat(src, order, 0);
-        double got;
-        EXPECT_EQ(zunReadDouble(src, &got, 1), 1);
-        EXPECT_EQ(got, value);
-        zunClose(src);
+        Bytes out = written(order, 1, [&](HGLOBAL s) {
+            zunWriteShort(s, &word, 1);
+            zunWriteLong(s, &longword, 1);
+            zunWriteFloat(s, &fixed, 1);
+            zunWriteDouble(s, &value, 1);
+        });
+        EXPECT_EQ(out, (order ? Bytes{0x12, 0x34, 1, 2, 3, 4, 0xC0, 0, 0xFF, 0xFE, 0, 0, 0, 1, 0, 0,
+                                      0xF0, 0x3F}
+                              : Bytes{0x34, 0x12, 4, 3, 2, 1, 0xC0, 0, 0xFF, 0xFE, 1, 0, 0, 0, 0, 0,
+                                      0xF0, 0x3F}));
+        Source in(order
+                      ? Bytes{0x12, 0x34, 1, 2, 3, 4, 0, 1, 0x80, 0, 0x3F, 0xF0, 0, 0, 0, 0, 0, 1}
+                      : Bytes{0x34, 0x12, 4, 3, 2, 1, 0, 0x80, 1, 0, 1, 0, 0, 0, 0, 0, 0xF0, 0x3F},
+                  order, 1);
+        uint16_t w = 0;
+        uint32_t l = 0;
+        float f = 0;
+        double d = 0;
+        EXPECT_EQ(zunReadShort(in.s, &w, 1), 1);
+        zunReadLong(in.s, &l, 1);
+        zunReadFloat(in.s, &f, 1);
+        zunReadDouble(in.s, &d, 1);
+        EXPECT_EQ(std::tuple(w, l, f, d), std::tuple(word, longword, 1.5f, value));
     }
+    uint32_t v[3] = {};
+    EXPECT_EQ(zunReadLong(Source({1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0}, 1).s, v, 3), 0);
+    EXPECT_EQ(memcmp(v, "\1\0\0\0\2\0\0\0\3\0\0", 11), 0);  // a short read stays unconverted
 }
 
-TEST(Formats, PadWidthAndUnionSize) {
+TEST(Records, PadWidthAndUnionSize) {
     EXPECT_EQ(GetPadWidth("6C2S3C"), 2);
     EXPECT_EQ(GetPadWidth("1C{1D}"), 8);
-    EXPECT_EQ(GetPadWidth("3C"), 1);
     EXPECT_EQ(GetPadWidth("{1S}1L"), 2);  // a leading "{" measures only that structure
     struct Case {
         const char *format;
         int32_t size;
         size_t end;
-    } cases[] = {{"(1L|2S)", 4, 6}, {"(1S|1D)", 2, 6}, {"(1S|1D|)", 8, 7}, {"(1C(1L|)|1S|)", 8, 12}, {"(1L|", 4, 4}};
+    } cases[] = {{"(1L|2S)", 4, 6},
+                 {"(1S|1D)", 2, 6},
+                 {"(1S|1D|)", 8, 7},
+                 {"(1C(1L|)|1S|)", 8, 12},
+                 {"(1L|", 4, 4}};
     for (const Case &c : cases) {
         int32_t size = -1;
         EXPECT_EQ(GetUnionSize(c.format, &size), c.format + c.end) << c.format;
@@ -95,78 +100,79 @@ TEST(Formats, PadWidthAndUnionSize) {
     }
 }
 
-TEST(Records, GifDescriptorsArePackedInTheFile) {
-    struct Screen {
-        uint8_t sig[6];
-        uint16_t w, h;
-        uint8_t flags, bg, aspect;
-    } screens[2] = {{{'G', 'I', 'F', '8', '9', 'a'}, 0x0102, 0x0304, 0xF7, 0, 0},
-                    {{'a', 'b', 'c', 'd', 'e', 'f'}, 7, 8, 9, 10, 11}};
-    static_assert(sizeof(Screen) == 14);
-    Sink out;
-    EXPECT_EQ(zunWriteStruct(out.s, "6C2S3C", screens, 2), 2);
-    auto bytes = out.bytes();
-    ASSERT_EQ(bytes.size(), 26u);
-    EXPECT_EQ(memcmp(bytes.data(), "GIF89a\x02\x01\x04\x03\xF7\x00\x00", 13), 0);
-
-    MemoryBlock m;
-    HGLOBAL src = memory_source(m, bytes);
-    Screen got[2];
-    memset(got, 0xEE, sizeof got);
-    EXPECT_EQ(zunReadStruct(src, "6C2S3C", got, 2), 2);
-    EXPECT_EQ(memcmp(got, screens, 13), 0);
-    EXPECT_EQ(memcmp(&got[1], &screens[1], 13), 0);
-    EXPECT_EQ(reinterpret_cast<uint8_t *>(got)[13], 0x00);  // the record's tail pad is zeroed
-    zunClose(src);
-
-    Sink image;
-    struct {
+TEST(Records, PackedInTheFileAlignedAndZeroPaddedInMemory) {
+    struct Image {
         uint8_t sep;
         uint16_t l, t, w, h;
         uint8_t flags;
-    } im = {0x2C, 1, 2, 3, 4, 0x80};
-    EXPECT_EQ(zunWriteStruct(image.s, "1C4S1C", &im, 1), 1);
-    EXPECT_EQ(image.bytes(), (Bytes{0x2C, 1, 0, 2, 0, 3, 0, 4, 0, 0x80}));
-}
-
-TEST(Records, ReaderZeroesPaddingAndSkipsUnionsAndBrackets) {
-    MemoryBlock m;
-    HGLOBAL src = memory_source(m, {0x01, 0x02, 0xAA, 0xBB, 0xCC, 0xDD, 0x7F, 0x34, 0x12});
-    uint8_t mem[24];
-    memset(mem, 0xEE, sizeof mem);
-    EXPECT_EQ(zunReadStruct(src, "2C1L", mem, 1), 1);
-    uint32_t v;
-    memcpy(&v, mem + 4, 4);
-    EXPECT_EQ(memcmp(mem, "\x01\x02\x00\x00", 4), 0);
-    EXPECT_EQ(v, 0xDDCCBBAAu);
-
-    // 1C, a union of a long and a double (8 bytes aligned to 8), a skipped
-    // short, then one short read.
-    memset(mem, 0xEE, sizeof mem);
-    EXPECT_EQ(zunReadStruct(src, "1C(1L|1D|)[1S]1S", mem, 1), 1);
-    EXPECT_EQ(mem[0], 0x7F);
-    for (int i = 1; i < 8; ++i) EXPECT_EQ(mem[i], 0) << i;      // zeroed pad
-    for (int i = 8; i < 18; ++i) EXPECT_EQ(mem[i], 0xEE) << i;  // union and skipped short
-    uint16_t s;
-    memcpy(&s, mem + 18, 2);
-    EXPECT_EQ(s, 0x1234);
-    for (int i = 20; i < 24; ++i) EXPECT_EQ(mem[i], 0) << i;  // record pad to 8
-    zunClose(src);
+    } images[2] = {{0x2C, 1, 2, 3, 0x0405, 0x80}, {7, 8, 9, 10, 11, 12}};
+    static_assert(sizeof(Image) == 12);
+    Bytes bytes =
+        written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "1C4S1C", images, 2), 2); });
+    EXPECT_EQ(bytes, (Bytes{0x2C, 1, 0, 2, 0, 3, 0, 5, 4, 0x80, 7, 8, 0, 9, 0, 10, 0, 11, 0, 12}));
+    // The reader steps over the pad in front of a short but zeroes the record's tail pad.
+    EXPECT_EQ(read_struct(bytes, "1C4S1C", 2, 24),
+              (Bytes{0x2C, 0xEE, 1, 0, 2, 0, 3,  0, 5,  4, 0x80, 0,
+                     7,    0xEE, 8, 0, 9, 0, 10, 0, 11, 0, 12,   0}));
+    // 1C, a union of a long and a double (8 bytes aligned to 8) that is
+    // skipped, a skipped short, one short read, and the record pad to 8.
+    EXPECT_EQ(read_struct({0x7F, 0x34, 0x12}, "1C(1L|1D|)[1S]1S", 1, 24),
+              (Bytes{0x7F, 0,    0,    0,    0,    0,    0,    0,    0xEE, 0xEE, 0xEE, 0xEE,
+                     0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0x34, 0x12, 0,    0,    0,    0}));
 }
 
 TEST(Records, UnknownCharactersAndWriterUnionsCountAsNoRecord) {
-    Sink out;
     uint8_t rec[8] = {0x11, 0, 0, 0, 0x44, 0x33, 0x22, 0x11};
-    EXPECT_EQ(zunWriteStruct(out.s, "1C(1L|)", rec, 1), 0);
-    EXPECT_EQ(out.bytes(), (Bytes{0x11, 0x44, 0x33, 0x22, 0x11}));
+    EXPECT_EQ(written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "1C(1L|)", rec, 1), 0); }),
+              (Bytes{0x11, 0x44, 0x33, 0x22, 0x11}));
+    Source src({1, 2, 3, 4});
+    EXPECT_EQ(zunReadStruct(src.s, "1C1X", rec, 1), 0);
+    EXPECT_EQ(zunReadStruct(src.s, "1c", rec, 3), 3);  // lower case matches too
+    EXPECT_EQ(zunReadStruct(src.s, "1C", rec, 1), 0);  // the data is used up
+}
 
-    MemoryBlock m;
-    HGLOBAL src = memory_source(m, {1, 2, 3, 4});
-    uint8_t mem[4];
-    EXPECT_EQ(zunReadStruct(src, "1C1X", mem, 1), 0);
-    EXPECT_EQ(zunReadStruct(src, "1c", mem, 3), 3);  // lower case matches too
-    EXPECT_EQ(zunReadStruct(src, "1C", mem, 1), 0);  // the data is used up
-    zunClose(src);
+TEST(LineIO, ReadsAnyLineEndAndSplitsLongLines) {
+    char line[8];
+    auto next = [&](HGLOBAL s, int32_t size) {
+        memset(line, '#', sizeof line);
+        return zunReadLine(s, line, size);
+    };
+    Source in(text("ab\r\ncd\ref\n\nabcdef\nxyz")), cr(text("q\r"));
+    for (const char *want : {"ab", "cd", "ef", ""}) {
+        EXPECT_EQ(next(in.s, 8), static_cast<int32_t>(strlen(want)));
+        EXPECT_STREQ(line, want);
+    }
+    EXPECT_EQ(next(in.s, 4), 4);
+    EXPECT_EQ(std::string(line, 5), "abcd#");  // a full buffer gets no terminator
+    EXPECT_EQ(next(in.s, 4), 2);
+    EXPECT_STREQ(line, "ef");
+    EXPECT_EQ(next(in.s, 8), -1);  // no line end after the last line
+    EXPECT_STREQ(line, "xyz");
+    EXPECT_EQ(next(cr.s, 8), -1);  // nor when a CR is the last byte
+    EXPECT_STREQ(line, "q");
+}
+
+TEST(LineIO, WritesTheStreamsLineEndAndDetectsATextsOne) {
+    Bytes out = written(0, 0, [](HGLOBAL s) {
+        zunWriteLine(s, "a", 1);  // LF by default
+        zunSetLineFormat(s, 1);
+        zunWriteLine(s, "bc", 2);
+        zunSetLineFormat(s, 0);
+        EXPECT_EQ(zunWriteLine(s, "d", 1), 1);
+    });
+    EXPECT_EQ(out, (Bytes{'a', 10, 'b', 'c', 13, 'd', 13, 10}));
+    struct Case {
+        const char *text;
+        int32_t format;
+    } cases[] = {
+        {"key=1\r\nx\n", 0}, {"key\rx\n", 1}, {"key\nx\r\n", 2}, {"no end", -1}, {"end\r", 1}};
+    for (const Case &c : cases) {
+        Source in(text(c.text));
+        char skip[2];
+        zunRead(in.s, skip, 2);
+        EXPECT_EQ(zunGetLineFormat(in.s), c.format) << c.text;
+        EXPECT_EQ(zunSeek(in.s, 0, 1), 0);  // rewound whatever was found
+    }
 }
 
 }  // namespace

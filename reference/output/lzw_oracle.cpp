@@ -1,8 +1,10 @@
-// The reference LZW encoder, step by step as first written: keys of
+// The literal LZW encoder, step by step as first written: keys of
 // (prefix << 16 | pixel) in a 4096-entry table searched linearly from the
 // current code to the next free code, codes ORed into the work buffer with
 // the two bytes ahead cleared, groups of 254 bytes flushed after each step.
-#include "lzw_oracle.h"
+// Slow on purpose; the library's encoder is checked against it byte for byte
+// and timed beside it.
+#include "output/lzw_oracle.h"
 
 #include <algorithm>
 #include <cstring>
@@ -122,6 +124,10 @@ uint32_t oracle_lzw_compression(ByteStream *stream, const uint8_t *pixels, uint8
                     if (found || i < count) break;
                     found = true;
                     ++rounds;
+                }
+                uint32_t end = next | 1u;
+                if (rounds == 1 && stats && (end == 513 || end == 1025 || end == 2049)) {
+                    ++stats->odd_width_ends;
                 }
             }
             uint32_t g = bitpos / 8 / 254 * 254;

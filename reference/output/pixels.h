@@ -1,7 +1,10 @@
-// Pixel generators shared by the output tests and benchmarks: the kinds of
-// data that stress an LZW encoder in different ways.
-#ifndef TOLVA_TESTS_OUTPUT_PIXELS_H
-#define TOLVA_TESTS_OUTPUT_PIXELS_H
+// Pixel generators for the LZW encoder: noise, runs, a smooth picture and a
+// walk of distinct pairs, the kinds of data that stress an LZW dictionary in
+// different ways. Kept beside the literal encoder because the tests compare
+// the fast encoder with it on these inputs and the benchmark times both on
+// them.
+#ifndef TOLVA_REFERENCE_OUTPUT_PIXELS_H
+#define TOLVA_REFERENCE_OUTPUT_PIXELS_H
 
 #include <cmath>
 #include <cstdint>
