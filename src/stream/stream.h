@@ -13,7 +13,7 @@
 
 #include "tolva/tolva.h"
 
-// The buffer of a file stream; the fill and flush rules are stated in it.
+// The buffer of a file stream, in bytes; fills and flushes move whole windows of it.
 constexpr int32_t kStreamBufferSize = 12288;
 
 // Open-mode flags of zunOpen.

@@ -2,7 +2,7 @@
 // the file's (little-endian unless the stream's dataFormat is 1), with 16.16
 // fixed point for floats when floatFormat is 1.
 //
-// Every conversion is stated as file bytes against the value, so nothing here
+// Every conversion is written as file bytes against the value, so nothing here
 // depends on the machine's own byte order. The invariant: readers convert only
 // a complete read; writers never change the caller's buffer.
 #include <math.h>

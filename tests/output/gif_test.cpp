@@ -161,7 +161,7 @@ std::vector<std::vector<uint8_t>> segments_of(const Picture &p, const std::vecto
     return segments;
 }
 
-// Which of the writer's stated habits keeps decoders from reading its stream
+// Which of the writer's deliberate habits keeps decoders from reading its stream
 // for this picture in full, or nullptr for none.
 const char *undecodable(const Picture &p, bool spooled,
                         const std::vector<std::vector<uint8_t>> &segments, bool odd_width_end) {
@@ -268,7 +268,7 @@ TEST_F(GifTest, EveryPaletteWidthBandingAndInterlace) {
             ++decoded;
             continue;
         }
-        // A stream that decoders cannot read back must owe it to a stated
+        // A stream that decoders cannot read back must owe it to a deliberate
         // habit, and be exactly what the reference encoder makes.
         auto segments = segments_of(p, bands, interlaced);
         OracleStats stats;

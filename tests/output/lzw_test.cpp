@@ -1,4 +1,4 @@
-// The LZW encoder: the stated edges worked out by hand, and the fast
+// The LZW encoder: its deliberate edge cases worked out by hand, and the fast
 // dictionary against the literal linear-scan encoder on thousands of
 // generated segments, cut at every kind of boundary, some with failing
 // writes (failed sub-blocks are not reported, the terminator and the parked
