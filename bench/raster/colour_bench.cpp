@@ -13,12 +13,6 @@
 
 namespace {
 
-struct Photo {
-    HGLOBAL bits = 0;
-    int32_t width = 0;
-    int32_t height = 0;
-};
-
 bool same_block(HGLOBAL a, HGLOBAL b) {
     return GlobalSize(a) == GlobalSize(b) &&
            std::memcmp(rlLockMemory(a), rlLockMemory(b), GlobalSize(a)) == 0;
@@ -27,9 +21,8 @@ bool same_block(HGLOBAL a, HGLOBAL b) {
 // Loads the photograph and refuses to time anything if the fast roads differ
 // from the literal ones.
 const Photo &photo() {
-    static Photo p = [] {
-        Photo q;
-        q.bits = load_test_photo(&q.width, &q.height);
+    static const Photo p = [] {
+        Photo q = shared_test_photo();
         if (q.bits == 0) {
             std::fprintf(stderr, "cannot read the test photograph\n");
             std::exit(1);

@@ -11,20 +11,7 @@
 
 namespace {
 
-struct Photo {
-    HGLOBAL bits = 0;
-    int32_t width = 0;
-    int32_t height = 0;
-};
-
-const Photo &photo() {
-    static Photo p = [] {
-        Photo q;
-        q.bits = load_test_photo(&q.width, &q.height);
-        return q;
-    }();
-    return p;
-}
+const Photo &photo() { return shared_test_photo(); }
 
 void dither(benchmark::State &state, int16_t depth, bool literal) {
     const Photo &p = photo();

@@ -10,20 +10,7 @@
 
 namespace {
 
-struct Photo {
-    HGLOBAL bits = 0;
-    int32_t width = 0;
-    int32_t height = 0;
-};
-
-const Photo &photo() {
-    static Photo p = [] {
-        Photo q;
-        q.bits = load_test_photo(&q.width, &q.height);
-        return q;
-    }();
-    return p;
-}
+const Photo &photo() { return shared_test_photo(); }
 
 // The bitmap to scale and the target size for a case: shrinking starts from
 // the photograph, stretching from the photograph shrunk by the same factor.

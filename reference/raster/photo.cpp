@@ -35,3 +35,12 @@ HGLOBAL load_test_photo(int32_t *width, int32_t *height) {
     path += "/photo.jpg";
     return load_photo(path.c_str(), width, height);
 }
+
+const Photo &shared_test_photo() {
+    static const Photo photo = [] {
+        Photo p{0, 0, 0};
+        p.bits = load_test_photo(&p.width, &p.height);
+        return p;
+    }();
+    return photo;
+}

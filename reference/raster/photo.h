@@ -14,4 +14,13 @@ HGLOBAL load_photo(const char *path, int32_t *width, int32_t *height);
 // tests/data/photo.jpg through TOLVA_TEST_DATA (or the source tree).
 HGLOBAL load_test_photo(int32_t *width, int32_t *height);
 
+// The test photograph loaded once and kept for the life of the process, for
+// programs that time several cases on it (bits is 0 when it cannot be read).
+struct Photo {
+    HGLOBAL bits;
+    int32_t width;
+    int32_t height;
+};
+const Photo &shared_test_photo();
+
 #endif
