@@ -156,6 +156,10 @@ TEST_F(Setup, RasterInfo) {
     GetRasterInfo(handle, square, out);
     EXPECT_EQ(std::tuple(out[0], out[1]), std::tuple(0, 0));
     GetRasterInfo(handle, nullptr, out);
+    // The largest extent is 22 inches; the other side keeps the proportion.
+    double w = 44.0, h = 11.0, sw = 10.0, sh = 10.0;
+    EXPECT_EQ(ScaleImageSize(&w, &h) + ScaleImageSize(&sw, &sh), 0);
+    EXPECT_EQ(std::tuple(w, h, sw, sh), std::tuple(22.0, 5.5, 10.0, 10.0));
 }
 
 TEST_F(Setup, LimitCheckReportsTheLastRepair) {
