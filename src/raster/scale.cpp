@@ -198,6 +198,23 @@ bool valid_sizes(const void *src, const void *dst, int32_t a, int32_t b, int32_t
     return src != nullptr && dst != nullptr && a > 0 && b > 0 && c > 0 && d > 0;
 }
 
+// Scales the first `last` of `rows` rows across, by the plan for a shrink or
+// a stretch; always 0.
+int32_t scale_rows(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel, int32_t srcWidth,
+                   int32_t rows, int32_t dstWidth, bool stretch, int32_t last) {
+    if (!valid_sizes(srcRow, dstRow, srcWidth, rows, dstWidth, 1)) return 0;
+    ScalePlan plan;
+    if (scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, stretch) == 0) {
+        int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
+        int32_t dstLine = rlBytesPerLine(dstWidth, bitsPerPixel);
+        for (int32_t r = 0; r < last; ++r) {
+            scale_plan_apply(&plan, srcRow, srcLine, dstRow, dstLine, r);
+        }
+    }
+    scale_plan_free(&plan);
+    return 0;
+}
+
 }  // namespace
 
 extern "C" {
@@ -281,35 +298,15 @@ int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t 
 
 int32_t ShrinkX(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel, int32_t srcWidth,
                 int32_t rows, int32_t dstWidth) {
-    if (!valid_sizes(srcRow, dstRow, srcWidth, rows, dstWidth, 1)) return 0;
-    ScalePlan plan;
-    if (scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, false) == 0) {
-        int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
-        int32_t dstLine = rlBytesPerLine(dstWidth, bitsPerPixel);
-        for (int32_t r = 0; r < rows; ++r) {
-            scale_plan_apply(&plan, srcRow, srcLine, dstRow, dstLine, r);
-        }
-    }
-    scale_plan_free(&plan);
-    return 0;
+    return scale_rows(srcRow, dstRow, bitsPerPixel, srcWidth, rows, dstWidth, false, rows);
 }
 
 int32_t StretchX(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel, int32_t srcWidth,
                  int32_t rows, int32_t dstWidth) {
-    if (!valid_sizes(srcRow, dstRow, srcWidth, rows, dstWidth, 1)) return 0;
-    ScalePlan plan;
-    if (scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, true) == 0) {
-        int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
-        int32_t dstLine = rlBytesPerLine(dstWidth, bitsPerPixel);
-        // The row counter is 16-bit: it never reaches a count above 32767, so
-        // at most 32767 rows are scaled.
-        int32_t last = rows > INT16_MAX ? INT16_MAX : rows;
-        for (int16_t r = 0; r < last; ++r) {
-            scale_plan_apply(&plan, srcRow, srcLine, dstRow, dstLine, r);
-        }
-    }
-    scale_plan_free(&plan);
-    return 0;
+    // The row counter is 16-bit: it never reaches a count above 32767, so
+    // at most 32767 rows are scaled.
+    int32_t last = rows > INT16_MAX ? INT16_MAX : rows;
+    return scale_rows(srcRow, dstRow, bitsPerPixel, srcWidth, rows, dstWidth, true, last);
 }
 
 }  // extern "C"

@@ -54,6 +54,27 @@ int32_t write_each(HGLOBAL s, const void *buffer, int32_t count, int width, Enco
     return count;
 }
 
+// Reads count values of width bytes (2, 4 or 8) and turns each from the
+// stream's byte order into the machine's, in place.
+int32_t read_integers(HGLOBAL s, void *buffer, int32_t count, int width) {
+    if (!read_all(s, buffer, count, width)) return 0;
+    bool msb = big_endian(s);
+    auto *p = static_cast<uint8_t *>(buffer);
+    for (int32_t i = 0; i < count; ++i, p += width) {
+        uint64_t v = load_bytes(p, width, msb);
+        if (width == 2) {
+            auto v16 = static_cast<uint16_t>(v);
+            memcpy(p, &v16, 2);
+        } else if (width == 4) {
+            auto v32 = static_cast<uint32_t>(v);
+            memcpy(p, &v32, 4);
+        } else {
+            memcpy(p, &v, 8);
+        }
+    }
+    return count;
+}
+
 }  // namespace
 
 extern "C" {
@@ -70,25 +91,11 @@ int32_t zunWriteChar(HGLOBAL s, const void *buffer, int32_t count) {
 }
 
 int32_t zunReadShort(HGLOBAL s, void *buffer, int32_t count) {
-    if (!read_all(s, buffer, count, 2)) return 0;
-    bool msb = big_endian(s);
-    auto *p = static_cast<uint8_t *>(buffer);
-    for (int32_t i = 0; i < count; ++i, p += 2) {
-        auto v = static_cast<uint16_t>(load_bytes(p, 2, msb));
-        memcpy(p, &v, 2);
-    }
-    return count;
+    return read_integers(s, buffer, count, 2);
 }
 
 int32_t zunReadLong(HGLOBAL s, void *buffer, int32_t count) {
-    if (!read_all(s, buffer, count, 4)) return 0;
-    bool msb = big_endian(s);
-    auto *p = static_cast<uint8_t *>(buffer);
-    for (int32_t i = 0; i < count; ++i, p += 4) {
-        auto v = static_cast<uint32_t>(load_bytes(p, 4, msb));
-        memcpy(p, &v, 4);
-    }
-    return count;
+    return read_integers(s, buffer, count, 4);
 }
 
 int32_t zunReadFloat(HGLOBAL s, void *buffer, int32_t count) {
@@ -110,14 +117,8 @@ int32_t zunReadFloat(HGLOBAL s, void *buffer, int32_t count) {
 }
 
 int32_t zunReadDouble(HGLOBAL s, void *buffer, int32_t count) {
-    if (!read_all(s, buffer, count, 8)) return 0;
-    bool msb = big_endian(s);
-    auto *p = static_cast<uint8_t *>(buffer);
-    for (int32_t i = 0; i < count; ++i, p += 8) {
-        uint64_t bits = load_bytes(p, 8, msb);
-        memcpy(p, &bits, 8);
-    }
-    return count;
+    // A double's bytes come back exactly as its 64-bit pattern.
+    return read_integers(s, buffer, count, 8);
 }
 
 int32_t zunWriteShort(HGLOBAL s, const void *buffer, int32_t count) {
