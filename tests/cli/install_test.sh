@@ -11,7 +11,9 @@ trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
-for f in include/tolva/tolva.h bin/tolva share/man/man1/tolva.1 \
+for f in include/tolva/tolva.h include/tolva/host.h include/tolva/profile.h \
+         include/tolva/stream.h include/tolva/raster.h include/tolva/settings.h \
+         include/tolva/output.h include/tolva/driver.h bin/tolva share/man/man1/tolva.1 \
          "$libdir/libtolva.so.2" "$libdir/pkgconfig/tolva.pc" \
          "$libdir/cmake/tolva/tolvaConfig.cmake" "$libdir/cmake/tolva/tolvaConfigVersion.cmake"; do
   [ -e "$prefix/$f" ] || { echo "missing after install: $f"; exit 1; }

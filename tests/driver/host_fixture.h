@@ -10,7 +10,11 @@
 #include <array>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/driver.h"
+#include "tolva/host.h"
+#include "tolva/output.h"
+#include "tolva/settings.h"
+#include "tolva/stream.h"
 
 // The host's status function records each call {context, a, b, c, d, e, f}
 // and answers from g_answers in order, then 0. For a detail request (2, 61)

@@ -18,7 +18,8 @@
 #include <string>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/settings.h"
 
 namespace test_host {
 
