@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs the build into a temporary prefix and builds a small C host
-# against it twice: with CMake's find_package(tolva) and with pkg-config.
+# against it: with pkg-config (as a PIE and as a fixed-address executable) and
+# with CMake's find_package(tolva).
 # Arguments: build directory, C compiler, extra compiler flags, library
 # directory relative to the prefix, CMake generator.
 set -eu
@@ -25,14 +26,32 @@ done
 # The installed command finds the installed filter on its own.
 "$prefix/bin/tolva" --version | grep -q "filter version 2.0.5"
 
-# pkg-config
+# A linked host shares the library's exported data: the library must act on
+# what the host writes into _debug_color_res and export_szDLLName, whether
+# the host is position-independent or not (a fixed-address executable takes
+# copy relocations of both). The library must therefore reach its own data
+# through relocations that the loader can point at the host's copy.
+lib="$prefix/$libdir/libtolva.so.2"
+for name in _debug_color_res export_szDLLName lpEMData lpSetup lpRaster lpCommon; do
+  readelf -rW "$lib" | grep -q "GLOB_DAT.* $name" || {
+    echo "the library binds its own $name: a linked host's copy would not be seen"; exit 1; }
+done
+run_host() { # executable
+  "$1" 2>"$work/stderr" || { cat "$work/stderr"; exit 1; }
+  grep -q "Color resolution conversion complete" "$work/stderr" || {
+    echo "$1: the library did not see the host's _debug_color_res"; exit 1; }
+}
+
+# pkg-config, position-independent and not
 mkdir "$work/pc"
 PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 export PKG_CONFIG_PATH
-# shellcheck disable=SC2046,SC2086
-$cc $flags -o "$work/pc/host" "$here/install_host.c" $(pkg-config --cflags --libs tolva) \
-  -Wl,-rpath,"$prefix/$libdir"
-"$work/pc/host"
+for pie in -pie -no-pie; do
+  # shellcheck disable=SC2046,SC2086
+  $cc $flags $pie -o "$work/pc/host$pie" "$here/install_host.c" $(pkg-config --cflags --libs tolva) \
+    -Wl,-rpath,"$prefix/$libdir"
+  run_host "$work/pc/host$pie"
+done
 
 # CMake package
 mkdir "$work/cm"
@@ -47,5 +66,5 @@ CMAKE
 cmake -S "$work/cm" -B "$work/cm/build" -G "$generator" -DCMAKE_PREFIX_PATH="$prefix" \
   -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 cmake --build "$work/cm/build" >/dev/null
-"$work/cm/build/host"
+run_host "$work/cm/build/host"
 echo "install test passed"
