@@ -2,10 +2,12 @@
 # Installs the build into a temporary prefix and builds a small C host
 # against it: with pkg-config (as a PIE and as a fixed-address executable) and
 # with CMake's find_package(tolva).
+# Then builds the example host the same way and checks its GIFs with giflib.
 # Arguments: build directory, C compiler, extra compiler flags, library
-# directory relative to the prefix, CMake generator.
+# directory relative to the prefix, CMake generator, the examples folder, the
+# picture maker and GIF checker.
 set -eu
-build=$1 cc=$2 flags=$3 libdir=$4 generator=$5
+build=$1 cc=$2 flags=$3 libdir=$4 generator=$5 examples=$6 check=$7
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -67,4 +69,21 @@ cmake -S "$work/cm" -B "$work/cm/build" -G "$generator" -DCMAKE_PREFIX_PATH="$pr
   -DCMAKE_C_COMPILER="$cc" -DCMAKE_C_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$flags" >/dev/null
 cmake --build "$work/cm/build" >/dev/null
 run_host "$work/cm/build/host"
+# The example host: 1:1 exports in bands, indexed and true colour, and a
+# cancel that leaves no file.
+# shellcheck disable=SC2046,SC2086
+$cc $flags -o "$work/example" "$examples/export_host.c" $(pkg-config --cflags --libs tolva) \
+  -Wl,-rpath,"$prefix/$libdir"
+for picture in "150 130 256" "33 41 7" "64 64 4096"; do
+  # shellcheck disable=SC2086
+  "$check" make "$work/in.ppm" $picture
+  "$work/example" "$work/in.ppm" "$work/out.gif" 2>"$work/stderr" || { cat "$work/stderr"; exit 1; }
+  grep -q "100%" "$work/stderr" || { echo "example: no progress for $picture"; exit 1; }
+  "$check" compare "$work/in.ppm" "$work/out.gif"
+done
+rm "$work/out.gif"
+status=0
+"$work/example" -c "$work/in.ppm" "$work/out.gif" 2>/dev/null || status=$?
+[ "$status" = 130 ] && [ ! -e "$work/out.gif" ] || {
+  echo "example: a cancel gave status $status and left the file as it was"; exit 1; }
 echo "install test passed"
