@@ -9,7 +9,12 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
+#include "tolva/raster.h"
+#include "tolva/settings.h"
+#include "tolva/output.h"
+#include "tolva/driver.h"
 
 namespace tolva_driver {
 

@@ -13,12 +13,12 @@
 namespace {
 
 enum : int16_t {
-    kInit = 0,
+    kInit = TOLVA_ENTRY_INIT,
     kReserved = 1,
-    kCall = 2,
-    kTerm = -1,
-    kVersion = -2,
-    kEntry32 = -3,
+    kCall = TOLVA_ENTRY_CALL,
+    kTerm = TOLVA_ENTRY_TERM,
+    kVersion = TOLVA_ENTRY_VERSION,
+    kEntry32 = TOLVA_ENTRY_ADDRESS,
 };
 
 void write_version(void *out) {

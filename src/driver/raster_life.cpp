@@ -30,8 +30,6 @@ const Capability kCapabilities[] = {
 static_assert(sizeof kCapabilities / sizeof kCapabilities[0] == 46,
               "the capability table has 46 rows");
 
-constexpr int kColourModeSlot = 47;
-
 // The Setup block's colour modes 103..107 become conversion modes 0..4 for
 // rev_rgb; anything else leaves the mode as it was.
 void take_colour_mode(EMData *em, const SetupBlock *setup) {
@@ -76,7 +74,7 @@ int32_t RASTER_initdvr(intptr_t *block) {
         record[TOLVA_STATUS_CONTEXT] != 0) {
         // The init report: b = -2 keeps it from ever asking for a stop detail.
         (void)CallGetSet_Status(reinterpret_cast<StatusFunction>(record[TOLVA_STATUS_FUNCTION]),
-                                record[TOLVA_STATUS_CONTEXT], 0, -2, 100, 0, 0, 0);
+                                record[TOLVA_STATUS_CONTEXT], 0, TOLVA_STATUS_INIT_REPORT, 100, 0, 0, 0);
     }
 
     em->replySize = static_cast<uint32_t>(block[TOLVA_INIT_REPLY_SIZE]);
@@ -95,7 +93,7 @@ int32_t RASTER_initdvr(intptr_t *block) {
     int32_t *capabilities = reinterpret_cast<int32_t *>(block[TOLVA_INIT_CAPABILITIES]);
     if (capabilities != nullptr) {
         for (const Capability &row : kCapabilities) capabilities[row.slot] = row.value;
-        capabilities[kColourModeSlot] = em->colourConversionMode;
+        capabilities[TOLVA_CAPABILITY_COLOUR_CONVERSION] = em->colourConversionMode;
     }
     return TOLVA_OK;
 }

@@ -20,7 +20,6 @@ enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
 
 constexpr uint32_t kWriteMode = 4097;       // create or truncate, then write
 constexpr intptr_t kMemoryGrowth = 4096;    // bytes added whenever a memory stream grows
-constexpr int kStatusDeviceWord = 12;       // first descriptor word of an output-device stream
 constexpr int kSettingsWord = 2;            // of the host argument block
 constexpr int kHostValueWord = 6;
 constexpr int kBandRowsWord = 1;            // of the init information
@@ -204,7 +203,7 @@ int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cel
     bool inMemory = false;
     if (block->outputDevice != 0) {
         intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            block->statusRecord != nullptr ? block->statusRecord[kStatusDeviceWord] : 0,
+            block->statusRecord != nullptr ? block->statusRecord[TOLVA_STATUS_DEVICE] : 0,
             0, 0, 0, block->outputDevice, 0};
         stream = zunOpen(fileName, descriptor, kWriteMode);
     } else if (fileName != nullptr && fileName[0] != '\0') {

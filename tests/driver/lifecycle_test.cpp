@@ -30,7 +30,7 @@ TEST_F(Lifecycle, InitFillsTheCapabilitiesReportsOnceAndTermClosesAnOpenDevice) 
     EXPECT_EQ(caps[47], 0);
     EXPECT_EQ(lpEMData->fileName, name.substr(0, 143));
     EXPECT_EQ(g_calls.size(), 1u);
-    call(0x1);
+    call(TOLVA_OP_OPEN_DEVICE);
     EXPECT_EQ(RASTER_dd_entry32(0, -1, nullptr), 0);
     EXPECT_EQ(g_calls.size(), 2u) << "closing asks the host whether to stop";
 }

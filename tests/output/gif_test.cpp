@@ -22,7 +22,9 @@
 
 #include "output/lzw_oracle.h"
 #include "output/pixels.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
+#include "tolva/output.h"
 
 namespace {
 

@@ -199,13 +199,13 @@ TEST_F(BadInput, OpcodesOutOfOrderAreRefusedWithoutEffect) {
     Block early = cell_array(p.row(0), 20, 10, 8, false);
     EXPECT_EQ(device.call(early), 0);  // before init: nothing runs
     ASSERT_EQ(device.start(path_), 0);
-    EXPECT_EQ(device.call(0x4), 0);  // body before open
+    EXPECT_EQ(device.call(TOLVA_OP_BEGIN_BODY), 0);  // body before open
     EXPECT_EQ(device.call(early), 0);
-    device.call(0x1);
-    EXPECT_EQ(device.call(Block(0x522, 788).put(4, int32_t{770})), 0);  // a table outside a body
-    EXPECT_EQ(device.call(primitive(-6, {0})), 0);
+    device.call(TOLVA_OP_OPEN_DEVICE);
+    EXPECT_EQ(device.call(Block(TOLVA_OP_COLOUR_TABLE, 788).put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)})), 0);  // a table outside a body
+    EXPECT_EQ(device.call(primitive(TOLVA_PRIMITIVE_CLOSE, {0})), 0);
     EXPECT_EQ(lpEMData->errorCount, 0);
-    device.call(0x2);
+    device.call(TOLVA_OP_CLOSE_DEVICE);
 }
 
 TEST_F(BadInput, RowsBeyondThePictureAreDroppedAndHeightZeroWritesNothing) {
