@@ -63,6 +63,22 @@ typedef uintptr_t HGLOBAL;
 #define TOLVA_ERR_MEMORY 300       /* memory could not be allocated, or the export could not run */
 #define TOLVA_ERR_STREAM 303       /* an output stream could not be opened, written or closed */
 #define TOLVA_ERR_STOPPED 901      /* the host's status function asked to stop */
+/*
+ * Another call is still inside the library. The filter drives one device per
+ * process, one call at a time: its state lives in the process-wide exported
+ * globals. A call of a host entry (RASTER_dd_entry32 and dd_entry32 with
+ * functions 0, 2 and -1, CreateSetup, EditSetup, DestroySetup, xEscapeSetup,
+ * ExportCellData) made while another call of one of them has not returned is
+ * refused with this code, changes nothing and pushes nothing; the running
+ * call goes on undisturbed. Nothing waits, so a status function or offscreen
+ * callback that calls one of these entries back on its own thread is refused
+ * the same way instead of deadlocking. Version and entry-address queries
+ * (functions -2 and -3, RASTER_dd_entry, dd_entry) touch no state and are
+ * answered at any time. Calls that follow one another may come from any
+ * thread. Functions not listed here are not guarded: call them only while no
+ * host entry is running.
+ */
+#define TOLVA_ERR_BUSY 902
 
 /* Allocation flags used throughout: movable and zero-initialised. */
 #define TOLVA_GMEM_FLAGS 66
