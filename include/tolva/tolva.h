@@ -1382,7 +1382,8 @@ TOLVA_API int32_t RASTER_termdvr(void);
  * hold (the host's to free). Then clears the host's file name and stores
  * hSetup (0 here) into block[TOLVA_EXPORT_INIT_SETUP]. Returns 0; 22 when the
  * settings handle is 0 or does not lock; 21 when the memory block could not
- * be had; 303 when the named file or memory stream could not be opened.
+ * be had; 303 when the named file or memory stream could not be opened, or
+ * (without an output device) the name does not fit SetupBlock.fileName.
  */
 TOLVA_API int32_t initdvr(intptr_t *block);
 /**

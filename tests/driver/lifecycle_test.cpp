@@ -43,6 +43,13 @@ TEST_F(Lifecycle, TheExportVariantTakesTheHostsNameAndEndsWith300) {
     EXPECT_EQ(name[0], '\0') << "the host's name is cleared";
     EXPECT_EQ(dd_entry32(0, -1, nullptr), 300) << "no metafile on this platform";
     EXPECT_EQ(unlink(settings->fileName), 0) << "the output was opened on the name";
+    // A name longer than the field is refused rather than cut.
+    std::string tooLong = "/tmp/" + std::string(140, 'n');
+    init[TOLVA_EXPORT_INIT_FILE_NAME] = reinterpret_cast<intptr_t>(tooLong.data());
+    init[TOLVA_EXPORT_INIT_SETUP] = static_cast<intptr_t>(setup);
+    EXPECT_EQ(dd_entry32(0, 0, init), TOLVA_ERR_STREAM);
+    EXPECT_NE(access(tooLong.substr(0, 143).c_str(), F_OK), 0) << "no file under the cut name";
+    EXPECT_EQ(settings->outputStream, 0u);
     lpRaster = nullptr;
 }
 
