@@ -104,12 +104,13 @@ void *d_cldv(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
     em->deviceState = TOLVA_STATE_INITIALISED;
-    const bool named_file = (lpSetup == nullptr || lpSetup->outputDevice == 0) &&
-                            em->fileName[0] != '\0';
+    // Only a file this device opened itself is ever deleted for a refusal.
+    const bool own_file = em->outputStream != 0 && em->fileName[0] != '\0' &&
+                          (lpSetup == nullptr || lpSetup->outputDevice == 0);
     if (RASTER_escape() != 0) {
         // The host asked to stop (901 is already pushed): no output survives.
         (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
-    } else if (g_discard_output && named_file) {
+    } else if (g_discard_output && own_file) {
         // A refused picture (its code is already pushed) leaves no file.
         (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
     } else if (zunClose(em->outputStream) != 0) {
