@@ -23,7 +23,8 @@ typedef void *(*OpcodeHandler)(void *block);
  * block[TOLVA_INIT_REPLY_SIZE] bytes, whose address it stores in
  * block[TOLVA_INIT_REPLY_BUFFER]; locks the Setup block handle
  * block[TOLVA_INIT_SETUP] into lpSetup (the host keeps owning it); copies
- * the file name (cut to 143 bytes); reports (context, 0, -2, 100, 0, 0, 0)
+ * the file name (one of 144 bytes or more is cut to 143, and d_opdv then
+ * refuses to open it); reports (context, 0, -2, 100, 0, 0, 0)
  * once to the status function of the record block[TOLVA_INIT_STATUS_RECORD]
  * when it has both a function and a context; fills the host's capability
  * array block[TOLVA_INIT_CAPABILITIES] (slot 47: the colour conversion mode
@@ -36,8 +37,8 @@ TOLVA_API int32_t RASTER_initdvr(intptr_t *block);
 /**
  * RASTER_termdvr: closes a device that is not in state 1 (as the close
  * opcode would), frees a picture bitmap left open, the memory output block
- * (see d_opdv), the reply buffer and EMData; lpEMData is null afterwards.
- * Always 0.
+ * (see d_opdv), the reply buffer and EMData; lpEMData and lpSetup are null
+ * afterwards (the Setup block itself stays the host's). Always 0.
  */
 TOLVA_API int32_t RASTER_termdvr(void);
 /**
@@ -50,7 +51,8 @@ TOLVA_API int32_t RASTER_termdvr(void);
  * hold (the host's to free). Then clears the host's file name and stores
  * hSetup (0 here) into block[TOLVA_EXPORT_INIT_SETUP]. Returns 0; 22 when the
  * settings handle is 0 or does not lock; 21 when the memory block could not
- * be had; 303 when the named file or memory stream could not be opened.
+ * be had; 303 when the named file or memory stream could not be opened, or
+ * (without an output device) the name does not fit SetupBlock.fileName.
  */
 TOLVA_API int32_t initdvr(intptr_t *block);
 /**
@@ -135,7 +137,8 @@ TOLVA_API int32_t UpdateStatus(int32_t value);
  *            outputDevice set, through that host I/O procedure (the
  *            status record's word TOLVA_STATUS_DEVICE as its context; a
  *            failed open is not reported); else the EMData file name (303
- *            when it cannot be opened); else a memory stream whose block
+ *            when it cannot be opened, or when the name handed to init did
+ *            not fit the field: no file is made then); else a memory stream whose block
  *            the Setup block's exportMemoryBlock/exportMemoryData hold once
  *            the device is closed (the GIF and one 0xFF byte). The filter
  *            frees that block at the next such open and at term; a host that
@@ -159,8 +162,11 @@ TOLVA_API int32_t UpdateStatus(int32_t value);
  *            below entry 256.
  *   d_ca     0x409 (8)  a cell array: into the open picture, or written on
  *            its own through RasterWriteCellData (300: no bitmap).
- *   d_gdp    0x40a (8)  primitive -5 opens a picture bitmap, -6 writes it
- *            through OutputPicture and frees it (300: no palette).
+ *   d_gdp    0x40a (8)  primitive -5 opens a picture bitmap (freeing one
+ *            left open), -6 writes it through OutputPicture and frees it
+ *            (300: no palette). A picture wider or taller than 32767 pixels
+ *            does not fit the picture record: -5 and -6 push 300, nothing
+ *            is written, and d_cldv deletes the named output file.
  *   d_popes  0xf02 (1..16)  replies min(requested at 16, count) and that
  *            many records, newest first.
  *   d_empes  0xf03 (1..16)  zeroes the count, lost count, last opcode and

@@ -60,9 +60,16 @@ TOLVA_API int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCall
  * image descriptor and the code-size byte 8, and creates the per-image state,
  * whose handle goes to *state (left unchanged if the state cannot be had).
  * With transparency set, the palette entry nearest to the transparent colour
- * is overwritten with it, in the caller's array, before the table is written.
- * When interlacing, opens the spool (see GifOpenSpoolFile). Always returns -1,
- * also when a header write failed: write failures show up later.
+ * is overwritten with it, in the caller's array, before the table is written,
+ * and its index goes into the graphic control extension; with a background
+ * colour set, the index of its nearest entry becomes the background index.
+ * Both searches are get_nearest_rgb_index over the caller's array with the
+ * table's entry count N (2^bits, or 0 at 24 bits), which always covers at
+ * least 16 entries: with either colour set, `palette` must hold max(N, 16)
+ * entries (48 bytes at least, also at 24 bits), and the index found, and the
+ * entry overwritten, may lie past the N entries written. When interlacing,
+ * opens the spool (see GifOpenSpoolFile). Always returns -1, also when a
+ * header write failed: write failures show up later.
  */
 TOLVA_API int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height,
                                   int16_t bitsPerPixel, uint8_t *palette, HGLOBAL *state);

@@ -127,11 +127,25 @@ TOLVA_API int32_t zunWriteDouble(HGLOBAL s, const void *buffer, int32_t count);
 /**
  * zunReadStruct / zunWriteStruct: records described by a format of items
  * "<count><letter>": C bytes, S 16-bit, L 32-bit, F float, D double; "{...}"
- * nested structure; "(a|b|)" union (skipped in memory, never transferred;
- * reader only); "[...]" advances memory without transfer. Memory follows
- * natural alignment, the file is packed. The number of records, or the last
- * transfer's result (0 or -1) when one failed; an unknown letter makes a
- * record count as 0 (the count is set to -1 before the record's increment).
+ * nested structure; "(a|b|)" union; "[...]" advances memory without
+ * transfer. Memory follows natural alignment (an item starts at the next
+ * multiple of its element size, a structure at that of its widest member),
+ * counted from the buffer's start, and the records lie end to end, each
+ * padded to GetPadWidth(format); the file is packed. The number of records,
+ * or the last transfer's result (0 or -1) when one failed; an unknown letter
+ * makes a record count as 0 (the count is set to -1 before the record's
+ * increment).
+ *
+ * Unions differ between the two. The reader aligns to the union, skips
+ * GetUnionSize's bytes and transfers nothing, like a C union. The writer
+ * takes "(" and ")" as errors (each sets the count to -1) and "|" as
+ * nothing, and none of the three moves the layout: it writes every member of
+ * every alternative, one after another, as if the format had no "(", "|" or
+ * ")". So the writer reads exactly the element bytes of that flattened
+ * layout and nothing past it: for 1C(1L|) byte 0 and bytes 4..7 (the byte,
+ * then the 32-bit value; 1 record returns 0); for (1S|1D|) bytes 0..1 and
+ * 8..15, 16 bytes a record, where a C union of the two takes 8. Hand the
+ * writer a record laid out that way, never a C union.
  */
 TOLVA_API int32_t zunReadStruct(HGLOBAL s, const char *format, void *buffer, int32_t records);
 TOLVA_API int32_t zunWriteStruct(HGLOBAL s, const char *format, const void *buffer,

@@ -85,6 +85,22 @@ typedef uintptr_t HGLOBAL;
 #define TOLVA_ERR_MEMORY 300       /* memory could not be allocated, or the export could not run */
 #define TOLVA_ERR_STREAM 303       /* an output stream could not be opened, written or closed */
 #define TOLVA_ERR_STOPPED 901      /* the host's status function asked to stop */
+/*
+ * Another call is still inside the library. The filter drives one device per
+ * process, one call at a time: its state lives in the process-wide exported
+ * globals. A call of a host entry (RASTER_dd_entry32 and dd_entry32 with
+ * functions 0, 2 and -1, CreateSetup, EditSetup, DestroySetup, xEscapeSetup,
+ * ExportCellData) made while another call of one of them has not returned is
+ * refused with this code, changes nothing and pushes nothing; the running
+ * call goes on undisturbed. Nothing waits, so a status function or offscreen
+ * callback that calls one of these entries back on its own thread is refused
+ * the same way instead of deadlocking. Version and entry-address queries
+ * (functions -2 and -3, RASTER_dd_entry, dd_entry) touch no state and are
+ * answered at any time. Calls that follow one another may come from any
+ * thread. Functions not listed here are not guarded: call them only while no
+ * host entry is running.
+ */
+#define TOLVA_ERR_BUSY 902
 
 /* Function codes of the entries (RASTER_dd_entry, RASTER_dd_entry32 and the
  * export variant's dd_entry, dd_entry32). */
@@ -276,13 +292,17 @@ TOLVA_STATIC_ASSERT(offsetof(SetupBlock, exportMemoryData) == 928, "SetupBlock.e
  * (UseDefaultSettings) and an empty profile path; otherwise the section is
  * sectionName, or when that is empty the "~Mode" key of the section "TOLVA",
  * and LoadProfile reads it. Upper-cases the text szFilter points at.
- * Returns the handle, which the host frees with DestroySetup, or 0.
+ * Returns the handle, which the host frees with DestroySetup, or 0 (also
+ * when refused because another call is running: see TOLVA_ERR_BUSY).
  */
 TOLVA_API HGLOBAL CreateSetup(intptr_t unused1, const char *profileName, const char *sectionName,
                               intptr_t unused2);
 /** EditSetup: stores value in the reserved field's second word; 0, or -1 when the handle does not lock. */
 TOLVA_API int32_t EditSetup(HGLOBAL setup, int32_t value);
-/** DestroySetup: frees the block and clears lpRaster; 0, or 1 when the handle does not lock. */
+/**
+ * DestroySetup: frees the block and clears lpRaster, and lpSetup when the
+ * raster device still holds this block; 0, or 1 when the handle does not lock.
+ */
 TOLVA_API int32_t DestroySetup(HGLOBAL setup);
 /**
  * xEscapeSetup: reads or changes one setting (TOLVA_ESCAPE_*). For the codes
@@ -656,7 +676,9 @@ TOLVA_STATIC_ASSERT(offsetof(CommonBlock, statusValue) == 8 + sizeof(intptr_t),
  * scales it by the Setup block, writes the whole GIF and frees the bitmap;
  * it needs the colour table for depths below 24 (300 when its palette
  * cannot be had). Width and height must fit the picture record: at most
- * 32767 each. Every -5 must be closed by a -6.
+ * 32767 each; a larger picture makes -5 and -6 push 300, nothing is written
+ * and closing the device deletes the output file. A -5 that follows a -5
+ * without its -6 drops the first picture.
  */
 #define TOLVA_PRIMITIVE_ID 16
 #define TOLVA_PRIMITIVE_POINTS 20

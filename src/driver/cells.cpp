@@ -7,6 +7,10 @@
 // through RasterWriteCellData. Rows are copied only where they land inside
 // the bitmap: a block with more rows than the picture has left loses the
 // rest.
+//
+// A picture wider or taller than the picture record can say (32767) is
+// refused at -5 and again at -6 with 300: nothing is collected or written,
+// and the device deletes its output file when it closes.
 #include <stdint.h>
 #include <string.h>
 
@@ -57,6 +61,11 @@ bool runs_upward(const EMData *em, const void *block) {
     return (y2 < y1 && w2 > w1) || (y2 > y1 && w2 < w1);
 }
 
+bool too_large(const EMData *em) {
+    return em->pictureWidth > tolva_driver::kLargestPictureSide ||
+           em->pictureHeight > tolva_driver::kLargestPictureSide;
+}
+
 void open_picture(EMData *em, const uint8_t *data) {
     uint8_t head[TOLVA_PICTURE_DATA_SIZE];
     memcpy(head, data, sizeof head);
@@ -70,13 +79,24 @@ void open_picture(EMData *em, const uint8_t *data) {
     em->pictureHeight = height;
     em->pictureDepth = bits;
     em->currentRow = 0;
-    // A bitmap of an earlier picture that was never closed is not freed
-    // here; the host closes every picture it opens.
+    // An earlier picture that was never closed gives way to this one.
+    if (em->pictureBitmap != 0) (void)GlobalFree(em->pictureBitmap);
+    em->pictureBitmap = 0;
+    if (too_large(em)) {
+        // Its cell arrays then find no bitmap and push 300 each.
+        push_er(TOLVA_ERR_MEMORY);
+        tolva_driver::discard_output();
+        return;
+    }
     em->pictureBitmap = bitmap_for(bytes, height);
 }
 
 void close_picture(EMData *em) {
     em->accumulating = 0;
+    if (too_large(em)) {
+        push_er(TOLVA_ERR_MEMORY);
+        return;
+    }
     HGLOBAL palette = 0;
     if (em->pictureDepth < 24) {
         int32_t depth = em->pictureDepth > 0 ? em->pictureDepth : 0;

@@ -60,6 +60,19 @@ int32_t trunc_i32(double value);
 // closed) unless the host took it by clearing the Setup block's fields.
 void release_memory_output(void);
 
+// Init notes whether the host's output file name fitted the EMData name
+// field; the open-device opcode refuses a name that did not (303) rather
+// than write under a cut one.
+void note_file_name_fits(bool fits);
+
+// Makes the close-device opcode delete the named output file: a picture was
+// refused, and a file without it must not survive. Opening the device again
+// clears the mark.
+void discard_output(void);
+
+// The picture record carries width and height as signed 16-bit values.
+constexpr int32_t kLargestPictureSide = 32767;
+
 }  // namespace tolva_driver
 
 #endif

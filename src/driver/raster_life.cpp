@@ -39,14 +39,18 @@ void take_colour_mode(EMData *em, const SetupBlock *setup) {
         em->colourConversionMode = mode - TOLVA_COLOUR_NORMAL;
 }
 
-// The host keeps file names under 144 bytes; a longer one is cut so that the
-// copy stays inside the field.
+// The host keeps file names under 144 bytes. A longer one is cut so that
+// the copy stays inside the field, and noted, so that the device refuses to
+// open it.
 void take_file_name(EMData *em, const char *name) {
     if (name == nullptr) {
         em->fileName[0] = '\0';
+        tolva_driver::note_file_name_fits(true);
         return;
     }
-    size_t n = strnlen(name, sizeof em->fileName - 1);
+    size_t n = strnlen(name, sizeof em->fileName);
+    tolva_driver::note_file_name_fits(n < sizeof em->fileName);
+    if (n == sizeof em->fileName) --n;
     memcpy(em->fileName, name, n);
     em->fileName[n] = '\0';
 }
@@ -116,6 +120,9 @@ int32_t RASTER_termdvr(void) {
         em->replyBuffer = nullptr;
     }
     (void)FreeGlobal();
+    // The Setup block stays the host's, which may destroy it at any time
+    // from now on: nothing that falls back on lpSetup may find it.
+    lpSetup = nullptr;
     return TOLVA_OK;
 }
 

@@ -10,6 +10,7 @@
 // source bitmap and palette stay the host's.
 #include <string.h>
 
+#include "host/busy.h"
 #include "output/pipeline.h"
 
 using tolva_output::replace_bitmap;
@@ -188,6 +189,8 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
 
 int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cellDescriptor,
                        intptr_t *hostArguments) {
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (hostArguments == nullptr) return TOLVA_ERR_NO_SETUP;
     HGLOBAL setup = static_cast<HGLOBAL>(hostArguments[kSettingsWord]);
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
