@@ -4,11 +4,12 @@
 #ifndef TOLVA_TESTS_PICTURE_FILES_H
 #define TOLVA_TESTS_PICTURE_FILES_H
 
+#include <stdio.h>
+
 #include <gif_lib.h>
 #include <jpeglib.h>
 #include <pam.h>
 #include <png.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <tiffio.h>
 #include <unistd.h>
@@ -252,6 +253,25 @@ inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char 
     Bytes out(buffer, buffer + size);
     free(buffer);
     return out;
+}
+
+// Four quadrants (top left, top right, bottom left, bottom right), each one
+// colour given as 8-bit RGB and written at `maxval`.
+inline const uint8_t kQuadrant[4][3] = {{250, 20, 30}, {10, 200, 40}, {30, 60, 220}, {240, 240, 235}};
+inline const uint8_t kGreyQuadrant[4] = {0, 85, 170, 255};
+
+inline Raster Quadrants(int width, int height, int channels, uint32_t maxval, bool grey) {
+    Raster r{width, height, channels, maxval, {}};
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            int q = (y >= height / 2) * 2 + (x >= width / 2);
+            for (int c = 0; c < channels; ++c) {
+                bool alpha = (channels == 2 && c == 1) || (channels == 4 && c == 3);
+                uint32_t v8 = alpha ? 255 : grey ? kGreyQuadrant[q] : kQuadrant[q][c];
+                r.samples.push_back(uint16_t((v8 * maxval + 127) / 255));
+            }
+        }
+    return r;
 }
 
 }  // namespace pictures
