@@ -27,6 +27,7 @@ for target in profile_fuzz opcode_fuzz export_fuzz picture_fuzz; do
   leaks=0
   [ "$target" = picture_fuzz ] && leaks=1
   ASAN_OPTIONS=abort_on_error=1:detect_leaks=$leaks \
+  LSAN_OPTIONS=suppressions=$PWD/fuzz/picture_fuzz.supp \
   UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     build/sanitize/fuzz/$target -max_total_time="$fuzz_seconds" -print_final_stats=0 \
       "$scratch" "fuzz/corpus/$target" 2>&1 | tail -n 3

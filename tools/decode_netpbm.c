@@ -8,6 +8,7 @@
  * printed.
  */
 #include <setjmp.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -83,7 +84,8 @@ TolvaImageResult tolva_decode_netpbm(TolvaDecodeJob *job)
         fclose(file);
         return tolva_corrupt(job, "netpbm", netpbm_message);
     }
-    pnm_readpaminit(file, &pam, PAM_STRUCT_SIZE(tuple_type));
+    /* PAM_STRUCT_SIZE reaches the member through a null pointer. */
+    pnm_readpaminit(file, &pam, (int)(offsetof(struct pam, tuple_type) + sizeof pam.tuple_type));
     TolvaImageResult result =
         tolva_check_size(job, (uint64_t)(pam.width < 0 ? 0 : pam.width),
                          (uint64_t)(pam.height < 0 ? 0 : pam.height));

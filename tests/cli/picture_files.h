@@ -232,7 +232,7 @@ inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char 
     struct pam pam;
     memset(&pam, 0, sizeof pam);
     pam.size = sizeof pam;
-    pam.len = PAM_STRUCT_SIZE(tuple_type);
+    pam.len = offsetof(struct pam, tuple_type) + sizeof pam.tuple_type;
     pam.file = f;
     pam.format = format;
     pam.plainformat = plain;
