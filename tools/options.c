@@ -18,8 +18,9 @@
 
 const char tolva_usage_text[] =
     "Usage: tolva [OPTION]... INPUT OUTPUT\n"
-    "Convert a PNG, JPEG, PGM or PPM picture to a GIF file through the libtolva\n"
-    "export filter. INPUT or OUTPUT may be '-' for standard input or output.\n"
+    "Convert a PNG, JPEG, GIF, WebP, TIFF or netpbm (PBM, PGM, PPM, PAM) picture\n"
+    "to a GIF file through the libtolva export filter. BMP pictures are not read.\n"
+    "INPUT or OUTPUT may be '-' for standard input or output.\n"
     "\n"
     "Size (without these, the size and resolution of the filter's profile are used):\n"
     "  -s, --size=WxH          fit the picture into W by H inches (0.03125 to 22)\n"
@@ -29,7 +30,13 @@ const char tolva_usage_text[] =
     "Picture:\n"
     "  -i, --interlace         write an interlaced GIF\n"
     "  -t, --transparent=RRGGBB  make the colour nearest to RRGGBB transparent\n"
+    "                          (pictures without transparent pixels of their own)\n"
     "  -b, --background=RRGGBB   set the background colour to the nearest entry\n"
+    "  -m, --matte=RRGGBB      blend partly transparent pixels over this colour\n"
+    "                          (default: the background colour, else white)\n"
+    "      --no-orient         keep the stored orientation (ignore EXIF)\n"
+    "      --max-pixels=N      refuse pictures of more than N pixels\n"
+    "                          (default 268435456, i.e. 16384x16384)\n"
     "  -c, --colour-mode=MODE  normal, invert, invert-grey, grey or invert-luminance\n"
     "\n"
     "Filter:\n"
@@ -47,7 +54,7 @@ const char tolva_usage_text[] =
 enum OptionId {
     OPT_SIZE, OPT_DPI, OPT_ACTUAL, OPT_INTERLACE, OPT_TRANSPARENT, OPT_BACKGROUND,
     OPT_COLOUR, OPT_PROFILE, OPT_SECTION, OPT_BANDS, OPT_LIBRARY, OPT_QUIET, OPT_HELP,
-    OPT_VERSION, OPT_CANCEL_AT
+    OPT_VERSION, OPT_CANCEL_AT, OPT_MATTE, OPT_MAX_PIXELS, OPT_NO_ORIENT
 };
 
 typedef struct OptionInfo {
@@ -64,6 +71,9 @@ static const OptionInfo kOptions[] = {
     {"interlace", 'i', 0, OPT_INTERLACE},
     {"transparent", 't', 1, OPT_TRANSPARENT},
     {"background", 'b', 1, OPT_BACKGROUND},
+    {"matte", 'm', 1, OPT_MATTE},
+    {"max-pixels", 0, 1, OPT_MAX_PIXELS},
+    {"no-orient", 0, 0, OPT_NO_ORIENT},
     {"colour-mode", 'c', 1, OPT_COLOUR},
     {"color-mode", 0, 1, OPT_COLOUR},
     {"profile", 'p', 1, OPT_PROFILE},
@@ -188,6 +198,23 @@ static int apply(TolvaOptions *o, const OptionInfo *option, const char *value, c
         }
         o->background = 1;
         return 0;
+    case OPT_MATTE:
+        if (parse_colour(value, o->matteColour) != 0) {
+            return fail(error, size, "invalid colour '%s' (expected RRGGBB)", value);
+        }
+        o->matte = 1;
+        return 0;
+    case OPT_MAX_PIXELS: {
+        char *end = NULL;
+        errno = 0;
+        unsigned long long pixels = strtoull(value, &end, 10);
+        if (end == value || *end != '\0' || errno != 0 || pixels == 0 || value[0] == '-') {
+            return fail(error, size, "invalid pixel count '%s'", value);
+        }
+        o->maxPixels = pixels;
+        return 0;
+    }
+    case OPT_NO_ORIENT: o->keepOrientation = 1; return 0;
     case OPT_COLOUR:
         for (size_t i = 0; i < sizeof kColourModes / sizeof kColourModes[0]; ++i) {
             if (strcmp(value, kColourModes[i].name) == 0) {
@@ -351,4 +378,10 @@ int tolva_parse_options(int argc, char *const *argv, TolvaOptions *o, char *erro
         return fail(error, errorSize, "section name longer than 143 characters");
     }
     return 0;
+}
+
+void tolva_matte_colour(const TolvaOptions *o, uint8_t rgb[3])
+{
+    static const uint8_t kWhite[3] = {255, 255, 255};
+    memcpy(rgb, o->matte ? o->matteColour : o->background ? o->backgroundColour : kWhite, 3);
 }

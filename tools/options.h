@@ -33,6 +33,10 @@ typedef struct TolvaOptions {
     uint8_t transparentColour[3];
     int32_t background;          /* --background given */
     uint8_t backgroundColour[3];
+    int32_t matte;               /* --matte given */
+    uint8_t matteColour[3];      /* under partly transparent pixels; see tolva_matte_colour */
+    uint64_t maxPixels;          /* --max-pixels; 0 = the reader's default */
+    int32_t keepOrientation;     /* --no-orient */
     int32_t colourClass;         /* --colour-mode as the filter's class 101..105; 0 = profile's */
     int32_t bands;               /* --bands; 0 = chosen from the picture size */
     int32_t quiet;
@@ -45,6 +49,10 @@ typedef struct TolvaOptions {
  */
 int tolva_parse_options(int argc, char *const *argv, TolvaOptions *options, char *error,
                         size_t errorSize);
+
+/* What partly transparent pixels are blended over: --matte, else
+ * --background, else white. */
+void tolva_matte_colour(const TolvaOptions *options, uint8_t rgb[3]);
 
 /* The text printed by --help. */
 extern const char tolva_usage_text[];
