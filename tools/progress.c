@@ -4,41 +4,13 @@
  * The bar moves through two halves: the first while the command hands the
  * bands to the filter, the second with the percentages the filter reports
  * while it writes the GIF. The signal handler only sets a flag; everything
- * else happens on the status calls and between bands.
+ * else happens on the status calls and between bands (stop.c).
  */
 #include "progress.h"
 
 #include <string.h>
 
-#include "output.h"
-
-volatile sig_atomic_t tolva_interrupted = 0;
-
-/* The first Ctrl-C asks the filter to stop; a second one ends the process
- * at once, without leaving the temporary output behind. */
-static void on_interrupt(int signal)
-{
-    if (tolva_interrupted) {
-        tolva_output_remove_temporaries();
-        struct sigaction action;
-        memset(&action, 0, sizeof action);
-        action.sa_handler = SIG_DFL;
-        sigaction(signal, &action, NULL);
-        raise(signal);
-        return;
-    }
-    tolva_interrupted = 1;
-}
-
-void tolva_catch_interrupt(void)
-{
-    struct sigaction action;
-    memset(&action, 0, sizeof action);
-    action.sa_handler = on_interrupt;
-    action.sa_flags = SA_NODEFER;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, NULL);
-}
+#include "stop.h"
 
 void tolva_progress_init(TolvaProgress *p, FILE *terminal, const char *label, int32_t cancelAt)
 {
@@ -83,7 +55,7 @@ void tolva_progress_bands(TolvaProgress *p, int32_t sent, int32_t count)
 
 int tolva_progress_stopping(TolvaProgress *p)
 {
-    if (tolva_interrupted) {
+    if (tolva_stop_signal) {
         p->stop = 1;
     }
     return p->stop;

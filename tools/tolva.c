@@ -1,25 +1,29 @@
 /*
- * tolva.c - the tolva command: converts a picture to a GIF file by driving
+ * tolva.c - the tolva command: converts pictures to GIF files by driving
  * the libtolva export filter the way a host application does.
  *
  * Every failure ends in exactly one line on standard error that names the
  * file concerned, and leaves the output as it was: status 1 for an error, 2
- * for a usage error, 130 for a cancel.
+ * for a usage error, 128 + N for a stop by signal N (130 for Ctrl-C).
  */
 #include <errno.h>
 #include <limits.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include "batch.h"
 #include "filter.h"
 #include "image.h"
 #include "messages.h"
 #include "options.h"
 #include "output.h"
 #include "progress.h"
+#include "stop.h"
 
 #ifndef TOLVA_VERSION_STRING
 #define TOLVA_VERSION_STRING "2.0.5"
@@ -27,14 +31,25 @@
 
 enum { EXIT_USAGE = 2, EXIT_CANCELLED = 130 };
 
-static int report(int status, const char *file, const char *format, const char *detail)
+/* One write per message, so that messages of processes sharing standard
+ * error never interleave within a line. */
+static int report(int status, const char *file, const char *format, ...)
 {
-    fprintf(stderr, "tolva: ");
-    if (file != NULL) {
-        fprintf(stderr, "%s: ", file);
+    char line[2048];
+    int used = snprintf(line, sizeof line, "tolva: %s%s", file != NULL ? file : "",
+                        file != NULL ? ": " : "");
+    va_list args;
+    va_start(args, format);
+    if (used >= 0 && (size_t)used < sizeof line) {
+        used += vsnprintf(line + used, sizeof line - (size_t)used, format, args);
     }
-    fprintf(stderr, format, detail);
-    fputc('\n', stderr);
+    va_end(args);
+    if (used < 0 || (size_t)used >= sizeof line - 1) {
+        used = (int)sizeof line - 2;
+    }
+    line[used++] = '\n';
+    ssize_t ignored = write(STDERR_FILENO, line, (size_t)used);
+    (void)ignored; /* nowhere left to report a failure to report */
     return status;
 }
 
@@ -53,17 +68,20 @@ static void own_path(char *path, size_t size, const char *argv0)
     }
 }
 
+/* The command's own version comes first, so that it is shown even when the
+ * filter cannot be loaded. */
 static int show_version(const TolvaOptions *o, const char *self)
 {
+    printf("tolva %s\n", TOLVA_VERSION_STRING);
+    fflush(stdout);
     TolvaFilter filter;
     char tried[PATH_MAX], error[512];
     if (tolva_filter_load(o->library, self, &filter, tried, sizeof tried, error, sizeof error)) {
         return report(EXIT_FAILURE, tried, "%s", error);
     }
     uint32_t version = filter.filterVersion();
-    printf("tolva %s\nfilter version %u.%u.%u (%s)\n", TOLVA_VERSION_STRING,
-           (unsigned)(version >> 24), (unsigned)((version >> 16) & 0xff),
-           (unsigned)(version & 0xffff), filter.path);
+    printf("filter version %u.%u.%u (%s)\n", (unsigned)(version >> 24),
+           (unsigned)((version >> 16) & 0xff), (unsigned)(version & 0xffff), filter.path);
     tolva_filter_unload(&filter);
     return EXIT_SUCCESS;
 }
@@ -83,12 +101,12 @@ static int profile_readable(const char *profile)
     return access(profile, R_OK) == 0;
 }
 
-static int load_picture(const TolvaOptions *o, TolvaImage *image)
+static int load_picture(const char *input, TolvaImage *image)
 {
-    const char *name = display_name(o->input, "standard input");
+    const char *name = display_name(input, "standard input");
     uint8_t *data = NULL;
     size_t size = 0;
-    int failure = tolva_read_file(o->input, &data, &size);
+    int failure = tolva_read_file(input, &data, &size);
     if (failure != 0) {
         return report(EXIT_FAILURE, name, "cannot read the picture (%s)", strerror(failure));
     }
@@ -101,26 +119,26 @@ static int load_picture(const TolvaOptions *o, TolvaImage *image)
     return EXIT_SUCCESS;
 }
 
-static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
-                          const TolvaImage *image)
+static int stopped(const char *name)
 {
-    const char *name = display_name(o->output, "standard output");
-    TolvaOutput output;
-    int failure = tolva_output_begin(&output, o->output);
-    if (failure != 0) {
-        return report(EXIT_FAILURE, name, "cannot create the output file (%s)",
-                      strerror(failure));
-    }
+    return report(tolva_stop_status(), name, "%s", tolva_filter_message(TOLVA_ERR_STOPPED));
+}
+
+static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
+                          const TolvaImage *image, TolvaOutput *output, const char *name)
+{
     TolvaProgress progress;
     FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
     tolva_progress_init(&progress, terminal, name, o->cancelAt);
     char error[512];
-    int32_t result = tolva_export(filter, image, o, output.filterPath, &progress, error,
+    int32_t result = tolva_export(filter, image, o, output->filterPath, &progress, error,
                                   sizeof error);
     if (result != 0) {
-        tolva_output_discard(&output);
+        tolva_output_discard(output);
         if (result == TOLVA_ERR_STOPPED) {
-            return report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
+            return tolva_stop_signal ? stopped(name)
+                                     : report(EXIT_CANCELLED, name, "%s",
+                                              tolva_filter_message(result));
         }
         if (result == TOLVA_EXPORT_REFUSED) {
             return report(EXIT_USAGE, NULL, "%s", error);
@@ -131,16 +149,99 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
         if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
             return report(EXIT_FAILURE, name, "%s", error);
         }
-        char text[600];
-        snprintf(text, sizeof text, "%s (filter error %d)", tolva_filter_message(result),
-                 (int)result);
-        return report(EXIT_FAILURE, name, "%s", text);
+        return report(EXIT_FAILURE, name, "%s (filter error %d)", tolva_filter_message(result),
+                      (int)result);
     }
-    failure = tolva_output_commit(&output);
+    int failure = tolva_output_commit(output);
+    if (failure == EINTR && tolva_stop_signal) {
+        return stopped(name);
+    }
+    if (failure == EEXIST && o->noClobber) {
+        return report(EXIT_FAILURE, name, "%s", "already exists; not replaced (--no-clobber)");
+    }
     if (failure != 0) {
         return report(EXIT_FAILURE, name, "cannot write the output file (%s)", strerror(failure));
     }
     return EXIT_SUCCESS;
+}
+
+/* What the output must never be: the input itself. NULL when the input
+ * cannot be looked at (reading it then says why). */
+static const struct stat *input_identity(const char *input, struct stat *info)
+{
+    int known = strcmp(input, "-") == 0 ? fstat(STDIN_FILENO, info) == 0 : stat(input, info) == 0;
+    return known ? info : NULL;
+}
+
+/* One whole conversion: the output is checked and prepared before the
+ * picture is read, so that a refusal costs nothing and writes nothing. */
+static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char *input,
+                   const char *output)
+{
+    const char *name = display_name(output, "standard output");
+    struct stat inputInfo;
+    const struct stat *identity = input_identity(input, &inputInfo);
+    TolvaOutput out;
+    char error[512];
+    const char *about = NULL;
+    if (tolva_output_begin(&out, output, o->noClobber, identity, error, sizeof error, &about) != 0) {
+        if (tolva_stop_signal) {
+            return stopped(name); /* a FIFO's open waits for its reader */
+        }
+        return report(EXIT_FAILURE, display_name(about, "standard output"), "%s", error);
+    }
+    TolvaImage image;
+    int status = load_picture(input, &image);
+    if (status != EXIT_SUCCESS) {
+        tolva_output_discard(&out);
+        return status;
+    }
+    if (tolva_stop_signal) {
+        tolva_output_discard(&out);
+        status = stopped(name);
+    } else {
+        status = export_picture(o, filter, &image, &out, name);
+    }
+    tolva_free_image(&image);
+    return status;
+}
+
+typedef struct BatchContext {
+    const TolvaOptions *options;
+    const TolvaFilter *filter;
+} BatchContext;
+
+static int convert_in_batch(void *context, int index, const char *output)
+{
+    const BatchContext *c = (const BatchContext *)context;
+    TolvaOptions o = *c->options;
+    o.quiet = 1; /* the batch draws the only progress line */
+    return convert(&o, c->filter, o.inputs[index], output);
+}
+
+static long core_count(void)
+{
+    long cores = sysconf(_SC_NPROCESSORS_ONLN);
+    return cores < 1 ? 1 : cores > TOLVA_MAX_JOBS ? TOLVA_MAX_JOBS : cores;
+}
+
+static int run_batch(const TolvaOptions *o, const TolvaFilter *filter)
+{
+    struct stat info;
+    if (stat(o->outputDir, &info) != 0) {
+        return report(EXIT_FAILURE, o->outputDir, "cannot use the output directory (%s)",
+                      strerror(errno));
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        return report(EXIT_FAILURE, o->outputDir, "%s", "is not a directory");
+    }
+    BatchContext context = {o, filter};
+    int jobs = o->jobs > 0 ? o->jobs : (int)core_count();
+    TolvaBatch batch = {o->inputs, o->inputCount, o->outputDir,
+                        jobs < o->inputCount ? jobs : o->inputCount,
+                        (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL,
+                        convert_in_batch, &context};
+    return tolva_run_batch(&batch);
 }
 
 int main(int argc, char **argv)
@@ -152,7 +253,7 @@ int main(int argc, char **argv)
         return EXIT_USAGE;
     }
     if (o.action == TOLVA_RUN_HELP) {
-        fputs(tolva_usage_text, stdout);
+        tolva_print_usage(stdout);
         return EXIT_SUCCESS;
     }
     char self[PATH_MAX];
@@ -160,36 +261,23 @@ int main(int argc, char **argv)
     if (o.action == TOLVA_RUN_VERSION) {
         return show_version(&o, self);
     }
-    if (strcmp(o.output, "-") == 0 && isatty(STDOUT_FILENO)) {
+    if (o.output != NULL && strcmp(o.output, "-") == 0 && isatty(STDOUT_FILENO)) {
         return report(EXIT_USAGE, NULL, "%s",
                       "refusing to write a GIF to a terminal (redirect standard output)");
     }
     if (o.profile != NULL && !profile_readable(o.profile)) {
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
-    tolva_catch_interrupt();
+    tolva_catch_stops();
     tolva_output_guard_signals();
-    /* A closed pipe must end in a message and a clean-up, not a silent death. */
-    signal(SIGPIPE, SIG_IGN);
 
-    TolvaImage image;
-    int status = load_picture(&o, &image);
-    if (status != EXIT_SUCCESS) {
-        return status;
-    }
     TolvaFilter filter;
     char tried[PATH_MAX];
     if (tolva_filter_load(o.library, self, &filter, tried, sizeof tried, error, sizeof error)) {
-        tolva_free_image(&image);
         return report(EXIT_FAILURE, tried, "%s", error);
     }
-    if (tolva_interrupted) {
-        status = report(EXIT_CANCELLED, display_name(o.output, "standard output"), "%s",
-                        tolva_filter_message(TOLVA_ERR_STOPPED));
-    } else {
-        status = export_picture(&o, &filter, &image);
-    }
+    int status = o.outputDir != NULL ? run_batch(&o, &filter)
+                                     : convert(&o, &filter, o.input, o.output);
     tolva_filter_unload(&filter);
-    tolva_free_image(&image);
     return status;
 }
