@@ -8,9 +8,12 @@
 
 volatile sig_atomic_t tolva_stop_signal = 0;
 
+/* The first signal decides the exit status; later ones change nothing. */
 static void on_stop(int signal)
 {
-    tolva_stop_signal = signal;
+    if (!tolva_stop_signal) {
+        tolva_stop_signal = signal;
+    }
 }
 
 void tolva_catch_stops(void)

@@ -15,7 +15,7 @@
 extern "C" {
 #endif
 
-/* The last stop signal received; 0 while none has come. */
+/* The first stop signal received; 0 while none has come. */
 extern volatile sig_atomic_t tolva_stop_signal;
 
 /*

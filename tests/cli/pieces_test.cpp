@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "batch.h"
 #include "options.h"
 #include "progress.h"
 
@@ -37,6 +38,13 @@ TEST(Options, BundledShortFormsAndTheEndOfOptions) {
     EXPECT_STREQ(o.output, "-");
     ASSERT_EQ(Parse({"-V", "--help"}, &o), 0);
     EXPECT_EQ(o.action, TOLVA_RUN_HELP);
+    // File names and options in any order; a batch takes every file name.
+    ASSERT_EQ(Parse({"a.png", "-j2", "b.png", "--output-dir=out", "-vn", "c.png"}, &o), 0);
+    ASSERT_EQ(o.inputCount, 3);
+    EXPECT_STREQ(o.inputs[2], "c.png");
+    EXPECT_EQ(o.output, nullptr);
+    EXPECT_STREQ(o.outputDir, "out");
+    EXPECT_TRUE(o.jobs == 2 && o.verbose && o.noClobber);
 }
 
 TEST(Options, RefusalsAreUsageErrorsWithAReason) {
@@ -53,6 +61,13 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
         {"--quiet=yes", "a", "b"},
         {"--frobnicate", "a", "b"},
         {"--profile", std::string(150, 'p'), "a", "b"},
+        {"--section", "GIF Export", "a", "b"},  // a section of no profile
+        {"--jobs", "2", "a", "b"},               // jobs without a batch
+        {"-O", "out"},
+        {"-O", "out", "a.png", "-"},
+        {"-j", "0", "-O", "out", "a.png"},
+        {"--size"},
+        {"--inter=yes", "a", "b"},
     };
     for (const auto &args : cases) {
         TolvaOptions o;
@@ -61,6 +76,22 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
         EXPECT_FALSE(error.empty());
         EXPECT_EQ(error.find('\n'), std::string::npos);
     }
+}
+
+TEST(Batch, OutputNamesLoseOnlyTheLastExtension) {
+    const char *cases[][3] = {
+        {"out", "a/b.photo.jpg", "out/b.photo.gif"},
+        {"out/", "pic", "out/pic.gif"},
+        {"/", ".hidden", "/.hidden.gif"},
+        {"o", "x.gif", "o/x.gif"},
+    };
+    for (const auto &c : cases) {
+        char name[64];
+        ASSERT_EQ(tolva_batch_output_name(c[0], c[1], name, sizeof name), 0);
+        EXPECT_STREQ(name, c[2]);
+    }
+    char small[8];
+    EXPECT_EQ(tolva_batch_output_name("out", "long-name.png", small, sizeof small), -1);
 }
 
 TEST(Progress, StopIsStickyAndTheBarReachesTheEnd) {
