@@ -2,6 +2,7 @@
 // function's progress and stop answers. What each option does to the picture
 // is tested through the command itself (command_test.cpp).
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <string>
 #include <vector>
@@ -9,6 +10,8 @@
 #include "batch.h"
 #include "options.h"
 #include "progress.h"
+#include "resample.h"
+#include "sizing.h"
 
 namespace {
 
@@ -92,6 +95,79 @@ TEST(Batch, OutputNamesLoseOnlyTheLastExtension) {
     }
     char small[8];
     EXPECT_EQ(tolva_batch_output_name("out", "long-name.png", small, sizeof small), -1);
+}
+
+// The settings found must give the asked size with the filter's own
+// floating-point arithmetic, across shrinking, enlarging and odd ratios.
+TEST(Sizing, FoundSettingsGiveExactlyTheAskedPixels) {
+    const int32_t sizes[][4] = {
+        {1, 1, 1, 1},         {1, 1, 400, 300},      {3, 7, 900, 2100},   {1920, 1080, 400, 225},
+        {1920, 1080, 1, 1},   {37, 15, 37, 15},      {640, 480, 641, 479}, {32767, 3, 65534, 6},
+        {4000, 3000, 17, 4000}, {999, 997, 1000, 998}, {30000, 20000, 30, 20},
+    };
+    for (const auto &s : sizes) {
+        TolvaPixelScale scale;
+        ASSERT_EQ(tolva_pixel_scale(s[0], s[1], s[2], s[3], &scale), 0)
+            << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3];
+        EXPECT_EQ(tolva_scaled_pixels(s[0], scale.resolution, scale.xResolution), s[2]);
+        EXPECT_EQ(tolva_scaled_pixels(s[1], scale.resolution, scale.yResolution), s[3]);
+        EXPECT_TRUE(scale.xResolution >= 32 && scale.xResolution <= 400);
+        EXPECT_TRUE(scale.yResolution >= 32 && scale.yResolution <= 400);
+        EXPECT_TRUE(scale.resolution >= 1 && scale.resolution <= 32767);
+    }
+    TolvaPixelScale scale;
+    EXPECT_EQ(tolva_pixel_scale(2, 2, 1000, 2, &scale), -1);     // 500 times wider
+    EXPECT_EQ(tolva_pixel_scale(32767, 5, 1, 5, &scale), -1);    // 32767 times narrower
+    EXPECT_EQ(tolva_proportional_side(1920, 1080, 400, 0), 225);
+    EXPECT_EQ(tolva_proportional_side(1920, 1080, 0, 100), 178);  // 177.8 rounds up
+    EXPECT_EQ(tolva_proportional_side(1000, 1, 10, 0), 1);        // never 0
+}
+
+TolvaImage Picture(int16_t bits, int32_t width, int32_t height) {
+    TolvaImage image{};
+    image.width = width;
+    image.height = height;
+    image.bits = bits;
+    image.stride = (static_cast<uint32_t>(width) * bits / 8 + 3) & ~3u;
+    image.pixels = static_cast<uint8_t *>(calloc(image.stride, height));
+    return image;
+}
+
+// Shrinking averages areas (a fine checkerboard becomes even grey, a
+// transparent half becomes half-transparent), and keeps a flat colour flat.
+TEST(Resample, ShrinkingAveragesWhatPickingWouldDrop) {
+    TolvaImage board = Picture(8, 64, 64);
+    board.colours = 2;
+    board.palette[3] = board.palette[4] = board.palette[5] = 255;
+    for (int y = 0; y < 64; ++y)
+        for (int x = 0; x < 64; ++x) board.pixels[y * board.stride + x] = (x + y) & 1;
+    char error[128];
+    ASSERT_EQ(tolva_resample(&board, 16, 8, error, sizeof error), 0) << error;
+    ASSERT_EQ(board.bits, 24);
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 16 * 3; ++x) EXPECT_NEAR(board.pixels[y * board.stride + x], 128, 2);
+    tolva_free_image(&board);
+
+    TolvaImage half = Picture(32, 8, 2);  // left half opaque red, right half transparent
+    for (int y = 0; y < 2; ++y)
+        for (int x = 0; x < 4; ++x) {
+            uint8_t *p = half.pixels + y * half.stride + 4 * x;
+            p[0] = 255, p[3] = 255;
+        }
+    ASSERT_EQ(tolva_resample(&half, 2, 1, error, sizeof error), 0) << error;
+    ASSERT_EQ(half.bits, 32);
+    EXPECT_EQ(half.pixels[0], 255);  // red stays red where it is opaque...
+    EXPECT_EQ(half.pixels[3], 255);
+    EXPECT_EQ(half.pixels[7], 0);    // ...and the transparent half stays clear
+    tolva_free_image(&half);
+
+    TolvaImage flat = Picture(24, 5, 3);
+    for (int y = 0; y < 3; ++y)
+        for (int x = 0; x < 15; ++x) flat.pixels[y * flat.stride + x] = static_cast<uint8_t>(40 + x % 3);
+    ASSERT_EQ(tolva_resample(&flat, 11, 7, error, sizeof error), 0) << error;
+    for (int y = 0; y < 7; ++y)
+        for (int x = 0; x < 33; ++x) EXPECT_EQ(flat.pixels[y * flat.stride + x], 40 + x % 3);
+    tolva_free_image(&flat);
 }
 
 TEST(Progress, StopIsStickyAndTheBarReachesTheEnd) {
