@@ -29,8 +29,9 @@ typedef struct TolvaPixelScale {
 /*
  * Finds R, X and Y that turn `width` x `height` pixels into exactly
  * `wantWidth` x `wantHeight` (the filter then makes an odd height even).
- * Returns 0, or -1 when no such settings exist (a picture enlarged more than
- * 400 times, or shrunk to less than a thousandth).
+ * Returns 0, or -1 when no such settings exist: a picture enlarged more than
+ * 400 times, shrunk to less than a thousandth, or stretched one way more than
+ * about 12 times the other (X / Y lies within 32 / 400 and 400 / 32).
  */
 int tolva_pixel_scale(int32_t width, int32_t height, int32_t wantWidth, int32_t wantHeight,
                       TolvaPixelScale *scale);

@@ -103,7 +103,7 @@ TEST(Sizing, FoundSettingsGiveExactlyTheAskedPixels) {
     const int32_t sizes[][4] = {
         {1, 1, 1, 1},         {1, 1, 400, 300},      {3, 7, 900, 2100},   {1920, 1080, 400, 225},
         {1920, 1080, 1, 1},   {37, 15, 37, 15},      {640, 480, 641, 479}, {32767, 3, 65534, 6},
-        {4000, 3000, 17, 4000}, {999, 997, 1000, 998}, {30000, 20000, 30, 20},
+        {4000, 3000, 1700, 4000}, {999, 997, 1000, 998}, {30000, 20000, 30, 20},
     };
     for (const auto &s : sizes) {
         TolvaPixelScale scale;
@@ -118,6 +118,7 @@ TEST(Sizing, FoundSettingsGiveExactlyTheAskedPixels) {
     TolvaPixelScale scale;
     EXPECT_EQ(tolva_pixel_scale(2, 2, 1000, 2, &scale), -1);     // 500 times wider
     EXPECT_EQ(tolva_pixel_scale(32767, 5, 1, 5, &scale), -1);    // 32767 times narrower
+    EXPECT_EQ(tolva_pixel_scale(4000, 3000, 17, 4000, &scale), -1);  // stretched 300 to 1
     EXPECT_EQ(tolva_proportional_side(1920, 1080, 400, 0), 225);
     EXPECT_EQ(tolva_proportional_side(1920, 1080, 0, 100), 178);  // 177.8 rounds up
     EXPECT_EQ(tolva_proportional_side(1000, 1, 10, 0), 1);        // never 0
