@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -97,28 +98,44 @@ TEST(Batch, OutputNamesLoseOnlyTheLastExtension) {
     EXPECT_EQ(tolva_batch_output_name("out", "long-name.png", small, sizeof small), -1);
 }
 
-// The settings found must give the asked size with the filter's own
-// floating-point arithmetic, across shrinking, enlarging and odd ratios.
-TEST(Sizing, FoundSettingsGiveExactlyTheAskedPixels) {
+// Whatever the plan, the filter's own arithmetic must give the planned size,
+// and the asked sides exactly: shrinking, enlarging, 1:1, odd ratios, large
+// pictures a pixel off their own size, one side or both.
+TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
     const int32_t sizes[][4] = {
-        {1, 1, 1, 1},         {1, 1, 400, 300},      {3, 7, 900, 2100},   {1920, 1080, 400, 225},
-        {1920, 1080, 1, 1},   {37, 15, 37, 15},      {640, 480, 641, 479}, {32767, 3, 65534, 6},
-        {4000, 3000, 1700, 4000}, {999, 997, 1000, 998}, {30000, 20000, 30, 20},
+        {1, 1, 1, 1},           {1, 1, 400, 300},     {3, 7, 900, 2100},  {1920, 1080, 400, 225},
+        {1920, 1080, 1, 1},     {37, 15, 37, 15},     {640, 480, 641, 479}, {32767, 3, 65534, 6},
+        {4000, 3000, 1700, 4000}, {30000, 20000, 30, 20}, {1920, 1080, 400, 0}, {1920, 1080, 0, 333},
+        {999, 997, 1000, 0},    {4000, 3000, 0, 2999}, {20, 4000, 7, 0},   {1, 5000, 0, 4999},
     };
     for (const auto &s : sizes) {
-        TolvaPixelScale scale;
-        ASSERT_EQ(tolva_pixel_scale(s[0], s[1], s[2], s[3], &scale), 0)
-            << s[0] << "x" << s[1] << " -> " << s[2] << "x" << s[3];
-        EXPECT_EQ(tolva_scaled_pixels(s[0], scale.resolution, scale.xResolution), s[2]);
-        EXPECT_EQ(tolva_scaled_pixels(s[1], scale.resolution, scale.yResolution), s[3]);
-        EXPECT_TRUE(scale.xResolution >= 32 && scale.xResolution <= 400);
-        EXPECT_TRUE(scale.yResolution >= 32 && scale.yResolution <= 400);
-        EXPECT_TRUE(scale.resolution >= 1 && scale.resolution <= 32767);
+        SCOPED_TRACE(::testing::PrintToString(std::vector<int32_t>(s, s + 4)));
+        TolvaPixelPlan plan;
+        ASSERT_EQ(tolva_plan_pixels(s[0], s[1], s[2], s[3], &plan), 0);
+        if (s[2] > 0) {
+            EXPECT_EQ(plan.outWidth, s[2]);
+        }
+        if (s[3] > 0) {
+            EXPECT_EQ(plan.outHeight, s[3]);
+        }
+        EXPECT_TRUE(plan.xResolution >= 32 && plan.xResolution <= 400);
+        EXPECT_TRUE(plan.yResolution >= 32 && plan.yResolution <= 400);
+        if (plan.road == TOLVA_PLAN_OWN_SIZE) {
+            EXPECT_EQ(tolva_scaled_pixels(s[0], plan.resolution, plan.xResolution), plan.outWidth);
+            EXPECT_EQ(tolva_scaled_pixels(s[1], plan.resolution, plan.yResolution), plan.outHeight);
+        } else {
+            EXPECT_TRUE(plan.width >= 0.03125 && plan.width <= 22.0);
+            EXPECT_TRUE(plan.height >= 0.03125 && plan.height <= 22.0);
+            // Proportions kept within the filter's rounding of a pixel.
+            EXPECT_NEAR(static_cast<double>(plan.outWidth) / plan.outHeight,
+                        static_cast<double>(s[0]) / s[1],
+                        static_cast<double>(s[0]) / s[1] / std::min(plan.outWidth, plan.outHeight) + 1e-9);
+        }
     }
-    TolvaPixelScale scale;
-    EXPECT_EQ(tolva_pixel_scale(2, 2, 1000, 2, &scale), -1);     // 500 times wider
-    EXPECT_EQ(tolva_pixel_scale(32767, 5, 1, 5, &scale), -1);    // 32767 times narrower
-    EXPECT_EQ(tolva_pixel_scale(4000, 3000, 17, 4000, &scale), -1);  // stretched 300 to 1
+    TolvaPixelPlan plan;
+    EXPECT_EQ(tolva_plan_pixels(2, 2, 1000, 2, &plan), -1);          // 500 times wider
+    EXPECT_EQ(tolva_plan_pixels(32767, 5, 1, 5, &plan), -1);         // 32767 times narrower
+    EXPECT_EQ(tolva_plan_pixels(4000, 3000, 17, 4000, &plan), -1);   // stretched 300 to 1
     EXPECT_EQ(tolva_proportional_side(1920, 1080, 400, 0), 225);
     EXPECT_EQ(tolva_proportional_side(1920, 1080, 0, 100), 178);  // 177.8 rounds up
     EXPECT_EQ(tolva_proportional_side(1000, 1, 10, 0), 1);        // never 0
