@@ -11,6 +11,8 @@
 #define _GNU_SOURCE /* getopt_long */
 #include "options.h"
 
+#include "sizing.h"
+
 #include <errno.h>
 #include <getopt.h>
 #include <limits.h>
@@ -19,7 +21,7 @@
 #include <string.h>
 
 enum OptionId {
-    OPT_SIZE = 256, OPT_DPI, OPT_ACTUAL, OPT_INTERLACE, OPT_TRANSPARENT, OPT_BACKGROUND,
+    OPT_SIZE = 256, OPT_DPI, OPT_WIDTH, OPT_HEIGHT, OPT_SMOOTH, OPT_ACTUAL, OPT_INTERLACE, OPT_TRANSPARENT, OPT_BACKGROUND,
     OPT_COLOUR, OPT_PROFILE, OPT_SECTION, OPT_BANDS, OPT_LIBRARY, OPT_OUTPUT_DIR, OPT_JOBS,
     OPT_NO_CLOBBER, OPT_VERBOSE, OPT_QUIET, OPT_HELP, OPT_VERSION, OPT_CANCEL_AT
 };
@@ -34,10 +36,15 @@ typedef struct OptionInfo {
 } OptionInfo;
 
 static const OptionInfo kOptions[] = {
-    {NULL, 0, 0, 0, NULL, "Size (without these, the size and resolution of the filter's profile):"},
+    {NULL, 0, 0, 0, NULL, "Size (without these, the picture's own; with only --profile, the profile's):"},
+    {"width", 0, 1, OPT_WIDTH, "PIXELS", "GIF width in pixels (alone: keeps the proportions)"},
+    {"height", 0, 1, OPT_HEIGHT, "PIXELS", "GIF height in pixels (alone: keeps the proportions)"},
+    {"smooth", 0, 0, OPT_SMOOTH, NULL,
+     "with --width/--height, resample smoothly (area\n"
+     "averaging) instead of the filter's pixel picking"},
     {"size", 's', 1, OPT_SIZE, "WxH", "fit the picture into W by H inches (0.03125 to 22)"},
     {"dpi", 'd', 1, OPT_DPI, "N", "dots per inch of the output (32 to 400)"},
-    {"actual-size", 'a', 0, OPT_ACTUAL, NULL, "one GIF pixel for each picture pixel"},
+    {"actual-size", 'a', 0, OPT_ACTUAL, NULL, "one GIF pixel per picture pixel (the default)"},
     {NULL, 0, 0, 0, NULL, "The filter gives every GIF an even number of rows: an odd height gains one."},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Picture:"},
@@ -45,25 +52,25 @@ static const OptionInfo kOptions[] = {
     {"transparent", 't', 1, OPT_TRANSPARENT, "RRGGBB", "make the colour nearest to RRGGBB transparent"},
     {"background", 'b', 1, OPT_BACKGROUND, "RRGGBB", "set the background colour to the nearest entry"},
     {"colour-mode", 'c', 1, OPT_COLOUR, "MODE",
-     "normal, invert, invert-grey, grey or invert-luminance"},
+     "normal, invert, invert-grey, grey or\ninvert-luminance"},
     {"color-mode", 0, 1, OPT_COLOUR, "MODE", NULL},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Files:"},
     {"output-dir", 'O', 1, OPT_OUTPUT_DIR, "DIR",
-     "write each INPUT as DIR/NAME.gif (many inputs at once)"},
-    {"jobs", 'j', 1, OPT_JOBS, "N", "with -O, convert N files at once (default: one per core)"},
+     "write each INPUT as DIR/NAME.gif"},
+    {"jobs", 'j', 1, OPT_JOBS, "N", "with -O, N conversions at once (default: cores)"},
     {"no-clobber", 'n', 0, OPT_NO_CLOBBER, NULL, "never replace an existing file"},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Filter:"},
     {"profile", 'p', 1, OPT_PROFILE, "FILE",
-     "read the filter's settings from FILE (see the man page)"},
+     "read the filter's settings from FILE (man tolva)"},
     {"section", 0, 1, OPT_SECTION, "NAME",
-     "profile section that holds the settings (default: the\n"
-     "section FILE names under [TOLVA] ~Mode)"},
+     "profile section that holds the settings (default:\n"
+     "the one FILE names as ~Mode in its [TOLVA] section)"},
     {"bands", 0, 1, OPT_BANDS, "N", "send the picture to the filter in N bands"},
     {"library", 0, 1, OPT_LIBRARY, "PATH", "load the filter from PATH instead of beside tolva"},
     {NULL, 0, 0, 0, NULL, ""},
-    {"verbose", 'v', 0, OPT_VERBOSE, NULL, "say what was read, written and used, and how long it took"},
+    {"verbose", 'v', 0, OPT_VERBOSE, NULL, "say what was read, written and used, and the time"},
     {"quiet", 'q', 0, OPT_QUIET, NULL, "no progress bar"},
     {"help", 'h', 0, OPT_HELP, NULL, "show this help and exit"},
     {"version", 'V', 0, OPT_VERSION, NULL, "show the command and filter versions and exit"},
@@ -218,6 +225,16 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
         }
         return 0;
     case OPT_ACTUAL: o->actualSize = 1; return 0;
+    case OPT_WIDTH:
+    case OPT_HEIGHT: {
+        int32_t *side = id == OPT_WIDTH ? &o->pixelWidth : &o->pixelHeight;
+        if (parse_positive(value, side) != 0 || *side > TOLVA_MAX_GIF_SIDE) {
+            return fail(error, size, "invalid %s '%s' (1 to %d pixels)",
+                        id == OPT_WIDTH ? "width" : "height", value, TOLVA_MAX_GIF_SIDE);
+        }
+        return 0;
+    }
+    case OPT_SMOOTH: o->smooth = 1; return 0;
     case OPT_INTERLACE: o->interlace = 1; return 0;
     case OPT_TRANSPARENT:
         if (parse_colour(value, o->transparentColour) != 0) {
@@ -400,8 +417,14 @@ int tolva_parse_options(int argc, char **argv, TolvaOptions *o, char *error,
     if (r != 0) {
         return r;
     }
-    if (o->actualSize && (o->width > 0.0 || o->dpi > 0)) {
-        return fail(error, errorSize, "--actual-size cannot be combined with --size or --dpi");
+    int inches = o->width > 0.0 || o->dpi > 0;
+    int pixels = o->pixelWidth > 0 || o->pixelHeight > 0;
+    if (o->actualSize + inches + pixels > 1) {
+        return fail(error, errorSize,
+                    "choose one way to size: --width/--height, --size/--dpi or --actual-size");
+    }
+    if (o->smooth && !pixels) {
+        return fail(error, errorSize, "--smooth needs --width or --height");
     }
     if (o->section != NULL && o->profile == NULL) {
         return fail(error, errorSize, "--section needs --profile (the section of which profile?)");

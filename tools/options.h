@@ -38,6 +38,9 @@ typedef struct TolvaOptions {
     double height;
     int32_t dpi;                 /* --dpi; 0 when not given */
     int32_t actualSize;          /* --actual-size: one GIF pixel per picture pixel */
+    int32_t pixelWidth;          /* --width in pixels; 0 when not given */
+    int32_t pixelHeight;         /* --height in pixels; 0 when not given */
+    int32_t smooth;              /* --smooth: resample to the pixel size first */
     int32_t interlace;
     int32_t transparent;         /* --transparent given */
     uint8_t transparentColour[3];

@@ -72,6 +72,11 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
         {"-j", "0", "-O", "out", "a.png"},
         {"--size"},
         {"--inter=yes", "a", "b"},
+        {"--width", "0", "a", "b"},
+        {"--height", "65536", "a", "b"},
+        {"--width", "100", "--dpi", "96", "a", "b"},
+        {"--height", "100", "-a", "a", "b"},
+        {"--smooth", "a", "b"},
     };
     for (const auto &args : cases) {
         TolvaOptions o;
