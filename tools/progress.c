@@ -1,9 +1,9 @@
 /*
  * progress.c - progress bar and stop answers for the filter's status calls.
  *
- * The bar moves through two halves: the first while the command hands the
- * bands to the filter, the second with the percentages the filter reports
- * while it writes the GIF. The signal handler only sets a flag; everything
+ * The bar moves through three stages, named at its end: reading the picture,
+ * handing its bands to the filter, and the filter's own work, with the
+ * percentages it reports. The signal handler only sets a flag; everything
  * else happens on the status calls and between bands (stop.c).
  */
 #include "progress.h"
@@ -21,20 +21,32 @@ void tolva_progress_init(TolvaProgress *p, FILE *terminal, const char *label, in
     p->cancelAt = cancelAt;
 }
 
+/* The share of the bar each stage fills, in permille: reading and decoding
+ * the picture, handing its bands to the filter, and the filter's own work
+ * up to the written GIF. */
+enum { kReadShare = 400, kBandShare = 100, kFilterShare = 500 };
+
 static void draw(TolvaProgress *p)
 {
     if (p->terminal == NULL) {
         return;
     }
-    int32_t permille = 0;
+    int32_t permille = kReadShare * p->readPermille / 1000;
+    const char *stage = "reading";
     if (p->bandCount > 0) {
-        permille = 500 * p->bandsSent / p->bandCount;
+        permille = kReadShare + kBandShare * p->bandsSent / p->bandCount;
+        stage = "sending";
     }
-    permille += 5 * (p->filterPercent < 0 ? 0 : p->filterPercent > 100 ? 100 : p->filterPercent);
-    if (permille == p->drawn) {
+    int32_t percent = p->filterPercent < 0 ? 0 : p->filterPercent > 100 ? 100 : p->filterPercent;
+    if (p->bandCount > 0 && p->bandsSent == p->bandCount) {
+        permille += kFilterShare * percent / 100;
+        stage = percent == 100 ? "done" : "writing";
+    }
+    if (permille == p->drawn && stage == p->stage) {
         return;
     }
     p->drawn = permille;
+    p->stage = stage;
     enum { kWidth = 30 };
     char bar[kWidth + 1];
     int32_t filled = permille * kWidth / 1000;
@@ -42,8 +54,14 @@ static void draw(TolvaProgress *p)
         bar[i] = i < filled ? '#' : '.';
     }
     bar[kWidth] = '\0';
-    fprintf(p->terminal, "\r%s [%s] %3d%%", p->label, bar, (int)(permille / 10));
+    fprintf(p->terminal, "\r%s [%s] %3d%% %-7s", p->label, bar, (int)(permille / 10), stage);
     fflush(p->terminal);
+}
+
+void tolva_progress_reading(TolvaProgress *p, int32_t permille)
+{
+    p->readPermille = permille < 0 ? 0 : permille > 1000 ? 1000 : permille;
+    draw(p);
 }
 
 void tolva_progress_bands(TolvaProgress *p, int32_t sent, int32_t count)

@@ -19,10 +19,12 @@ extern "C" {
 typedef struct TolvaProgress {
     FILE *terminal;        /* where the bar is drawn; NULL draws nothing */
     const char *label;     /* shown in front of the bar */
+    int32_t readPermille;  /* how much of the picture has been read and decoded */
     int32_t bandsSent;
     int32_t bandCount;
     int32_t filterPercent; /* last percentage the filter reported */
     int32_t drawn;         /* last permille drawn, -1 before the first */
+    const char *stage;     /* the stage named by the last drawing */
     int32_t calls;         /* status calls received */
     int32_t cancelAt;      /* answer stop from this call on; 0 = never */
     int32_t stop;          /* sticky stop answer */
@@ -30,6 +32,8 @@ typedef struct TolvaProgress {
 
 void tolva_progress_init(TolvaProgress *progress, FILE *terminal, const char *label,
                          int32_t cancelAt);
+/* Records how much of the picture has been read and decoded (0..1000). */
+void tolva_progress_reading(TolvaProgress *progress, int32_t permille);
 /* Records that `sent` of `count` bands have reached the filter. */
 void tolva_progress_bands(TolvaProgress *progress, int32_t sent, int32_t count);
 /* Non-zero once a stop was asked for (checked between bands). */

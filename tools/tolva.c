@@ -101,21 +101,25 @@ static int profile_readable(const char *profile)
     return access(profile, R_OK) == 0;
 }
 
-static int load_picture(const char *input, TolvaImage *image)
+static int load_picture(const char *input, TolvaImage *image, TolvaProgress *progress)
 {
     const char *name = display_name(input, "standard input");
     uint8_t *data = NULL;
     size_t size = 0;
+    tolva_progress_reading(progress, 0);
     int failure = tolva_read_file(input, &data, &size);
     if (failure != 0) {
+        tolva_progress_finish(progress);
         return report(EXIT_FAILURE, name, "cannot read the picture (%s)", strerror(failure));
     }
     char error[512];
     TolvaImageResult result = tolva_decode_image(data, size, image, error, sizeof error);
     free(data);
     if (result != TOLVA_IMAGE_OK) {
+        tolva_progress_finish(progress);
         return report(EXIT_FAILURE, name, "%s", error);
     }
+    tolva_progress_reading(progress, 1000);
     return EXIT_SUCCESS;
 }
 
@@ -125,13 +129,11 @@ static int stopped(const char *name)
 }
 
 static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
-                          const TolvaImage *image, TolvaOutput *output, const char *name)
+                          const TolvaImage *image, TolvaOutput *output, const char *name,
+                          TolvaProgress *progress)
 {
-    TolvaProgress progress;
-    FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
-    tolva_progress_init(&progress, terminal, name, o->cancelAt);
     char error[512];
-    int32_t result = tolva_export(filter, image, o, output->filterPath, &progress, error,
+    int32_t result = tolva_export(filter, image, o, output->filterPath, progress, error,
                                   sizeof error);
     if (result != 0) {
         tolva_output_discard(output);
@@ -190,17 +192,21 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
         }
         return report(EXIT_FAILURE, display_name(about, "standard output"), "%s", error);
     }
+    TolvaProgress progress;
+    FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
+    tolva_progress_init(&progress, terminal, name, o->cancelAt);
     TolvaImage image;
-    int status = load_picture(input, &image);
+    int status = load_picture(input, &image, &progress);
     if (status != EXIT_SUCCESS) {
         tolva_output_discard(&out);
         return status;
     }
     if (tolva_stop_signal) {
         tolva_output_discard(&out);
+        tolva_progress_finish(&progress);
         status = stopped(name);
     } else {
-        status = export_picture(o, filter, &image, &out, name);
+        status = export_picture(o, filter, &image, &out, name, &progress);
     }
     tolva_free_image(&image);
     return status;
