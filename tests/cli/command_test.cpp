@@ -185,7 +185,7 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
     };
     const Case cases[] = {
         {{}, 2, "missing input and output files", true},
-        {{"-a", "-s", "4x3", "in.png", "new.gif"}, 2, "cannot be combined", true},
+        {{"-a", "-s", "4x3", "in.png", "new.gif"}, 2, "choose one way to size", true},
         {{"missing.png", "old.gif"}, 1, "missing.png: cannot read the picture (No such file"},
         {{"folder.png", "new.gif"}, 1, "folder.png: cannot read the picture (Is a directory"},
         {{"text.png", "old.gif"}, 1, "text.png: not a picture"},

@@ -16,12 +16,13 @@
 
 namespace {
 
-// The parsed record borrows its strings from argv: keep the last one alive.
+// The parsed record borrows argv and its strings: keep the last ones alive.
 int Parse(const std::vector<std::string> &given, TolvaOptions *o, std::string *error = nullptr) {
     static std::vector<std::string> args;
+    static std::vector<char *> argv;
     args = given;
     args.insert(args.begin(), "tolva");
-    std::vector<char *> argv;
+    argv.clear();
     for (auto &a : args) argv.push_back(a.data());
     char text[256];
     int r = tolva_parse_options(static_cast<int>(argv.size()), argv.data(), o, text, sizeof text);
