@@ -1,5 +1,5 @@
 # Installation and packaging: the shared library with its SONAME link, the
-# public header, the tolva command and its manual page, a pkg-config file and
+# public headers (tolva/tolva.h and one per part of the library), the tolva command and its manual page, a pkg-config file and
 # a CMake package (find_package(tolva) gives the imported target tolva::tolva).
 # Every file written here is relocatable: the install prefix may be chosen at
 # install time (cmake --install ... --prefix DIR).

@@ -46,32 +46,33 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     session.start(path);
 
-    Block open(0x1), begin(0x3), body(0x4), end(0x5), close_(0x2);
+    Block open(TOLVA_OP_OPEN_DEVICE), begin(TOLVA_OP_BEGIN_PICTURE), body(TOLVA_OP_BEGIN_BODY), end(TOLVA_OP_END_PICTURE), close_(TOLVA_OP_CLOSE_DEVICE);
     fuzzhost::call(open);
     fuzzhost::call(begin);
-    Block window(0x206);
-    window.putd(16, 0.0);
-    window.putd(24, 0.0);
-    window.putd(40, width - 1);
-    window.putd(48, height - 1);
+    Block window(TOLVA_OP_DEVICE_WINDOW);
+    window.putd(TOLVA_WINDOW_X1, 0.0);
+    window.putd(TOLVA_WINDOW_Y1, 0.0);
+    window.putd(TOLVA_WINDOW_X2, width - 1);
+    window.putd(TOLVA_WINDOW_Y2, height - 1);
     fuzzhost::call(window);
-    Block scaling(0x209);
-    scaling.put16(16, 1);
-    scaling.putd(24, 0.254);  // 100 dots per inch: one pixel per cell
+    Block scaling(TOLVA_OP_VIEWPORT_SCALING);
+    scaling.put16(TOLVA_SCALING_MODE, TOLVA_SCALING_METRIC);
+    scaling.putd(TOLVA_SCALING_UNIT, 0.254);  // 100 dots per inch: one pixel per cell
     fuzzhost::call(scaling);
     fuzzhost::call(body);
 
     if (bits <= 8) {
         int32_t entries = 1 << bits;
-        Block table(0x522, 20 + 3 * static_cast<size_t>(entries) + 8);
-        table.put32(4, 3 * entries + 2);
-        table.put32(16, 0);
-        for (int32_t i = 0; i < 3 * entries; ++i) table.bytes[20 + static_cast<size_t>(i)] = in.byte();
+        Block table(TOLVA_OP_COLOUR_TABLE, TOLVA_COLOURS_RGB + 3 * static_cast<size_t>(entries) + 8);
+        table.put32(TOLVA_COLOURS_LENGTH, TOLVA_COLOURS_LENGTH_OF(entries));
+        table.put32(TOLVA_COLOURS_FIRST, 0);
+        for (int32_t i = 0; i < 3 * entries; ++i)
+            table.bytes[TOLVA_COLOURS_RGB + static_cast<size_t>(i)] = in.byte();
         fuzzhost::call(table);
     }
 
     int32_t open_data[7] = {width, height, bits, 0, 0, 0, 0};
-    Block opening = fuzzhost::primitive(-5, open_data, 7);
+    Block opening = fuzzhost::primitive(TOLVA_PRIMITIVE_OPEN, open_data, 7);
     fuzzhost::call(opening);
 
     size_t rowBytes = ((static_cast<size_t>(width) * static_cast<size_t>(bits) + 7) / 8 + 3) / 4 * 4;
@@ -90,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         sent += rows;
     }
 
-    Block closing = fuzzhost::primitive(-6, open_data, 7);
+    Block closing = fuzzhost::primitive(TOLVA_PRIMITIVE_CLOSE, open_data, 7);
     fuzzhost::call(closing);
     fuzzhost::call(end);
     fuzzhost::call(close_);

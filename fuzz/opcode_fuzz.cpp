@@ -13,37 +13,42 @@ using fuzzhost::Block;
 
 namespace {
 
-const int32_t kOpcodes[] = {0x1,   0x2,   0x3,   0x4,   0x5,   0x206, 0x207, 0x208, 0x209,
-                            0x2ff, 0x2fd, 0x303, 0x522, 0x409, 0x40a, 0x906, 0xf02, 0xf03,
-                            0x601, 0x9,   0x7777};
+const int32_t kOpcodes[] = {
+    TOLVA_OP_OPEN_DEVICE,    TOLVA_OP_CLOSE_DEVICE,    TOLVA_OP_BEGIN_PICTURE, TOLVA_OP_BEGIN_BODY,
+    TOLVA_OP_END_PICTURE,    TOLVA_OP_DEVICE_WINDOW,   TOLVA_OP_BACKGROUND,    TOLVA_OP_DEVICE_VIEWPORT,
+    TOLVA_OP_VIEWPORT_SCALING, TOLVA_OP_QUERY_WINDOW,  TOLVA_OP_QUERY_VIEWPORT, 0x303,
+    TOLVA_OP_COLOUR_TABLE,   TOLVA_OP_CELL_ARRAY,      TOLVA_OP_PRIMITIVE,     0x906,
+    TOLVA_OP_POP_ERRORS,     TOLVA_OP_CLEAR_ERRORS,    0x601,                  0x9,
+    0x7777};  // the unnamed ones: accepted and ignored, or unknown
 
 void step(fuzzhost::Reader &in) {
     int32_t opcode = kOpcodes[in.byte() % (sizeof kOpcodes / sizeof kOpcodes[0])];
     switch (opcode) {
-    case 0x206: {
+    case TOLVA_OP_DEVICE_WINDOW: {
         Block b(opcode);
-        for (int i = 0; i < 6; ++i) b.putd(16 + 8 * static_cast<size_t>(i), static_cast<int8_t>(in.byte()));
+        for (int i = 0; i < 6; ++i)
+            b.putd(TOLVA_WINDOW_X1 + 8 * static_cast<size_t>(i), static_cast<int8_t>(in.byte()));
         fuzzhost::call(b);
         break;
     }
-    case 0x209: {
+    case TOLVA_OP_VIEWPORT_SCALING: {
         Block b(opcode);
-        b.put16(16, static_cast<int16_t>(in.byte() % 5) - 1);
-        b.putd(24, in.byte() / 100.0);
+        b.put16(TOLVA_SCALING_MODE, static_cast<int16_t>(in.byte() % 5) - 1);
+        b.putd(TOLVA_SCALING_UNIT, in.byte() / 100.0);
         fuzzhost::call(b);
         break;
     }
-    case 0x522: {
+    case TOLVA_OP_COLOUR_TABLE: {
         uint32_t count = in.byte();
-        Block b(opcode, 20 + 3 * static_cast<size_t>(count) + 8);
-        b.put32(4, static_cast<int32_t>(3 * count + 2));
-        b.put32(16, in.byte());
-        for (uint32_t i = 0; i < 3 * count; ++i) b.bytes[20 + i] = in.byte();
+        Block b(opcode, TOLVA_COLOURS_RGB + 3 * static_cast<size_t>(count) + 8);
+        b.put32(TOLVA_COLOURS_LENGTH, static_cast<int32_t>(TOLVA_COLOURS_LENGTH_OF(count)));
+        b.put32(TOLVA_COLOURS_FIRST, in.byte());
+        for (uint32_t i = 0; i < 3 * count; ++i) b.bytes[TOLVA_COLOURS_RGB + i] = in.byte();
         fuzzhost::call(b);
         break;
     }
-    case 0x409: {
-        static const int32_t kBits[] = {1, 4, 8, 24, 32, -32768};
+    case TOLVA_OP_CELL_ARRAY: {
+        static const int32_t kBits[] = {1, 4, 8, 24, 32, TOLVA_CELLS_ONE_BIT};
         int32_t bits = kBits[in.byte() % 6];
         uint32_t cells = 1 + in.byte() % 40;
         uint32_t rows = in.byte() % 12;
@@ -57,24 +62,24 @@ void step(fuzzhost::Reader &in) {
         fuzzhost::call(b);
         break;
     }
-    case 0x40a: {
+    case TOLVA_OP_PRIMITIVE: {
         int32_t id = -static_cast<int32_t>(in.byte() % 8);
         int32_t open[7] = {1 + in.byte() % 40, in.byte() % 24, 0, 0, 0, 0, 0};
-        static const int32_t kBits[] = {1, 4, 8, 24, -32768, -8};
+        static const int32_t kBits[] = {1, 4, 8, 24, TOLVA_CELLS_ONE_BIT, -8};
         open[2] = kBits[in.byte() % 6];
         Block b = fuzzhost::primitive(id, open, 7);
         fuzzhost::call(b);
         break;
     }
-    case 0xf02: {
+    case TOLVA_OP_POP_ERRORS: {
         Block b(opcode);
-        b.put32(16, in.byte() % 12);
+        b.put32(TOLVA_POP_WANTED, in.byte() % 12);
         fuzzhost::call(b);
         break;
     }
     default: {
         Block b(opcode);
-        for (size_t i = 16; i < 64; ++i) b.bytes[i] = in.byte();
+        for (size_t i = TOLVA_BLOCK_SETTINGS; i < 64; ++i) b.bytes[i] = in.byte();
         fuzzhost::call(b);
         break;
     }

@@ -10,7 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/profile.h"
+#include "tolva/stream.h"
+#include "tolva/settings.h"
 
 namespace {
 

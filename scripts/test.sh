@@ -22,7 +22,7 @@ cmake --build build/sanitize -j "$jobs"
 fuzz_seconds=${TOLVA_FUZZ_SECONDS:-20}
 for target in profile_fuzz opcode_fuzz export_fuzz; do
   scratch=$(mktemp -d)
-  ASAN_OPTIONS=abort_on_error=1:detect_leaks=0 \
+  ASAN_OPTIONS=abort_on_error=1:detect_leaks=1 \
   UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
     build/sanitize/fuzz/$target -max_total_time="$fuzz_seconds" -print_final_stats=0 \
       "$scratch" "fuzz/corpus/$target" 2>&1 | tail -n 3

@@ -31,45 +31,12 @@
 
 #define TOLVA_LIBRARY_NAME "libtolva.so." TOLVA_SOVERSION
 
-/* Opcodes the command sends. */
-enum {
-    OP_OPEN_DEVICE = 0x1,
-    OP_CLOSE_DEVICE = 0x2,
-    OP_BEGIN_PICTURE = 0x3,
-    OP_BEGIN_BODY = 0x4,
-    OP_END_PICTURE = 0x5,
-    OP_DEVICE_WINDOW = 0x206,
-    OP_VIEWPORT_SCALING = 0x209,
-    OP_CELL_ARRAY = 0x409,
-    OP_DRAWING_PRIMITIVE = 0x40a,
-    OP_COLOUR_TABLE = 0x522
-};
-
-/* Entry function codes. */
-enum { ENTRY_INIT = 0, ENTRY_CALL = 2, ENTRY_TERM = -1, ENTRY_VERSION = -2, ENTRY_ADDRESS = -3 };
-
-/* Setup escape codes and their answers. */
-enum {
-    ESC_COLOUR_CLASS = 1,
-    ESC_X_RESOLUTION = 11,
-    ESC_Y_RESOLUTION = 12,
-    ESC_WIDTH = 13,
-    ESC_HEIGHT = 14,
-    ESC_RESOLUTION_MODE = 18,
-    ESC_SIZE_MODE = 19,
-    ESC_COLOUR_CLASS_QUERY = 57,
-    ESC_DONE = 1
-};
-/* Selector 2 picks resolution mode 309 and size mode 602: the picture's own. */
-#define SELECT_GIVEN 2
-
 /*
  * --actual-size hands the filter a resolution through the viewport scaling
- * mode; the filter turns the picture into inches with it and back into
- * pixels, so the value cancels out. A power of two keeps width / R * R exact
- * in floating point, and so keeps the pixel counts exact.
+ * mode (TOLVA_ACTUAL_SIZE_DPI); the filter turns the picture into inches with
+ * it and back into pixels, so the value cancels out. A power of two keeps
+ * width / R * R exact in floating point, and so keeps the pixel counts exact.
  */
-#define ACTUAL_SIZE_DPI 64
 
 static const void *find_row(const TolvaNameEntry *rows, int16_t count, const char *name)
 {
@@ -124,7 +91,7 @@ static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
     }
     /* The blocks this command builds are those of major version 2. */
     uint32_t version = 0;
-    (void)f->rasterEntry(ENTRY_VERSION, &version, NULL); /* always 0 */
+    (void)f->rasterEntry(TOLVA_ENTRY_VERSION, &version, NULL); /* always 0 */
     if (version >> 24 != TOLVA_FILTER_VERSION >> 24) {
         snprintf(error, errorSize, "the filter's version %u.%u.%u is not one this command drives",
                  (unsigned)(version >> 24), (unsigned)((version >> 16) & 0xff),
@@ -244,7 +211,7 @@ static void put_pointer(Block *b, size_t at, const void *p) { memcpy(b->bytes + 
 static void start_block(Block *b, int32_t opcode)
 {
     memset(b, 0, sizeof *b);
-    put32(b, 0, opcode);
+    put32(b, TOLVA_BLOCK_OPCODE, opcode);
 }
 
 typedef struct Device {
@@ -254,7 +221,7 @@ typedef struct Device {
 
 static int32_t send(Device *d, Block *b)
 {
-    int32_t r = d->entry(0, ENTRY_CALL, b);
+    int32_t r = d->entry(0, TOLVA_ENTRY_CALL, b);
     if (r != 0 && d->firstError == 0) {
         d->firstError = r;
     }
@@ -272,16 +239,16 @@ static int32_t send_opcode(Device *d, int32_t opcode)
 static int32_t send_picture_settings(Device *d, const TolvaImage *image, int actualSize)
 {
     Block b;
-    start_block(&b, OP_DEVICE_WINDOW); /* x1, y1, z1, x2, y2, z2 */
-    put_double(&b, 40, (double)(image->width - 1));
-    put_double(&b, 48, (double)(image->height - 1));
+    start_block(&b, TOLVA_OP_DEVICE_WINDOW);
+    put_double(&b, TOLVA_WINDOW_X2, (double)(image->width - 1));
+    put_double(&b, TOLVA_WINDOW_Y2, (double)(image->height - 1));
     if (send(d, &b) != 0) {
         return d->firstError;
     }
-    start_block(&b, OP_VIEWPORT_SCALING);
+    start_block(&b, TOLVA_OP_VIEWPORT_SCALING);
     if (actualSize) {
-        put16(&b, 16, 1); /* mode 1: the unit is millimetres per dot */
-        put_double(&b, 24, 25.4 / ACTUAL_SIZE_DPI);
+        put16(&b, TOLVA_SCALING_MODE, TOLVA_SCALING_METRIC);
+        put_double(&b, TOLVA_SCALING_UNIT, TOLVA_MM_PER_INCH / TOLVA_ACTUAL_SIZE_DPI);
     }
     return send(d, &b);
 }
@@ -292,34 +259,36 @@ static int32_t send_colour_table(Device *d, const TolvaImage *image)
         return 0;
     }
     Block b;
-    start_block(&b, OP_COLOUR_TABLE);
-    put32(&b, 4, 3 * image->colours + 2);
-    put32(&b, 16, 0);
-    memcpy(b.bytes + 20, image->palette, (size_t)(3 * image->colours));
+    start_block(&b, TOLVA_OP_COLOUR_TABLE);
+    put32(&b, TOLVA_COLOURS_LENGTH, TOLVA_COLOURS_LENGTH_OF(image->colours));
+    put32(&b, TOLVA_COLOURS_FIRST, 0);
+    memcpy(b.bytes + TOLVA_COLOURS_RGB, image->palette, (size_t)(3 * image->colours));
     return send(d, &b);
 }
 
 static int32_t send_primitive_open(Device *d, const TolvaImage *image)
 {
     Block b;
-    start_block(&b, OP_DRAWING_PRIMITIVE);
-    put32(&b, 16, -5);
-    put32(&b, 20, 2); /* two points: the picture's corners */
-    put_double(&b, 24 + 24, (double)(image->width - 1));
-    put_double(&b, 24 + 32, (double)(image->height - 1));
-    put32(&b, 72, 28); /* data length */
-    put32(&b, 76, image->width);
-    put32(&b, 80, image->height);
-    put32(&b, 84, image->bits);
-    put16(&b, 76 + 14, 0); /* cell flag */
+    start_block(&b, TOLVA_OP_PRIMITIVE);
+    enum { POINTS = 2 }; /* the picture's corners, as the device expects them */
+    const size_t data = TOLVA_PRIMITIVE_DATA(POINTS);
+    put32(&b, TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_OPEN);
+    put32(&b, TOLVA_PRIMITIVE_POINTS, POINTS);
+    put_double(&b, TOLVA_PRIMITIVE_POINT(1), (double)(image->width - 1));
+    put_double(&b, TOLVA_PRIMITIVE_POINT(1) + 8, (double)(image->height - 1));
+    put32(&b, TOLVA_PRIMITIVE_DATA_LENGTH(POINTS), TOLVA_PICTURE_DATA_SIZE);
+    put32(&b, data + TOLVA_PICTURE_WIDTH, image->width);
+    put32(&b, data + TOLVA_PICTURE_HEIGHT, image->height);
+    put32(&b, data + TOLVA_PICTURE_BITS, image->bits);
+    put16(&b, data + TOLVA_PICTURE_CELL_FLAG, 0);
     return send(d, &b);
 }
 
 static int32_t send_primitive_close(Device *d)
 {
     Block b;
-    start_block(&b, OP_DRAWING_PRIMITIVE);
-    put32(&b, 16, -6);
+    start_block(&b, TOLVA_OP_PRIMITIVE);
+    put32(&b, TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_CLOSE);
     return send(d, &b);
 }
 
@@ -327,22 +296,22 @@ static int32_t send_primitive_close(Device *d)
 static int32_t send_cell_array(Device *d, const TolvaImage *image, int32_t first, int32_t last)
 {
     Block b;
-    start_block(&b, OP_CELL_ARRAY);
-    put_double(&b, 24, (double)first);                  /* first corner y */
-    put_double(&b, 40, (double)(image->width - 1));     /* second corner x */
-    put_double(&b, 48, (double)(last - 1));             /* second corner y */
-    put32(&b, 88, image->width);
-    put32(&b, 92, last - first);
-    put32(&b, 96, -image->bits); /* negative: the data is at the address below */
-    put_pointer(&b, 102, image->pixels + (size_t)image->stride * (size_t)first);
+    start_block(&b, TOLVA_OP_CELL_ARRAY);
+    put_double(&b, TOLVA_CELLS_FIRST_Y, (double)first);
+    put_double(&b, TOLVA_CELLS_SECOND_X, (double)(image->width - 1));
+    put_double(&b, TOLVA_CELLS_SECOND_Y, (double)(last - 1));
+    put32(&b, TOLVA_CELLS_PER_ROW, image->width);
+    put32(&b, TOLVA_CELLS_ROWS, last - first);
+    put32(&b, TOLVA_CELLS_BITS, -image->bits); /* negative: the data is at the address below */
+    put_pointer(&b, TOLVA_CELLS_DATA, image->pixels + (size_t)image->stride * (size_t)first);
     return send(d, &b);
 }
 
 static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptions *o,
                             TolvaProgress *progress)
 {
-    if (send_opcode(d, OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o->actualSize) != 0 ||
-        send_opcode(d, OP_BEGIN_BODY) != 0 || send_colour_table(d, image) != 0 ||
+    if (send_opcode(d, TOLVA_OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o->actualSize) != 0 ||
+        send_opcode(d, TOLVA_OP_BEGIN_BODY) != 0 || send_colour_table(d, image) != 0 ||
         send_primitive_open(d, image) != 0) {
         return d->firstError;
     }
@@ -362,7 +331,7 @@ static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptio
     if (send_primitive_close(d) != 0) {
         return d->firstError;
     }
-    return send_opcode(d, OP_END_PICTURE);
+    return send_opcode(d, TOLVA_OP_END_PICTURE);
 }
 
 /* ------------------------------------------------------------ setup -- */
@@ -382,7 +351,7 @@ static int32_t refuse(char *error, size_t size, const char *what)
 static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, size_t errorSize)
 {
     int32_t colourClass = 0;
-    if (f->escapeSetup(setup, ESC_COLOUR_CLASS_QUERY, 4, NULL, &colourClass, 0) == ESC_DONE) {
+    if (f->escapeSetup(setup, TOLVA_ESCAPE_QUERY_COLOUR_CLASS, 4, NULL, &colourClass, 0) == TOLVA_ESCAPE_DONE) {
         return 0;
     }
     const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
@@ -402,31 +371,31 @@ static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaO
     }
     if (o->colourClass != 0) {
         int32_t colourClass = o->colourClass;
-        if (f->escapeSetup(setup, ESC_COLOUR_CLASS, 4, &colourClass, NULL, 0) != ESC_DONE) {
+        if (f->escapeSetup(setup, TOLVA_ESCAPE_COLOUR_CLASS, 4, &colourClass, NULL, 0) != TOLVA_ESCAPE_DONE) {
             return refuse(error, errorSize, "the colour mode");
         }
     }
     if (o->width > 0.0) {
         double width = o->width, height = o->height;
-        if (f->escapeSetup(setup, ESC_WIDTH, 8, &width, NULL, 0) != ESC_DONE ||
-            f->escapeSetup(setup, ESC_HEIGHT, 8, &height, NULL, 0) != ESC_DONE) {
+        if (f->escapeSetup(setup, TOLVA_ESCAPE_WIDTH, 8, &width, NULL, 0) != TOLVA_ESCAPE_DONE ||
+            f->escapeSetup(setup, TOLVA_ESCAPE_HEIGHT, 8, &height, NULL, 0) != TOLVA_ESCAPE_DONE) {
             return refuse(error, errorSize, "the size (it takes 0.03125 to 22 inches a side)");
         }
     }
     if (o->dpi > 0) {
         int32_t dpi = o->dpi;
-        if (f->escapeSetup(setup, ESC_X_RESOLUTION, 4, &dpi, NULL, 0) != ESC_DONE ||
-            f->escapeSetup(setup, ESC_Y_RESOLUTION, 4, &dpi, NULL, 0) != ESC_DONE) {
+        if (f->escapeSetup(setup, TOLVA_ESCAPE_X_RESOLUTION, 4, &dpi, NULL, 0) != TOLVA_ESCAPE_DONE ||
+            f->escapeSetup(setup, TOLVA_ESCAPE_Y_RESOLUTION, 4, &dpi, NULL, 0) != TOLVA_ESCAPE_DONE) {
             return refuse(error, errorSize,
                           "the resolution (it takes 32 to 400 dots per inch)");
         }
     }
     /* A size or resolution given here must not be replaced by the display's. */
     if (o->dpi > 0 || o->actualSize) {
-        (void)f->escapeSetup(setup, ESC_RESOLUTION_MODE, SELECT_GIVEN, NULL, NULL, 0);
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_RESOLUTION_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
     }
     if (o->width > 0.0 || o->actualSize) {
-        (void)f->escapeSetup(setup, ESC_SIZE_MODE, SELECT_GIVEN, NULL, NULL, 0);
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
     }
     SetupBlock *block = (SetupBlock *)f->globalLock(setup);
     if (block == NULL) {
@@ -470,7 +439,7 @@ static int32_t run_device(const TolvaFilter *f, HGLOBAL setup, const TolvaImage 
                           TolvaProgress *progress, char *error, size_t errorSize)
 {
     void *address = NULL;
-    (void)f->rasterEntry(ENTRY_ADDRESS, &address, NULL); /* always 0 */
+    (void)f->rasterEntry(TOLVA_ENTRY_ADDRESS, &address, NULL); /* always 0 */
     if (address == NULL) {
         snprintf(error, errorSize, "the filter has no device entry");
         return TOLVA_ERR_MEMORY;
@@ -485,17 +454,17 @@ static int32_t run_device(const TolvaFilter *f, HGLOBAL setup, const TolvaImage 
     init[TOLVA_INIT_SETUP] = (intptr_t)setup;
     init[TOLVA_INIT_STATUS_RECORD] = (intptr_t)status;
     init[TOLVA_INIT_CAPABILITIES] = (intptr_t)capabilities;
-    int32_t result = device.entry(0, ENTRY_INIT, init);
+    int32_t result = device.entry(0, TOLVA_ENTRY_INIT, init);
     if (result != 0) {
         return result;
     }
-    if (send_opcode(&device, OP_OPEN_DEVICE) == 0) {
+    if (send_opcode(&device, TOLVA_OP_OPEN_DEVICE) == 0) {
         (void)send_picture(&device, image, o, progress);
     }
     /* Closing asks the status function once more; after a stop it answers
      * stop again and the filter deletes the file. */
-    (void)send_opcode(&device, OP_CLOSE_DEVICE);
-    (void)device.entry(0, ENTRY_TERM, NULL); /* always 0 */
+    (void)send_opcode(&device, TOLVA_OP_CLOSE_DEVICE);
+    (void)device.entry(0, TOLVA_ENTRY_TERM, NULL); /* always 0 */
     tolva_progress_finish(progress);
     if (tolva_progress_stopping(progress)) {
         return TOLVA_ERR_STOPPED;

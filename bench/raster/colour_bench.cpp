@@ -9,7 +9,8 @@
 
 #include "raster/photo.h"
 #include "raster/raster_oracle.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 namespace {
 

@@ -7,7 +7,8 @@
 
 #include "raster/dither_oracle.h"
 #include "raster/photo.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 namespace {
 

@@ -6,7 +6,8 @@
 
 #include "raster/photo.h"
 #include "raster/scale_oracle.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 namespace {
 

@@ -13,7 +13,8 @@
 
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
 
 namespace {
 

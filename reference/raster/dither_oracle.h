@@ -8,7 +8,8 @@
 
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 void oracle_dither_line(uint8_t *current, uint8_t *next, const uint8_t *table, int32_t width,
                         int16_t count);

@@ -7,7 +7,8 @@
 
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 // 0 when the file cannot be read; the caller frees the handle.
 HGLOBAL load_photo(const char *path, int32_t *width, int32_t *height);

@@ -9,7 +9,8 @@
 
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 namespace rasteroracle {
 

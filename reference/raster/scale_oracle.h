@@ -8,7 +8,8 @@
 
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 void oracle_ShrinkX(const uint8_t *src, uint8_t *dst, int16_t bpp, int32_t sw, int32_t rows,
                     int32_t dw);

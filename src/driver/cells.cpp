@@ -7,6 +7,10 @@
 // through RasterWriteCellData. Rows are copied only where they land inside
 // the bitmap: a block with more rows than the picture has left loses the
 // rest.
+//
+// A picture wider or taller than the picture record can say (32767) is
+// refused at -5 and again at -6 with 300: nothing is collected or written,
+// and the device deletes its output file when it closes.
 #include <stdint.h>
 #include <string.h>
 
@@ -19,22 +23,10 @@ using tolva_driver::load_u32;
 
 namespace {
 
-constexpr int32_t kOpenPicture = -5;
-constexpr int32_t kClosePicture = -6;
-constexpr int32_t kOneBit = -32768;  // how the host writes 1 bit per cell
-
-// Cell array block: byte positions.
-constexpr size_t kFirstCornerY = 24;
-constexpr size_t kSecondCornerY = 48;
-constexpr size_t kCellsPerRow = 88;
-constexpr size_t kRowCount = 92;
-constexpr size_t kBitsPerCell = 96;
-constexpr size_t kCellData = 102;
-
 // The host's bits per cell: -32768 means 1; other negative values count by
 // their magnitude.
 int32_t cell_bits(int32_t bits) {
-    if (bits == kOneBit) return 1;
+    if (bits == TOLVA_CELLS_ONE_BIT) return 1;
     if (bits == INT32_MIN) return INT32_MAX;
     return bits < 0 ? -bits : bits;
 }
@@ -62,33 +54,49 @@ HGLOBAL bitmap_for(int64_t bytes, int64_t rows) {
 // Rows of a cell array run bottom-up when the corners and the device window
 // disagree about the direction of y.
 bool runs_upward(const EMData *em, const void *block) {
-    double y1 = load_f64(block, kFirstCornerY);
-    double y2 = load_f64(block, kSecondCornerY);
+    double y1 = load_f64(block, TOLVA_CELLS_FIRST_Y);
+    double y2 = load_f64(block, TOLVA_CELLS_SECOND_Y);
     double w1 = em->deviceWindow[1];
     double w2 = em->deviceWindow[4];
     return (y2 < y1 && w2 > w1) || (y2 > y1 && w2 < w1);
 }
 
+bool too_large(const EMData *em) {
+    return em->pictureWidth > tolva_driver::kLargestPictureSide ||
+           em->pictureHeight > tolva_driver::kLargestPictureSide;
+}
+
 void open_picture(EMData *em, const uint8_t *data) {
-    uint8_t head[28];
+    uint8_t head[TOLVA_PICTURE_DATA_SIZE];
     memcpy(head, data, sizeof head);
-    em->cellFlag = load_i16(head, 14);
+    em->cellFlag = load_i16(head, TOLVA_PICTURE_CELL_FLAG);
     em->accumulating = 1;
-    int32_t bits = cell_bits(load_i32(head, 8));
-    int64_t width = row_width(em, load_i32(head, 0));
+    int32_t bits = cell_bits(load_i32(head, TOLVA_PICTURE_BITS));
+    int64_t width = row_width(em, load_i32(head, TOLVA_PICTURE_WIDTH));
     int64_t bytes = row_bytes(width, bits);
-    int32_t height = load_i32(head, 4);
+    int32_t height = load_i32(head, TOLVA_PICTURE_HEIGHT);
     em->pictureWidth = static_cast<int32_t>(width);
     em->pictureHeight = height;
     em->pictureDepth = bits;
     em->currentRow = 0;
-    // A bitmap of an earlier picture that was never closed is not freed
-    // here; the host closes every picture it opens.
+    // An earlier picture that was never closed gives way to this one.
+    if (em->pictureBitmap != 0) (void)GlobalFree(em->pictureBitmap);
+    em->pictureBitmap = 0;
+    if (too_large(em)) {
+        // Its cell arrays then find no bitmap and push 300 each.
+        push_er(TOLVA_ERR_MEMORY);
+        tolva_driver::discard_output();
+        return;
+    }
     em->pictureBitmap = bitmap_for(bytes, height);
 }
 
 void close_picture(EMData *em) {
     em->accumulating = 0;
+    if (too_large(em)) {
+        push_er(TOLVA_ERR_MEMORY);
+        return;
+    }
     HGLOBAL palette = 0;
     if (em->pictureDepth < 24) {
         int32_t depth = em->pictureDepth > 0 ? em->pictureDepth : 0;
@@ -126,11 +134,11 @@ extern "C" {
 void *d_gdp(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    int32_t id = load_i32(block, 16);
-    if (id == kOpenPicture) {
-        int64_t points = load_u32(block, 20);
-        open_picture(em, static_cast<const uint8_t *>(block) + 24 + 24 * points + 4);
-    } else if (id == kClosePicture) {
+    int32_t id = load_i32(block, TOLVA_PRIMITIVE_ID);
+    if (id == TOLVA_PRIMITIVE_OPEN) {
+        int64_t points = load_u32(block, TOLVA_PRIMITIVE_POINTS);
+        open_picture(em, static_cast<const uint8_t *>(block) + TOLVA_PRIMITIVE_DATA(points));
+    } else if (id == TOLVA_PRIMITIVE_CLOSE) {
         close_picture(em);
     }
     return block;
@@ -139,15 +147,15 @@ void *d_gdp(void *block) {
 void *d_ca(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    const uint8_t *data = static_cast<const uint8_t *>(block) + kCellData;
-    int32_t declared = load_i32(block, kBitsPerCell);
+    const uint8_t *data = static_cast<const uint8_t *>(block) + TOLVA_CELLS_DATA;
+    int32_t declared = load_i32(block, TOLVA_CELLS_BITS);
     if (declared < 0) {
         // The cells live elsewhere; their address sits unaligned at byte 102.
-        memcpy(&data, static_cast<const uint8_t *>(block) + kCellData, sizeof(const uint8_t *));
+        memcpy(&data, static_cast<const uint8_t *>(block) + TOLVA_CELLS_DATA, sizeof(const uint8_t *));
     }
     int32_t bits = cell_bits(declared);
-    uint32_t cells = load_u32(block, kCellsPerRow);
-    uint32_t rows = load_u32(block, kRowCount);
+    uint32_t cells = load_u32(block, TOLVA_CELLS_PER_ROW);
+    uint32_t rows = load_u32(block, TOLVA_CELLS_ROWS);
 
     int64_t width = row_width(em, cells);
     int64_t bytes = row_bytes(width, bits);

@@ -20,6 +20,9 @@ void *g_memory_fallback = nullptr;
 bool g_memory_open = false;
 void *g_memory_closed = nullptr;
 
+bool g_file_name_fits = true;
+bool g_discard_output = false;
+
 // The variable that holds the locked address of the memory-stream block.
 // The stream keeps its address and rewrites it whenever the block grows, so
 // it must outlive the stream: it is the Setup block's, where the host finds
@@ -42,6 +45,10 @@ void release_memory_output(void) {
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = 0;
 }
 
+void note_file_name_fits(bool fits) { g_file_name_fits = fits; }
+
+void discard_output(void) { g_discard_output = true; }
+
 }  // namespace tolva_driver
 
 extern "C" {
@@ -51,6 +58,7 @@ void *d_opdv(void *block) {
     if (em == nullptr) return block;
     (void)d_empes(block);
     em->deviceState = TOLVA_STATE_OPEN;
+    g_discard_output = false;
 
     if (lpSetup != nullptr && lpSetup->outputDevice != 0) {
         const intptr_t *record = em->statusRecord;
@@ -59,6 +67,13 @@ void *d_opdv(void *block) {
         // The host's I/O procedure reports its own failures: a null stream
         // on this path is not an error of ours.
         em->outputStream = zunOpen(em->fileName, descriptor, TOLVA_STREAM_OUTPUT);
+        return block;
+    }
+    if (!g_file_name_fits) {
+        // Only the start of the host's name is in the field; a file under
+        // that name would be one the host never asked for.
+        em->outputStream = 0;
+        push_er(TOLVA_ERR_STREAM);
         return block;
     }
     if (em->fileName[0] != '\0') {
@@ -89,13 +104,20 @@ void *d_cldv(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
     em->deviceState = TOLVA_STATE_INITIALISED;
+    // Only a file this device opened itself is ever deleted for a refusal.
+    const bool own_file = em->outputStream != 0 && em->fileName[0] != '\0' &&
+                          (lpSetup == nullptr || lpSetup->outputDevice == 0);
     if (RASTER_escape() != 0) {
         // The host asked to stop (901 is already pushed): no output survives.
+        (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
+    } else if (g_discard_output && own_file) {
+        // A refused picture (its code is already pushed) leaves no file.
         (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
     } else if (zunClose(em->outputStream) != 0) {
         push_er(TOLVA_ERR_STREAM);
     }
     em->outputStream = 0;
+    g_discard_output = false;
     // A memory stream moves its block as it grows and keeps only the data
     // address up to date; the handle follows it here.
     if (g_memory_open) {

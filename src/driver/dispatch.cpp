@@ -17,24 +17,24 @@ struct DispatchRow {
 };
 
 const DispatchRow kDispatch[] = {
-    {0x1, d_opdv, 0x1},
-    {0x2, d_cldv, 0x7e},
-    {0x3, d_begp, 0x12},
-    {0x4, d_begpb, 0x4},
-    {0x5, d_endp, 0x8},
+    {TOLVA_OP_OPEN_DEVICE, d_opdv, 0x1},
+    {TOLVA_OP_CLOSE_DEVICE, d_cldv, 0x7e},
+    {TOLVA_OP_BEGIN_PICTURE, d_begp, 0x12},
+    {TOLVA_OP_BEGIN_BODY, d_begpb, 0x4},
+    {TOLVA_OP_END_PICTURE, d_endp, 0x8},
     {0x8, d_noop, 0x8008},
     {0x9, d_noop, 0x8020},
     {0x30a, d_noop, 0x8020},
     {0xff, d_noop, 0x1},
     {0x10d, d_noop, 0x2},
     {0x10e, d_noop, 0x2},
-    {0x206, ds_dvwn, 0x84},
-    {0x207, ds_bgc, 0x84},
-    {0x208, ds_dvvp, 0x4},
-    {0x209, ds_vpsm, 0x84},
-    {0x2ff, dq_dvwn, 0x7e},
+    {TOLVA_OP_DEVICE_WINDOW, ds_dvwn, 0x84},
+    {TOLVA_OP_BACKGROUND, ds_bgc, 0x84},
+    {TOLVA_OP_DEVICE_VIEWPORT, ds_dvvp, 0x4},
+    {TOLVA_OP_VIEWPORT_SCALING, ds_vpsm, 0x84},
+    {TOLVA_OP_QUERY_WINDOW, dq_dvwn, 0x7e},
     {0x2fe, d_noop, 0x6c},
-    {0x2fd, dq_dvvp, 0x7e},
+    {TOLVA_OP_QUERY_VIEWPORT, dq_dvvp, 0x7e},
     {0x303, ds_axc, 0x8088},
     {0x304, ds_tran, 0x8088},
     {0x305, ds_clpr, 0x8088},
@@ -46,8 +46,8 @@ const DispatchRow kDispatch[] = {
     {0x405, d_noop, 0x8108},
     {0x406, d_noop, 0x8148},
     {0x407, d_noop, 0x8128},
-    {0x409, d_ca, 0x8008},
-    {0x40a, d_gdp, 0x8128},
+    {TOLVA_OP_CELL_ARRAY, d_ca, 0x8008},
+    {TOLVA_OP_PRIMITIVE, d_gdp, 0x8128},
     {0x40b, d_noop, 0x8128},
     {0x40c, d_noop, 0x8128},
     {0x40d, d_noop, 0x8128},
@@ -84,14 +84,14 @@ const DispatchRow kDispatch[] = {
     {0x51f, d_noop, 0x8088},
     {0x520, d_noop, 0x8088},
     {0x52b, d_noop, 0x8088},
-    {0x522, ds_ct, 0x8088},
+    {TOLVA_OP_COLOUR_TABLE, ds_ct, 0x8088},
     {0x601, d_noop, 0x8fff},
     {0x906, ds_dm, 0x8008},
     // The error-status query dq_es exists, but this opcode has always led
-    // to d_noop; hosts pop errors with 0xf02 instead.
+    // to d_noop; hosts pop errors with TOLVA_OP_POP_ERRORS instead.
     {0xf01, d_noop, 0x7f},
-    {0xf02, d_popes, 0x7f},
-    {0xf03, d_empes, 0x7f},
+    {TOLVA_OP_POP_ERRORS, d_popes, 0x7f},
+    {TOLVA_OP_CLEAR_ERRORS, d_empes, 0x7f},
     {0x6fc, d_noop, 0x8},
 };
 
@@ -117,7 +117,7 @@ OpcodeHandler getfunc(int32_t opcode) {
 }
 
 int32_t InquireSupport(int32_t opcode, int32_t arg) {
-    if (opcode == 0x40a) return InqGDPSupport(arg);
+    if (opcode == TOLVA_OP_PRIMITIVE) return InqGDPSupport(arg);
     if (opcode == 0x52b) return 0;
     // The table is searched by the low 16 bits, sign-extended, as the host
     // sends them.

@@ -9,7 +9,12 @@
 #include <stddef.h>
 #include <string.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
+#include "tolva/raster.h"
+#include "tolva/settings.h"
+#include "tolva/output.h"
+#include "tolva/driver.h"
 
 namespace tolva_driver {
 
@@ -54,6 +59,19 @@ int32_t trunc_i32(double value);
 // Releases the block of the device's memory stream (its stream must be
 // closed) unless the host took it by clearing the Setup block's fields.
 void release_memory_output(void);
+
+// Init notes whether the host's output file name fitted the EMData name
+// field; the open-device opcode refuses a name that did not (303) rather
+// than write under a cut one.
+void note_file_name_fits(bool fits);
+
+// Makes the close-device opcode delete the named output file: a picture was
+// refused, and a file without it must not survive. Opening the device again
+// clears the mark.
+void discard_output(void);
+
+// The picture record carries width and height as signed 16-bit values.
+constexpr int32_t kLargestPictureSide = 32767;
 
 }  // namespace tolva_driver
 

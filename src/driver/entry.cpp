@@ -6,19 +6,25 @@
 // init (state 0 or below) run nothing. The two init guards differ on
 // purpose: the raster variant skips init for a device in state -1, the
 // export variant for a Common block in state 1.
+//
+// Init, opcode calls and term work on the process-wide state, so each holds
+// the busy mark while it runs and is refused with TOLVA_ERR_BUSY when another
+// call holds it. The version and entry-address answers are constants and
+// need no mark.
 #include <string.h>
 
 #include "driver/driver.h"
+#include "host/busy.h"
 
 namespace {
 
 enum : int16_t {
-    kInit = 0,
+    kInit = TOLVA_ENTRY_INIT,
     kReserved = 1,
-    kCall = 2,
-    kTerm = -1,
-    kVersion = -2,
-    kEntry32 = -3,
+    kCall = TOLVA_ENTRY_CALL,
+    kTerm = TOLVA_ENTRY_TERM,
+    kVersion = TOLVA_ENTRY_VERSION,
+    kEntry32 = TOLVA_ENTRY_ADDRESS,
 };
 
 void write_version(void *out) {
@@ -38,6 +44,15 @@ int32_t dd_entry_common(int16_t func, void *out, const void *entry32) {
 
 CommonBlock *common_block() { return static_cast<CommonBlock *>(lpCommon); }
 
+bool touches_state(int16_t func) { return func == kInit || func == kCall || func == kTerm; }
+
+// What both 32-bit entries answer for the codes that touch no state.
+int32_t stateless_answer(int16_t func, void *block) {
+    if (func != kVersion || block == nullptr) return 0;
+    write_version(block);
+    return 4;
+}
+
 }  // namespace
 
 extern "C" {
@@ -51,6 +66,9 @@ int32_t dd_entry(int16_t func, void *out, void *) {
 }
 
 int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
+    if (!touches_state(func)) return stateless_answer(func, block);
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
     EMData *em = lpEMData;
     switch (func) {
         case kInit:
@@ -67,16 +85,15 @@ int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
         case kTerm:
             if (em != nullptr) em->result = 0;
             return RASTER_termdvr();
-        case kVersion:
-            if (block == nullptr) return 0;
-            write_version(block);
-            return 4;
         default:
             return 0;
     }
 }
 
 int32_t dd_entry32(intptr_t, int16_t func, void *block) {
+    if (!touches_state(func)) return stateless_answer(func, block);
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
     CommonBlock *common = common_block();
     switch (func) {
         case kInit:
@@ -96,10 +113,6 @@ int32_t dd_entry32(intptr_t, int16_t func, void *block) {
         case kTerm:
             if (common != nullptr) common->result = 0;
             return termdvr(0);
-        case kVersion:
-            if (block == nullptr) return 0;
-            write_version(block);
-            return 4;
         default:
             return 0;
     }

@@ -87,7 +87,7 @@ void mov2buf(const void *address, uint32_t length) {
 void *d_popes(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    int32_t n = tolva_driver::load_i32(block, 16);
+    int32_t n = tolva_driver::load_i32(block, TOLVA_POP_WANTED);
     if (em->errorCount < n) n = em->errorCount;
     mov2buf(&n, 4);
     for (int32_t i = 0; i < n; ++i) {

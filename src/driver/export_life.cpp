@@ -16,10 +16,14 @@ intptr_t status_word(const intptr_t *record, int index) {
     return record != nullptr ? record[index] : 0;
 }
 
-void copy_name(char (&field)[144], const char *name) {
-    size_t n = name != nullptr ? strnlen(name, sizeof field - 1) : 0;
+// Copies the host's name, cut to the field; false when it had to be cut.
+bool copy_name(char (&field)[144], const char *name) {
+    size_t n = name != nullptr ? strnlen(name, sizeof field) : 0;
+    const bool fits = n < sizeof field;
+    if (!fits) --n;
     if (n != 0) memcpy(field, name, n);
     field[n] = '\0';
+    return fits;
 }
 
 // Opens the output stream into raster->outputStream; 0 or the init result.
@@ -77,7 +81,10 @@ int32_t initdvr(intptr_t *block) {
         &raster->metafile, &hSetup, &raster->metafileAux, &callback);
 
     char *hostName = reinterpret_cast<char *>(block[TOLVA_EXPORT_INIT_FILE_NAME]);
-    copy_name(raster->fileName, hostName);
+    // A file under the start of a longer name would be one the host never
+    // asked for; a host I/O procedure makes of the name what it will.
+    if (!copy_name(raster->fileName, hostName) && raster->outputDevice == 0)
+        return TOLVA_ERR_STREAM;
 
     int32_t opened = open_output(raster);
     if (opened != TOLVA_OK) return opened;

@@ -30,8 +30,6 @@ const Capability kCapabilities[] = {
 static_assert(sizeof kCapabilities / sizeof kCapabilities[0] == 46,
               "the capability table has 46 rows");
 
-constexpr int kColourModeSlot = 47;
-
 // The Setup block's colour modes 103..107 become conversion modes 0..4 for
 // rev_rgb; anything else leaves the mode as it was.
 void take_colour_mode(EMData *em, const SetupBlock *setup) {
@@ -41,14 +39,18 @@ void take_colour_mode(EMData *em, const SetupBlock *setup) {
         em->colourConversionMode = mode - TOLVA_COLOUR_NORMAL;
 }
 
-// The host keeps file names under 144 bytes; a longer one is cut so that the
-// copy stays inside the field.
+// The host keeps file names under 144 bytes. A longer one is cut so that
+// the copy stays inside the field, and noted, so that the device refuses to
+// open it.
 void take_file_name(EMData *em, const char *name) {
     if (name == nullptr) {
         em->fileName[0] = '\0';
+        tolva_driver::note_file_name_fits(true);
         return;
     }
-    size_t n = strnlen(name, sizeof em->fileName - 1);
+    size_t n = strnlen(name, sizeof em->fileName);
+    tolva_driver::note_file_name_fits(n < sizeof em->fileName);
+    if (n == sizeof em->fileName) --n;
     memcpy(em->fileName, name, n);
     em->fileName[n] = '\0';
 }
@@ -76,7 +78,7 @@ int32_t RASTER_initdvr(intptr_t *block) {
         record[TOLVA_STATUS_CONTEXT] != 0) {
         // The init report: b = -2 keeps it from ever asking for a stop detail.
         (void)CallGetSet_Status(reinterpret_cast<StatusFunction>(record[TOLVA_STATUS_FUNCTION]),
-                                record[TOLVA_STATUS_CONTEXT], 0, -2, 100, 0, 0, 0);
+                                record[TOLVA_STATUS_CONTEXT], 0, TOLVA_STATUS_INIT_REPORT, 100, 0, 0, 0);
     }
 
     em->replySize = static_cast<uint32_t>(block[TOLVA_INIT_REPLY_SIZE]);
@@ -95,7 +97,7 @@ int32_t RASTER_initdvr(intptr_t *block) {
     int32_t *capabilities = reinterpret_cast<int32_t *>(block[TOLVA_INIT_CAPABILITIES]);
     if (capabilities != nullptr) {
         for (const Capability &row : kCapabilities) capabilities[row.slot] = row.value;
-        capabilities[kColourModeSlot] = em->colourConversionMode;
+        capabilities[TOLVA_CAPABILITY_COLOUR_CONVERSION] = em->colourConversionMode;
     }
     return TOLVA_OK;
 }
@@ -118,6 +120,9 @@ int32_t RASTER_termdvr(void) {
         em->replyBuffer = nullptr;
     }
     (void)FreeGlobal();
+    // The Setup block stays the host's, which may destroy it at any time
+    // from now on: nothing that falls back on lpSetup may find it.
+    lpSetup = nullptr;
     return TOLVA_OK;
 }
 

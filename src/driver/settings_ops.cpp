@@ -2,7 +2,7 @@
 // viewport, background, resolution and colour table in EMData, and copy the
 // window and viewport back into the reply buffer.
 //
-// Every setting starts at byte 16 of the opcode block. Several setting
+// Every setting starts at byte TOLVA_BLOCK_SETTINGS of the opcode block. Several setting
 // opcodes are accepted and ignored; they stay distinct handlers so that the
 // host's support query counts them as supported.
 #include <math.h>
@@ -14,12 +14,6 @@ using tolva_driver::load_f64;
 using tolva_driver::load_i16;
 using tolva_driver::load_i32;
 using tolva_driver::load_u32;
-
-namespace {
-
-constexpr size_t kSettings = 16;
-
-}  // namespace
 
 namespace tolva_driver {
 
@@ -36,13 +30,13 @@ extern "C" {
 
 void *ds_dvwn(void *block) {
     if (lpEMData == nullptr) return block;
-    for (int i = 0; i < 6; ++i) lpEMData->deviceWindow[i] = load_f64(block, kSettings + 8 * i);
+    for (int i = 0; i < 6; ++i) lpEMData->deviceWindow[i] = load_f64(block, TOLVA_WINDOW_X1 + 8 * i);
     return block;
 }
 
 void *ds_bgc(void *block) {
     if (lpEMData == nullptr) return block;
-    memcpy(lpEMData->backgroundColour, static_cast<const uint8_t *>(block) + kSettings, 3);
+    memcpy(lpEMData->backgroundColour, static_cast<const uint8_t *>(block) + TOLVA_BACKGROUND_RGB, 3);
     return block;
 }
 
@@ -50,22 +44,22 @@ void *ds_dvvp(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
     // Only x and y of the two corners; the z slots stay as they are.
-    em->deviceViewport[0] = load_f64(block, 16);
-    em->deviceViewport[1] = load_f64(block, 24);
-    em->deviceViewport[3] = load_f64(block, 40);
-    em->deviceViewport[4] = load_f64(block, 48);
+    em->deviceViewport[0] = load_f64(block, TOLVA_VIEWPORT_X1);
+    em->deviceViewport[1] = load_f64(block, TOLVA_VIEWPORT_Y1);
+    em->deviceViewport[3] = load_f64(block, TOLVA_VIEWPORT_X2);
+    em->deviceViewport[4] = load_f64(block, TOLVA_VIEWPORT_Y2);
     return block;
 }
 
 void *ds_vpsm(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    int16_t mode = load_i16(block, 16);
-    double unit = load_f64(block, 24);
+    int16_t mode = load_i16(block, TOLVA_SCALING_MODE);
+    double unit = load_f64(block, TOLVA_SCALING_UNIT);
     if (mode < 0 || mode > 2 || (em->deviceState & 128) != 0) return block;
-    if (mode == 1 && unit != 0.0) {
+    if (mode == TOLVA_SCALING_METRIC && unit != 0.0) {
         // The unit is a millimetre size; dots per inch, rounded to nearest.
-        em->resolution = tolva_driver::trunc_i32(25.4 / unit + 0.5);
+        em->resolution = tolva_driver::trunc_i32(TOLVA_MM_PER_INCH / unit + 0.5);
     } else {
         em->resolution = 0;
     }
@@ -94,9 +88,9 @@ void *dq_dvvp(void *block) {
 void *ds_ct(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    uint32_t length = load_u32(block, 4);
-    uint32_t first = load_u32(block, 16);
-    uint8_t *colours = static_cast<uint8_t *>(block) + 20;
+    uint32_t length = load_u32(block, TOLVA_COLOURS_LENGTH);
+    uint32_t first = load_u32(block, TOLVA_COLOURS_FIRST);
+    uint8_t *colours = static_cast<uint8_t *>(block) + TOLVA_COLOURS_RGB;
     // A length below 2 would count billions of colours past the host's
     // block; it carries none.
     uint32_t n = length >= 2 ? (length - 2) / 3 : 0;

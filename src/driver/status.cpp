@@ -22,8 +22,9 @@ int32_t CallGetSet_Status(StatusFunction fn, intptr_t context, intptr_t a, intpt
     int32_t r = fn(context, a, b, c, d, e, f);
     if (r != 0 && a == 0 && b == 0) {
         // The detail itself is not used; the host only needs to be asked.
-        int32_t detail[10] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-        r = fn(context, 2, 61, 0, 0, 0, reinterpret_cast<intptr_t>(detail));
+        int32_t detail[TOLVA_STATUS_DETAIL_WORDS] = {};
+        r = fn(context, TOLVA_STATUS_DETAIL, TOLVA_STATUS_DETAIL_CODE, 0, 0, 0,
+               reinterpret_cast<intptr_t>(detail));
     }
     return r;
 }

@@ -4,7 +4,7 @@
 
 #include <stddef.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
 
 // The system allocator as every handle function reaches it.
 void *tolva_host_calloc(size_t count, size_t size);

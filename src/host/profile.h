@@ -3,7 +3,9 @@
 #ifndef TOLVA_HOST_PROFILE_H
 #define TOLVA_HOST_PROFILE_H
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/profile.h"
+#include "tolva/stream.h"
 
 // The profile calls live with the host services but read and write through
 // the streams: whatever links the host services links the streams too.

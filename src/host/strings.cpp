@@ -6,7 +6,7 @@
 #include <cctype>
 #include <cstring>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 // source bitmap and palette stay the host's.
 #include <string.h>
 
+#include "host/busy.h"
 #include "output/pipeline.h"
 
 using tolva_output::replace_bitmap;
@@ -20,7 +21,6 @@ enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
 
 constexpr uint32_t kWriteMode = 4097;       // create or truncate, then write
 constexpr intptr_t kMemoryGrowth = 4096;    // bytes added whenever a memory stream grows
-constexpr int kStatusDeviceWord = 12;       // first descriptor word of an output-device stream
 constexpr int kSettingsWord = 2;            // of the host argument block
 constexpr int kHostValueWord = 6;
 constexpr int kBandRowsWord = 1;            // of the init information
@@ -189,6 +189,8 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
 
 int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cellDescriptor,
                        intptr_t *hostArguments) {
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (hostArguments == nullptr) return TOLVA_ERR_NO_SETUP;
     HGLOBAL setup = static_cast<HGLOBAL>(hostArguments[kSettingsWord]);
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
@@ -204,7 +206,7 @@ int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cel
     bool inMemory = false;
     if (block->outputDevice != 0) {
         intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            block->statusRecord != nullptr ? block->statusRecord[kStatusDeviceWord] : 0,
+            block->statusRecord != nullptr ? block->statusRecord[TOLVA_STATUS_DEVICE] : 0,
             0, 0, 0, block->outputDevice, 0};
         stream = zunOpen(fileName, descriptor, kWriteMode);
     } else if (fileName != nullptr && fileName[0] != '\0') {

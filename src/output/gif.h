@@ -9,7 +9,10 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
+#include "tolva/output.h"
+#include "tolva/driver.h"
 
 // Interlaced images of more pixels than this are spooled to a temporary file
 // rather than to memory.

@@ -6,7 +6,7 @@
 // entries are searched, the smallest palette the host's dialogs offer.
 #include <cstdlib>
 
-#include "tolva/tolva.h"
+#include "tolva/output.h"
 
 namespace {
 

@@ -24,19 +24,13 @@ constexpr uint8_t kCodeSize = 8;
 constexpr int32_t kPassStart[4] = {0, 4, 2, 1};
 constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
 
-// The palette entry nearest to a colour, among the `entries` entries the
-// caller really has. The search always covers 16 entries; a smaller palette
-// is padded with repeats of its own entries, which can never beat the
-// original (ties go to the lowest index), so the answer is always a real
-// entry and nothing past the caller's array is read.
+// The palette entry nearest to a colour. The search covers at least 16
+// entries of the caller's array, also when the table written has fewer (or
+// none, at 24 bits), so the entry found may lie past the table: its index is
+// written all the same. Without a palette there is nothing to search.
 int32_t nearest_entry(const uint8_t colour[3], const uint8_t *palette, int32_t entries) {
-    if (entries <= 0) return 0;
-    if (entries >= 16) {
-        return get_nearest_rgb_index(colour[0], colour[1], colour[2], palette, entries);
-    }
-    uint8_t padded[16 * 3];
-    for (int32_t k = 0; k < 16; ++k) std::memcpy(padded + 3 * k, palette + 3 * (k % entries), 3);
-    return get_nearest_rgb_index(colour[0], colour[1], colour[2], padded, entries);
+    if (palette == nullptr) return 0;
+    return get_nearest_rgb_index(colour[0], colour[1], colour[2], palette, entries);
 }
 
 // Copies `rows` rows of r bytes from a bottom-up band with stride s into dst,
@@ -73,7 +67,8 @@ int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height, int16_t b
     int32_t background_index = -1;
     if (settings.transparent) {
         transparent_index = nearest_entry(settings.transparent_colour, palette, entries);
-        if (entries > 0) std::memcpy(palette + 3 * transparent_index, settings.transparent_colour, 3);
+        if (palette != nullptr)
+            std::memcpy(palette + 3 * transparent_index, settings.transparent_colour, 3);
     }
     if (settings.background) {
         background_index = nearest_entry(settings.background_colour, palette, entries);

@@ -276,6 +276,17 @@ int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callb
                                                    hostContext, callback, 0);
     // The callback may have grown the table; the record holds the live one.
     if (record != nullptr) table = record->colourTable;
+    // The writer reads 2^depth entries, and at least 16 when it places a
+    // transparent or background colour. A table the callback made shorter
+    // (a locked global block, as the one it replaced) is widened with black
+    // entries rather than read past its end.
+    if (table != nullptr) {
+        const uint32_t needed = static_cast<uint32_t>(colours < 16 ? 16 : colours) * 3u;
+        if (GlobalSize(GlobalHandle(table)) < needed) {
+            table = static_cast<uint8_t *>(zunPtrGlobalReAlloc(table, needed, TOLVA_GMEM_FLAGS));
+            if (record != nullptr) record->colourTable = table;
+        }
+    }
 
     int32_t result = TOLVA_OK;
     if (bandRows <= 0) {

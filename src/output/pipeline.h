@@ -10,7 +10,12 @@
 
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
+#include "tolva/raster.h"
+#include "tolva/settings.h"
+#include "tolva/output.h"
+#include "tolva/driver.h"
 
 namespace tolva_output {
 

@@ -4,7 +4,7 @@
 //
 // Invariant: BOUNDARY_CHK[128 + v] is v clamped to 0..255 for every v in
 // -128..383, the whole range a channel plus a diffused error can reach.
-#include "tolva/tolva.h"
+#include "tolva/raster.h"
 
 extern "C" {
 

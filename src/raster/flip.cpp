@@ -10,7 +10,8 @@
 #include <cstdio>
 #include <utility>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 namespace {
 

@@ -20,7 +20,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 // The depths that have pixels: 1, 4, 8, 24, 32. Any other depth reads as 0
 // and writes nothing.

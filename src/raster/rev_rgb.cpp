@@ -5,7 +5,8 @@
 // Invariant: every mode maps a channel to 0..255 by integer arithmetic on the
 // pixel alone, so a row can be filtered in any order and twice gives a
 // predictable result (modes 1 and 2 are their own inverse on exact greys).
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 namespace {
 

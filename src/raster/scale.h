@@ -8,7 +8,8 @@
 
 #include <stdint.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 struct ScalePlan {
     HGLOBAL handle;       // the block holding source[]

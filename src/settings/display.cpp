@@ -7,7 +7,7 @@
 // one by one, only where they are non-zero.
 #include <cstdlib>
 
-#include "tolva/tolva.h"
+#include "tolva/settings.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/busy.h"
 #include "settings/settings.h"
 
 namespace {
@@ -188,6 +189,8 @@ extern "C" {
 
 int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                      void *output, int32_t save) {
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (setup == 0) return kRefused;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return kRefused;

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "host/busy.h"
 #include "settings/settings.h"
 
 namespace {
@@ -59,6 +60,10 @@ double read_inches(const SetupBlock *block, int32_t identifier, const char *def)
 extern "C" {
 
 HGLOBAL CreateSetup(intptr_t, const char *profileName, const char *sectionName, intptr_t) {
+    // A handle is all the host gets back, so a refused call answers 0, as
+    // a failed one does.
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return 0;
     HGLOBAL handle = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);
     if (handle == 0) return 0;
     hRaster = handle;

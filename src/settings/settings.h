@@ -4,7 +4,10 @@
 
 #include <stddef.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/profile.h"
+#include "tolva/stream.h"
+#include "tolva/settings.h"
 
 // Copies text into a fixed field of `size` bytes, cutting it so that the
 // field always ends in a terminator. The Setup block's names are 144 bytes

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "host/busy.h"
 #include "settings/settings.h"
 
 namespace {
@@ -93,6 +94,8 @@ int32_t LimitCheck(void) {
 }
 
 int32_t EditSetup(HGLOBAL setup, int32_t value) {
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return -1;
     std::memcpy(block->reserved + kEditValueAt, &value, sizeof value);
@@ -101,10 +104,18 @@ int32_t EditSetup(HGLOBAL setup, int32_t value) {
 }
 
 int32_t DestroySetup(HGLOBAL setup) {
-    if (GlobalLock(setup) == nullptr) return 1;
+    tolva_host::CallGuard guard;
+    if (!guard.entered()) return TOLVA_ERR_BUSY;
+    auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
+    if (block == nullptr) return 1;
     GlobalUnlock(setup);
     GlobalFree(setup);
     lpRaster = nullptr;
+    if (hRaster == setup) hRaster = 0;
+    // The raster device may still hold this block (a host that destroys it
+    // before term, or after term, which leaves nothing to release): the
+    // functions that fall back on lpSetup must not find it there.
+    if (lpSetup == block) lpSetup = nullptr;
     return 0;
 }
 

@@ -6,7 +6,7 @@
 // the same text with a result of 0.
 #include <cstring>
 
-#include "tolva/tolva.h"
+#include "tolva/settings.h"
 
 extern "C" {
 

@@ -11,7 +11,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
 
 // The buffer of a file stream, in bytes; fills and flushes move whole windows of it.
 constexpr int32_t kStreamBufferSize = 12288;

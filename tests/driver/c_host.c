@@ -6,7 +6,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
 
 typedef int32_t (*Entry)(int16_t, void *, void *);
 typedef int32_t (*Entry32)(intptr_t, int16_t, void *);

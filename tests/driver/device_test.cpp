@@ -14,17 +14,17 @@ using Device = DriverTest;
 
 TEST_F(Device, TheOutputIsAMemoryBlockOfTheHostOrANamedFileThatAStopDeletes) {
     ASSERT_EQ(start(64, true), 0);
-    call(0x1);
+    call(TOLVA_OP_OPEN_DEVICE);
     zunWrite(lpEMData->outputStream, "abc", 3);
-    call(0x2);
+    call(TOLVA_OP_CLOSE_DEVICE);
     ASSERT_EQ(GlobalLock(settings->exportMemoryBlock), settings->exportMemoryData);
     EXPECT_EQ(0, memcmp(settings->exportMemoryData, "abc\xff", 4)) << "the end marker follows";
     char dir[] = "/tmp/tolva-driver-XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     strcpy(lpEMData->fileName, (std::string(dir) + "/out.gif").c_str());
-    call(0x1);
+    call(TOLVA_OP_OPEN_DEVICE);
     g_answers = {0, 0, 1, 1};  // the init report and the first close go on; then a stop
-    EXPECT_EQ(call(0x2), 901);
+    EXPECT_EQ(call(TOLVA_OP_CLOSE_DEVICE), 901);
     EXPECT_EQ(lpEMData->deviceState, 1);
     EXPECT_EQ(rmdir(dir), 0) << "the file is gone";
 }
@@ -42,10 +42,10 @@ TEST_F(Device, AnOutputDeviceReceivesTheStreamAndAnswersForItsFailures) {
     settings->outputDevice = reinterpret_cast<intptr_t>(&host_io);
     status[TOLVA_STATUS_DEVICE] = 0x3210;  // the instance for the host's procedure
     ASSERT_EQ(start(64, true), 0);
-    call(0x1);
-    call(0x2);
+    call(TOLVA_OP_OPEN_DEVICE);
+    call(TOLVA_OP_CLOSE_DEVICE);
     strcpy(lpEMData->fileName, "/nonexistent-tolva-dir/out.gif");
-    call(0x1);  // declined: the stream then tries the file, and fails
+    call(TOLVA_OP_OPEN_DEVICE);  // declined: the stream then tries the file, and fails
     EXPECT_EQ(g_io, (std::vector<Io>{{0x3210, 1, 4097}, {0x55, 5, 0}, {0x3210, 1, 4097}}));
     EXPECT_EQ(lpEMData->lostErrors, 0) << "the host's procedure reports its own failures";
 }
@@ -59,18 +59,20 @@ TEST_F(Device, ViewportSettingsGiveTheResolutionAndComeBackInTheHostsOrder) {
     reach(4);
     for (const auto &[mode, unit, state, want] : kScaling) {
         lpEMData->deviceState = state;
-        call(Op(0x209).i16(16, mode).f64(24, unit));
+        call(Op(TOLVA_OP_VIEWPORT_SCALING).i16(TOLVA_SCALING_MODE, mode).f64(TOLVA_SCALING_UNIT, unit));
         EXPECT_EQ(lpEMData->resolution, want) << mode << " " << unit << ": rounded to nearest";
     }
     const double window[6] = {1.5, -2.25, 3.0, 640.0, 480.125, -0.0};
-    call(Op(0x206).raw(16, window, sizeof window));
-    call(Op(0x208).f64(16, 10).f64(24, 11).f64(32, 12).f64(40, 13).f64(48, 14).f64(56, 15));
+    call(Op(TOLVA_OP_DEVICE_WINDOW).raw(TOLVA_WINDOW_X1, window, sizeof window));
+    call(Op(TOLVA_OP_DEVICE_VIEWPORT).f64(16, 10).f64(24, 11).f64(32, 12).f64(40, 13).f64(48, 14).f64(56, 15));
     memset(lpEMData->replyBuffer, 0xab, 256);
-    call(0x2ff);
-    call(0x2fd);
+    call(TOLVA_OP_QUERY_WINDOW);
+    call(TOLVA_OP_QUERY_VIEWPORT);
     Op want(0);  // the window, then x1, y2, -, y1, x2, -: the unset values keep the reply's bytes
-    memset(want.raw(0, window, 48).bytes + 48, 0xab, 48);
-    want.f64(48, 10).f64(56, 14).f64(72, 11).f64(80, 13);
+    const size_t vp = TOLVA_WINDOW_SIZE;
+    memset(want.raw(0, window, TOLVA_WINDOW_SIZE).bytes + vp, 0xab, TOLVA_REPLY_VIEWPORT_SIZE);
+    want.f64(vp + TOLVA_REPLY_VIEWPORT_X1, 10).f64(vp + TOLVA_REPLY_VIEWPORT_Y2, 14);
+    want.f64(vp + TOLVA_REPLY_VIEWPORT_Y1, 11).f64(vp + TOLVA_REPLY_VIEWPORT_X2, 13);
     ASSERT_EQ(lpEMData->replyPosition, 96u);
     EXPECT_EQ(0, memcmp(lpEMData->replyBuffer, want.bytes, 96));
 }
@@ -80,31 +82,40 @@ TEST_F(Device, ColourTablesStopAtTheLastEntryAndFollowTheColourMode) {
     reach(8);
     const size_t end = offsetof(EMData, colourTable) + 768;
     std::vector<uint8_t> rest((uint8_t *)lpEMData + end, (uint8_t *)(lpEMData + 1));
-    Op ct(0x522);
-    for (int i = 0; i < 30; ++i) ct.bytes[20 + i] = static_cast<uint8_t>(i + 1);
-    call(ct.i32(4, 2 + 3 * 10).i32(16, 250));
-    EXPECT_EQ(ct.bytes[49], 225) << "the host's copy is converted too";
-    EXPECT_EQ(0, memcmp(lpEMData->colourTable + 750, ct.bytes + 20, 18));
-    call(Op(0x522).i32(4, 14).i32(16, 300));  // entries past the table
+    Op ct(TOLVA_OP_COLOUR_TABLE);
+    for (int i = 0; i < 30; ++i) ct.bytes[TOLVA_COLOURS_RGB + i] = static_cast<uint8_t>(i + 1);
+    call(ct.i32(TOLVA_COLOURS_LENGTH, TOLVA_COLOURS_LENGTH_OF(10)).i32(TOLVA_COLOURS_FIRST, 250));
+    EXPECT_EQ(ct.bytes[TOLVA_COLOURS_RGB + 29], 225) << "the host's copy is converted too";
+    EXPECT_EQ(0, memcmp(lpEMData->colourTable + 750, ct.bytes + TOLVA_COLOURS_RGB, 18));
+    call(Op(TOLVA_OP_COLOUR_TABLE).i32(TOLVA_COLOURS_LENGTH, 14).i32(TOLVA_COLOURS_FIRST, 300));  // entries past the table
     // Lengths below 2 carry no colours at all.
-    for (int32_t length : {0, 1}) call(Op(0x522).i32(4, length));
+    for (int32_t length : {0, 1}) call(Op(TOLVA_OP_COLOUR_TABLE).i32(TOLVA_COLOURS_LENGTH, length));
     EXPECT_EQ(0, memcmp((uint8_t *)lpEMData + end, rest.data(), rest.size())) << "nothing past it";
 }
 
 // Primitive -5, with one (ignored) point in front of its data, and -6.
 int32_t open_picture(int32_t maxWidth, int32_t height, int32_t bits) {
-    Op gdp(0x40a);
-    gdp.i32(16, -5).i32(20, 1).f64(24, 99.0).i32(48, 28).i32(52, maxWidth);
-    return call(gdp.i32(56, height).i32(60, bits));
+    Op gdp(TOLVA_OP_PRIMITIVE);
+    const size_t data = TOLVA_PRIMITIVE_DATA(1);
+    gdp.i32(TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_OPEN).i32(TOLVA_PRIMITIVE_POINTS, 1);
+    gdp.f64(TOLVA_PRIMITIVE_POINT(0), 99.0).i32(TOLVA_PRIMITIVE_DATA_LENGTH(1), TOLVA_PICTURE_DATA_SIZE);
+    gdp.i32(data + TOLVA_PICTURE_WIDTH, maxWidth).i32(data + TOLVA_PICTURE_HEIGHT, height);
+    return call(gdp.i32(data + TOLVA_PICTURE_BITS, bits));
 }
-void close_picture() { call(Op(0x40a).i32(16, -6)); }
+// One row of 4 cells, 8 bits, inline; the corner at `higher` lies at y 1.
+Op cells(size_t higher) {
+    Op op(TOLVA_OP_CELL_ARRAY);
+    op.f64(higher, 1.0).i32(TOLVA_CELLS_PER_ROW, 4).i32(TOLVA_CELLS_ROWS, 1);
+    return op.i32(TOLVA_CELLS_BITS, 8);
+}
+void close_picture() { call(Op(TOLVA_OP_PRIMITIVE).i32(TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_CLOSE)); }
 TEST_F(Device, PictureRowsFollowTheTruncatedWindowAndFillUpwardFromAboveTheBottom) {
     reach(8);
     lpEMData->deviceWindow[0] = 2.9;  // trunc gives 2 and -5: 8 pixels
     lpEMData->deviceWindow[3] = -5.7;
     lpEMData->deviceWindow[4] = 100.0;
     // {maximum width, bits, width, depth, bitmap size with rows padded to 4 bytes}
-    const int32_t cases[][5] = {{100, 8, 8, 8, 16}, {5, -32768, 5, 1, 8}, {7, -24, 7, 24, 48}};
+    const int32_t cases[][5] = {{100, 8, 8, 8, 16}, {5, TOLVA_CELLS_ONE_BIT, 5, 1, 8}, {7, -24, 7, 24, 48}};
     for (const auto &c : cases) {
         ASSERT_EQ(open_picture(c[0], 2, c[1]), 0);
         EXPECT_EQ(lpEMData->pictureWidth, c[2]);
@@ -116,12 +127,12 @@ TEST_F(Device, PictureRowsFollowTheTruncatedWindowAndFillUpwardFromAboveTheBotto
     const auto *bitmap = static_cast<const uint8_t *>(GlobalLock(lpEMData->pictureBitmap));
     // Single rows of 4 cells, 8 bits, inline; the second corner below the first: upward.
     for (uint8_t value = 1; value <= 4; ++value)
-        call(Op(0x409).f64(24, 1.0).i32(88, 4).i32(92, 1).i32(96, 8).raw(102, &value, 1));
+        call(cells(TOLVA_CELLS_FIRST_Y).raw(TOLVA_CELLS_DATA, &value, 1));
     const uint8_t want[4] = {3, 2, 4, 0};  // the fourth row lands again at row 2
     for (int row = 0; row < 4; ++row) EXPECT_EQ(bitmap[4 * row], want[row]) << "row " << row;
     close_picture();
     ASSERT_EQ(open_picture(4, -1, 8), 0) << "a bitmap that cannot be had is noticed later";
-    EXPECT_EQ(call(Op(0x409).f64(48, 1.0).i32(88, 4).i32(92, 1).i32(96, 8)), 300);
+    EXPECT_EQ(call(cells(TOLVA_CELLS_SECOND_Y)), 300);
 }
 
 }  // namespace

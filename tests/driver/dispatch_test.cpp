@@ -12,21 +12,21 @@ struct Row {
     int32_t count = 1;
 };
 const Row kRows[] = {
-    {0x1, 0x1, d_opdv},          {0x2, 0x7e, d_cldv},         {0x3, 0x12, d_begp},
-    {0x4, 0x4, d_begpb},         {0x5, 0x8, d_endp},          {0x8, 0x8008},
+    {TOLVA_OP_OPEN_DEVICE, 0x1, d_opdv},          {TOLVA_OP_CLOSE_DEVICE, 0x7e, d_cldv},         {TOLVA_OP_BEGIN_PICTURE, 0x12, d_begp},
+    {TOLVA_OP_BEGIN_BODY, 0x4, d_begpb},         {TOLVA_OP_END_PICTURE, 0x8, d_endp},          {0x8, 0x8008},
     {0x9, 0x8020},               {0x30a, 0x8020},             {0xff, 0x1},
-    {0x10d, 0x2, nullptr, 2},    {0x206, 0x84, ds_dvwn},      {0x207, 0x84, ds_bgc},
-    {0x208, 0x4, ds_dvvp},       {0x209, 0x84, ds_vpsm},      {0x2fd, 0x7e, dq_dvvp},
-    {0x2fe, 0x6c},               {0x2ff, 0x7e, dq_dvwn},      {0x303, 0x8088, ds_axc},
+    {0x10d, 0x2, nullptr, 2},    {TOLVA_OP_DEVICE_WINDOW, 0x84, ds_dvwn},      {TOLVA_OP_BACKGROUND, 0x84, ds_bgc},
+    {TOLVA_OP_DEVICE_VIEWPORT, 0x4, ds_dvvp},       {TOLVA_OP_VIEWPORT_SCALING, 0x84, ds_vpsm},      {TOLVA_OP_QUERY_VIEWPORT, 0x7e, dq_dvvp},
+    {0x2fe, 0x6c},               {TOLVA_OP_QUERY_WINDOW, 0x7e, dq_dvwn},      {0x303, 0x8088, ds_axc},
     {0x304, 0x8088, ds_tran},    {0x305, 0x8088, ds_clpr},    {0x306, 0x8088, ds_clip},
     {0x401, 0x8128, nullptr, 2}, {0x403, 0x8108, nullptr, 3}, {0x406, 0x8148},
-    {0x407, 0x8128},             {0x409, 0x8008, d_ca},       {0x40a, 0x8128, d_gdp},
+    {0x407, 0x8128},             {TOLVA_OP_CELL_ARRAY, 0x8008, d_ca},       {TOLVA_OP_PRIMITIVE, 0x8128, d_gdp},
     {0x40b, 0x8128, nullptr, 9}, {0x502, 0x8088, nullptr, 3}, {0x506, 0x8088, nullptr, 3},
     {0x50a, 0x80c8, nullptr, 6}, {0x510, 0x8088, nullptr, 3}, {0x513, 0x80c8},
-    {0x516, 0x8088, nullptr, 4}, {0x51b, 0x8088, nullptr, 6}, {0x522, 0x8088, ds_ct},
+    {0x516, 0x8088, nullptr, 4}, {0x51b, 0x8088, nullptr, 6}, {TOLVA_OP_COLOUR_TABLE, 0x8088, ds_ct},
     {0x52b, 0x8088},             {0x601, 0x8fff},             {0x6fc, 0x8},
-    {0x906, 0x8008, ds_dm},      {0xf01, 0x7f},               {0xf02, 0x7f, d_popes},
-    {0xf03, 0x7f, d_empes}};
+    {0x906, 0x8008, ds_dm},      {0xf01, 0x7f},               {TOLVA_OP_POP_ERRORS, 0x7f, d_popes},
+    {TOLVA_OP_CLEAR_ERRORS, 0x7f, d_empes}};
 
 using Dispatch = DriverTest;
 
@@ -51,7 +51,7 @@ TEST_F(Dispatch, EveryRowRunsExactlyInTheStatesOfItsMask) {
             EXPECT_EQ(getfunc(unknown), d_noop) << unknown;
     }
     GDPSupport[7] = 6;  // primitives ask the host's own table
-    EXPECT_EQ(InquireSupport(0x40a, -7) + InqGDPSupport(-8) + InqGDPSupport(0), 6);
+    EXPECT_EQ(InquireSupport(TOLVA_OP_PRIMITIVE, -7) + InqGDPSupport(-8) + InqGDPSupport(0), 6);
     GDPSupport[7] = 0;
 }
 

@@ -20,13 +20,15 @@ TEST_F(ErrorStack, AHostSetCapacityMakesATrueStack) {
     lpEMData->currentOpcode = 7;
     for (int32_t code : {300, 303, 21, 21}) push_er(code);  // the repeat is recorded once
     EXPECT_EQ(stack(), (Stack{21, 2, 1, 7, 300}));
-    call(Op(0xf02).i32(16, 5));
+    call(Op(TOLVA_OP_POP_ERRORS).i32(TOLVA_POP_WANTED, 5));
     Op want(2);  // the count, then the records newest first
-    want.i32(4, 7).i16(8, 21).i32(12, 7).i16(16, 300);
+    const size_t second = TOLVA_REPLY_POP_RECORDS + sizeof(TolvaErrorRecord);
+    want.i32(TOLVA_REPLY_POP_RECORDS, 7).i16(TOLVA_REPLY_POP_RECORDS + 4, 21);
+    want.i32(second, 7).i16(second + 4, 300);
     ASSERT_EQ(lpEMData->replyPosition, 20u);
     EXPECT_EQ(0, memcmp(lpEMData->replyBuffer, want.bytes, 20));
     push_er(303);
-    EXPECT_EQ(call(0xf03), 0);
+    EXPECT_EQ(call(TOLVA_OP_CLEAR_ERRORS), 0);
     EXPECT_EQ(stack(), (Stack{0, 0, 0, 0, 303})) << "the records keep their bytes";
     // Capacities outside the records are counted, never stored past them.
     lpEMData->errorCapacity = 40;
@@ -67,7 +69,7 @@ TEST_F(ErrorStack, CapacityZeroKeepsTheLatestErrorAndAStopPushes901) {
     lpEMData->currentOpcode = 7;
     for (int32_t code : {303, 303, 300}) push_er(code);
     EXPECT_EQ(stack(), (Stack{300, 0, 4, 7, 300})) << "every push is lost, the repeat too";
-    EXPECT_EQ(call(Op(0xf02).i32(16, 5)), 0) << "the result word is zeroed before each call";
+    EXPECT_EQ(call(Op(TOLVA_OP_POP_ERRORS).i32(TOLVA_POP_WANTED, 5)), 0) << "the result word is zeroed before each call";
     EXPECT_EQ(lpEMData->replyPosition, 4u) << "nothing to pop: the count 0 alone";
 }
 

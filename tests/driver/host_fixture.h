@@ -10,7 +10,11 @@
 #include <array>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/driver.h"
+#include "tolva/host.h"
+#include "tolva/output.h"
+#include "tolva/settings.h"
+#include "tolva/stream.h"
 
 // The host's status function records each call {context, a, b, c, d, e, f}
 // and answers from g_answers in order, then 0. For a detail request (2, 61)
@@ -29,7 +33,7 @@ inline int32_t host_status(intptr_t context, intptr_t a, intptr_t b, intptr_t c,
 // An opcode block, written at byte positions.
 struct Op {
     alignas(8) uint8_t bytes[1024] = {};
-    explicit Op(int32_t opcode) { i32(0, opcode); }
+    explicit Op(int32_t opcode) { i32(TOLVA_BLOCK_OPCODE, opcode); }
     Op &i32(size_t at, int32_t v) { return raw(at, &v, 4); }
     Op &i16(size_t at, int16_t v) { return raw(at, &v, 2); }
     Op &f64(size_t at, double v) { return raw(at, &v, 8); }
@@ -39,7 +43,7 @@ struct Op {
     }
 };
 
-inline int32_t call(Op &op) { return RASTER_dd_entry32(0, 2, op.bytes); }
+inline int32_t call(Op &op) { return RASTER_dd_entry32(0, TOLVA_ENTRY_CALL, op.bytes); }
 inline int32_t call(Op &&op) { return call(op); }
 inline int32_t call(int32_t opcode) { return call(Op(opcode)); }
 
@@ -75,7 +79,8 @@ protected:
     // Initialises and walks the device forward: open, begin, body, end.
     void reach(int32_t state) {
         ASSERT_EQ(start(), 0);
-        for (int32_t opcode : {0x1, 0x3, 0x4, 0x5})
+        for (int32_t opcode : {TOLVA_OP_OPEN_DEVICE, TOLVA_OP_BEGIN_PICTURE, TOLVA_OP_BEGIN_BODY,
+                               TOLVA_OP_END_PICTURE})
             if (lpEMData->deviceState != state) call(opcode);
         ASSERT_EQ(lpEMData->deviceState, state);
     }

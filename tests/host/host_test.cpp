@@ -16,7 +16,9 @@
 
 #include "host/memory.h"
 #include "profile_fixture.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/profile.h"
+#include "tolva/stream.h"
 
 namespace {
 

@@ -22,7 +22,9 @@
 
 #include "output/lzw_oracle.h"
 #include "output/pixels.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
+#include "tolva/output.h"
 
 namespace {
 
@@ -331,8 +333,10 @@ TEST_F(GifTest, TransparentAndBackgroundColoursTakeTheirNearestEntry) {
     // index wins), the rest black. A target is grey when its components lie
     // within 4; with no entry of its class it gets index 0. The transparent
     // colour takes over its entry, in the file and in the caller's palette;
-    // the background leaves the palette alone. A two-entry palette is
-    // searched without reading past it, though the search covers 16 entries.
+    // the background leaves the palette alone. The search covers 16 entries
+    // of the caller's array even when the table has fewer (2 at 1 bit, none
+    // at 24 bits): the entry found past the table is overwritten there and its
+    // index written all the same.
     std::vector<uint8_t> mixed(48, 0);
     const int entries[][4] = {
         {0, 100, 102, 104}, {1, 90, 90, 90}, {3, 200, 0, 0}, {7, 100, 105, 100}, {9, 200, 0, 0}};
@@ -340,7 +344,10 @@ TEST_F(GifTest, TransparentAndBackgroundColoursTakeTheirNearestEntry) {
         for (int c = 0; c < 3; ++c) mixed[3 * e[0] + c] = static_cast<uint8_t>(e[1 + c]);
     }
     EXPECT_EQ(3, get_nearest_rgb_index(199, 1, 1, mixed.data(), 2));
-    const std::vector<uint8_t> two = {0, 0, 0, 250, 20, 20};
+    // Entries 0 and 1 make the 1-bit table; (201, 10, 10) at 5 lies past it.
+    std::vector<uint8_t> sixteen(48, 0);
+    const uint8_t beyond[] = {0, 0, 0, 250, 20, 20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 201, 10, 10};
+    std::copy(std::begin(beyond), std::end(beyond), sixteen.begin());
     // Bits, palette, transparent (or background), colour, index.
     std::tuple<int16_t, std::vector<uint8_t>, bool, std::array<uint8_t, 3>, int> cases[] = {
         {4, mixed, true, {100, 102, 104}, 1},
@@ -348,8 +355,10 @@ TEST_F(GifTest, TransparentAndBackgroundColoursTakeTheirNearestEntry) {
         {4, mixed, false, {199, 1, 1}, 3},
         {8, grey_palette(), true, {200, 10, 10}, 0},
         {8, grey_palette(), false, {81, 80, 79}, 80},
-        {1, two, true, {200, 10, 10}, 1},
-        {1, two, false, {130, 128, 129}, 0}};
+        {1, sixteen, true, {200, 10, 10}, 5},
+        {1, sixteen, false, {200, 10, 10}, 5},
+        {1, sixteen, false, {130, 128, 129}, 0},
+        {24, sixteen, true, {240, 30, 30}, 1}};
     for (auto &[bits, palette, transparent, colour, index] : cases) {
         setup_.transparency = transparent ? TOLVA_TRANSPARENCY_ON : 0;
         setup_.backgroundChoice = transparent ? 0 : TOLVA_BACKGROUND_ON;

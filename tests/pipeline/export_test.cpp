@@ -199,13 +199,13 @@ TEST_F(BadInput, OpcodesOutOfOrderAreRefusedWithoutEffect) {
     Block early = cell_array(p.row(0), 20, 10, 8, false);
     EXPECT_EQ(device.call(early), 0);  // before init: nothing runs
     ASSERT_EQ(device.start(path_), 0);
-    EXPECT_EQ(device.call(0x4), 0);  // body before open
+    EXPECT_EQ(device.call(TOLVA_OP_BEGIN_BODY), 0);  // body before open
     EXPECT_EQ(device.call(early), 0);
-    device.call(0x1);
-    EXPECT_EQ(device.call(Block(0x522, 788).put(4, int32_t{770})), 0);  // a table outside a body
-    EXPECT_EQ(device.call(primitive(-6, {0})), 0);
+    device.call(TOLVA_OP_OPEN_DEVICE);
+    EXPECT_EQ(device.call(Block(TOLVA_OP_COLOUR_TABLE, 788).put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)})), 0);  // a table outside a body
+    EXPECT_EQ(device.call(primitive(TOLVA_PRIMITIVE_CLOSE, {0})), 0);
     EXPECT_EQ(lpEMData->errorCount, 0);
-    device.call(0x2);
+    device.call(TOLVA_OP_CLOSE_DEVICE);
 }
 
 TEST_F(BadInput, RowsBeyondThePictureAreDroppedAndHeightZeroWritesNothing) {
@@ -239,6 +239,60 @@ TEST_F(BadInput, AStopAtCloseOrAnUnwritablePathLeavesNoFile) {
         EXPECT_EQ(errors_, std::vector<int16_t>{error});
         EXPECT_NE(access(path_.c_str(), F_OK), 0);
     }
+}
+
+// The picture record holds width and height in 16 signed bits. 32767 fits
+// (an odd height gains the black row that makes every picture's height
+// even); one more is refused at -5 and -6 with 300 and leaves no file.
+TEST_F(BadInput, PicturesWiderOrTallerThan32767AreRefusedWithNoFile) {
+    Picture wide = make_picture(32767, 2, 8);
+    EXPECT_EQ(mismatch(decode(run(wide)), wide), "");
+    Gif tall = decode(run(make_picture(1, 32767, 8)));
+    EXPECT_TRUE(tall.ok);
+    EXPECT_EQ(tall.width * 100000 + tall.height, 1 * 100000 + 32768);
+    for (auto [width, height] : {std::pair<int32_t, int32_t>{32768, 2}, {1, 32768}}) {
+        EXPECT_TRUE(run(make_picture(width, height, 8)).empty()) << width << " x " << height;
+        EXPECT_EQ(errors_, std::vector<int16_t>{TOLVA_ERR_MEMORY});
+        EXPECT_NE(access(path_.c_str(), F_OK), 0) << width << " x " << height;
+    }
+}
+
+// The EMData name field holds 143 characters and the terminator. A longer
+// name is refused with 303 when the device opens, and nothing is written,
+// not even under the name cut to the field.
+TEST_F(BadInput, AFileNameLongerThanItsFieldIsRefusedWith303) {
+    const std::string fits = dir_.path(std::string(143 - dir_.dir.size() - 1, 'n'));
+    for (const std::string &name : {fits, fits + "n"}) {
+        path_ = name;
+        std::vector<uint8_t> bytes = run(make_picture(16, 8, 8));
+        EXPECT_EQ(errors_.empty(), name.size() == 143) << name.size();
+        EXPECT_EQ(bytes.empty(), name.size() == 144) << name.size();
+        unlink(path_.c_str());
+    }
+    EXPECT_EQ(errors_, (std::vector<int16_t>{TOLVA_ERR_STREAM}));
+    EXPECT_TRUE(std::filesystem::is_empty(dir_.dir));
+}
+
+// A picture opened and never closed gives way to the next one (and its
+// bitmap is freed, which the leak checker of the sanitized build sees).
+TEST_F(BadInput, ASecondOpenPictureReplacesTheFirst) {
+    Picture p = make_picture(16, 8, 8);
+    Device device;
+    ASSERT_EQ(device.start(path_), 0);
+    device.call(0x1);
+    device.call(0x3);
+    device.call(Block(0x206).put(40, 15.0).put(48, 7.0));
+    device.call(Block(0x209).put(16, int16_t{1}).put(24, 25.4 / 96.0));
+    device.call(0x4);
+    device.call(primitive(-5, {16, 500, 8, 0, 0, 0, 0}));
+    device.call(primitive(-5, {16, 8, 8, 0, 0, 0, 0}));
+    device.call(cell_array(p.row(0), 16, 8, 8, false));
+    device.call(primitive(-6, {0}));
+    device.call(0x5);
+    device.call(0x2);
+    device.stop();
+    Gif gif = decode_file(path_);
+    EXPECT_EQ(mismatch(gif, p), "");
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "test_host.h"
+#include "tolva/output.h"
+#include "tolva/stream.h"
 
 using namespace test_host;
 

@@ -18,14 +18,15 @@
 #include <string>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/settings.h"
 
 namespace test_host {
 
 // One opcode parameter block, each value stored at its byte position.
 struct Block {
     std::vector<uint8_t> bytes;
-    explicit Block(int32_t opcode, size_t size = 64) : bytes(size, 0) { put(0, opcode); }
+    explicit Block(int32_t opcode, size_t size = 64) : bytes(size, 0) { put(TOLVA_BLOCK_OPCODE, opcode); }
     template <typename T>
     Block &put(size_t at, T value) {
         bytes.resize(std::max(bytes.size(), at + sizeof value));
@@ -36,9 +37,9 @@ struct Block {
 
 // Primitive -5 opens a picture (width, height, bits, ...), -6 closes it.
 inline Block primitive(int32_t id, const std::vector<int32_t> &data) {
-    Block b(0x40a, 28);
-    b.put(16, id).put(24, static_cast<int32_t>(4 * data.size()));
-    for (size_t i = 0; i < data.size(); ++i) b.put(28 + 4 * i, data[i]);
+    Block b(TOLVA_OP_PRIMITIVE, TOLVA_PRIMITIVE_DATA(0));
+    b.put(TOLVA_PRIMITIVE_ID, id).put(TOLVA_PRIMITIVE_DATA_LENGTH(0), static_cast<int32_t>(4 * data.size()));
+    for (size_t i = 0; i < data.size(); ++i) b.put(TOLVA_PRIMITIVE_DATA(0) + 4 * i, data[i]);
     return b;
 }
 
@@ -46,10 +47,11 @@ inline Block primitive(int32_t id, const std::vector<int32_t> &data) {
 // so). The device window runs y upward; corners that run the other way (up)
 // make the rows bottom-up.
 inline Block cell_array(const uint8_t *data, uint32_t cells, uint32_t rows, int32_t bits, bool up) {
-    Block b(0x409, 110);
-    b.put(24, up ? double(rows) : 0.0).put(40, double(cells));
-    b.put(48, up ? 0.0 : double(rows)).put(88, cells).put(92, rows);
-    return b.put(96, bits == 1 ? int32_t{-32768} : -bits).put(102, data);
+    Block b(TOLVA_OP_CELL_ARRAY, TOLVA_CELLS_DATA + sizeof data);
+    b.put(TOLVA_CELLS_FIRST_Y, up ? double(rows) : 0.0).put(TOLVA_CELLS_SECOND_X, double(cells));
+    b.put(TOLVA_CELLS_SECOND_Y, up ? 0.0 : double(rows));
+    b.put(TOLVA_CELLS_PER_ROW, cells).put(TOLVA_CELLS_ROWS, rows);
+    return b.put(TOLVA_CELLS_BITS, bits == 1 ? int32_t{TOLVA_CELLS_ONE_BIT} : -bits).put(TOLVA_CELLS_DATA, data);
 }
 
 // The status function of every device: it records progress reports (plain
@@ -80,7 +82,7 @@ struct Device {
         status[TOLVA_STATUS_FUNCTION] = reinterpret_cast<intptr_t>(stopping_status);
         UseDefaultSettings(settings);
         intptr_t address = 0;
-        RASTER_dd_entry(-3, &address, nullptr);
+        RASTER_dd_entry(TOLVA_ENTRY_ADDRESS, &address, nullptr);
         entry = reinterpret_cast<int32_t (*)(intptr_t, int16_t, void *)>(address);
     }
     ~Device() {
@@ -94,16 +96,16 @@ struct Device {
         init[TOLVA_INIT_SETUP] = static_cast<intptr_t>(setup);
         init[TOLVA_INIT_STATUS_RECORD] = reinterpret_cast<intptr_t>(status);
         init[TOLVA_INIT_CAPABILITIES] = reinterpret_cast<intptr_t>(capabilities);
-        int32_t r = entry(0, 0, init);
+        int32_t r = entry(0, TOLVA_ENTRY_INIT, init);
         started = r == 0;
         // A host that wants a real error stack stores a capacity.
         if (started && lpEMData != nullptr) lpEMData->errorCapacity = 10;
         return r;
     }
-    int32_t call(Block block) { return entry(0, 2, block.bytes.data()); }
+    int32_t call(Block block) { return entry(0, TOLVA_ENTRY_CALL, block.bytes.data()); }
     int32_t call(int32_t opcode) { return call(Block(opcode)); }
     void stop() {  // term
-        if (started) (void)entry(0, -1, nullptr);
+        if (started) (void)entry(0, TOLVA_ENTRY_TERM, nullptr);
         started = false;
     }
 };
@@ -257,19 +259,22 @@ struct Send {
 
 // The whole conversation from open to close (init and term are the caller's).
 inline void send_picture(Device &device, const Picture &p, const Send &how) {
-    (void)device.call(0x1);  // its result is the test's to check, through errors()
-    device.call(0x3);
-    device.call(Block(0x206).put(40, p.width - 1.0).put(48, p.height - 1.0));  // device window
+    (void)device.call(TOLVA_OP_OPEN_DEVICE);  // its result is the test's to check, through errors()
+    device.call(TOLVA_OP_BEGIN_PICTURE);
+    device.call(Block(TOLVA_OP_DEVICE_WINDOW).put(TOLVA_WINDOW_X2, p.width - 1.0).put(TOLVA_WINDOW_Y2, p.height - 1.0));
     // Viewport scaling mode 1 at 25.4 / 96 millimetres a unit: 96 dots per inch.
-    if (how.oneToOne) device.call(Block(0x209).put(16, int16_t{1}).put(24, 25.4 / 96.0));
-    device.call(Block(0x207, 20));  // black background
-    device.call(0x4);
+    if (how.oneToOne)
+        device.call(Block(TOLVA_OP_VIEWPORT_SCALING)
+                        .put(TOLVA_SCALING_MODE, int16_t{TOLVA_SCALING_METRIC})
+                        .put(TOLVA_SCALING_UNIT, TOLVA_MM_PER_INCH / 96.0));
+    device.call(Block(TOLVA_OP_BACKGROUND, TOLVA_BACKGROUND_RGB + 4));  // black background
+    device.call(TOLVA_OP_BEGIN_BODY);
     std::vector<uint8_t> rgb = device_palette();
-    Block table(0x522);  // from entry 0, 3 bytes an entry
-    table.put(4, int32_t{768 + 2});
-    for (size_t i = 0; i < rgb.size(); ++i) table.put(20 + i, rgb[i]);
+    Block table(TOLVA_OP_COLOUR_TABLE);  // from entry 0, 3 bytes an entry
+    table.put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)});
+    for (size_t i = 0; i < rgb.size(); ++i) table.put(TOLVA_COLOURS_RGB + i, rgb[i]);
     if (how.palette) device.call(table);
-    if (how.bracket) device.call(primitive(-5, {p.width, p.height, p.bits, 0, 0, 0, 0}));
+    if (how.bracket) device.call(primitive(TOLVA_PRIMITIVE_OPEN, {p.width, p.height, p.bits, 0, 0, 0, 0}));
     int32_t total = how.rowsSent < 0 ? p.height : how.rowsSent;
     int32_t band = how.band > 0 ? how.band : std::max(total, 1);
     // Upward bands keep the host's row order; only the corners say which way they run.
@@ -277,9 +282,9 @@ inline void send_picture(Device &device, const Picture &p, const Send &how) {
         auto rows = static_cast<uint32_t>(std::min(band, total - y));
         device.call(cell_array(p.row(y), static_cast<uint32_t>(p.width), rows, p.bits, how.upward));
     }
-    if (how.bracket) device.call(primitive(-6, {0}));
-    device.call(0x5);
-    device.call(0x2);
+    if (how.bracket) device.call(primitive(TOLVA_PRIMITIVE_CLOSE, {0}));
+    device.call(TOLVA_OP_END_PICTURE);
+    device.call(TOLVA_OP_CLOSE_DEVICE);
 }
 
 }  // namespace test_host

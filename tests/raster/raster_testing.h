@@ -14,7 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/raster.h"
 
 using Bytes = std::vector<uint8_t>;
 using Values = std::vector<uint32_t>;

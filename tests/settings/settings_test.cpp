@@ -8,7 +8,9 @@
 #include <tuple>
 
 #include "../host/profile_fixture.h"
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/profile.h"
+#include "tolva/settings.h"
 
 namespace {
 

@@ -11,7 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "tolva/tolva.h"
+#include "tolva/host.h"
+#include "tolva/stream.h"
 
 using Bytes = std::vector<uint8_t>;
 

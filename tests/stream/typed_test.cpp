@@ -125,6 +125,14 @@ TEST(Records, UnknownCharactersAndWriterUnionsCountAsNoRecord) {
     uint8_t rec[8] = {0x11, 0, 0, 0, 0x44, 0x33, 0x22, 0x11};
     EXPECT_EQ(written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "1C(1L|)", rec, 1), 0); }),
               (Bytes{0x11, 0x44, 0x33, 0x22, 0x11}));
+    // The writer lays the alternatives one after another, as if the format
+    // had no union: (1S|1D|) reads bytes 0..1 and 8..15 of 16-byte records,
+    // and nothing past the two records (a heap block of exactly 32 bytes).
+    auto *two = new uint8_t[32];
+    for (int i = 0; i < 32; ++i) two[i] = static_cast<uint8_t>(i);
+    EXPECT_EQ(written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "(1S|1D|)", two, 2), 0); }),
+              (Bytes{0, 1, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 24, 25, 26, 27, 28, 29, 30, 31}));
+    delete[] two;
     Source src({1, 2, 3, 4});
     EXPECT_EQ(zunReadStruct(src.s, "1C1X", rec, 1), 0);
     EXPECT_EQ(zunReadStruct(src.s, "1c", rec, 3), 3);  // lower case matches too
