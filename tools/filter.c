@@ -236,7 +236,7 @@ static int32_t send_opcode(Device *d, int32_t opcode)
 }
 
 /* Everything between begin picture and begin body. */
-static int32_t send_picture_settings(Device *d, const TolvaImage *image, int actualSize)
+static int32_t send_picture_settings(Device *d, const TolvaImage *image, const TolvaOptions *o)
 {
     Block b;
     start_block(&b, TOLVA_OP_DEVICE_WINDOW);
@@ -245,10 +245,16 @@ static int32_t send_picture_settings(Device *d, const TolvaImage *image, int act
     if (send(d, &b) != 0) {
         return d->firstError;
     }
+    /* The resolution handed over here is what turns the picture's pixels
+     * into inches for the picture's own size; without one the filter fits
+     * the picture into the profile's box. */
+    int32_t resolution = o->plan.road == TOLVA_PLAN_OWN_SIZE ? o->plan.resolution
+                         : o->actualSize                     ? TOLVA_ACTUAL_SIZE_DPI
+                                                             : 0;
     start_block(&b, TOLVA_OP_VIEWPORT_SCALING);
-    if (actualSize) {
+    if (resolution != 0) {
         put16(&b, TOLVA_SCALING_MODE, TOLVA_SCALING_METRIC);
-        put_double(&b, TOLVA_SCALING_UNIT, TOLVA_MM_PER_INCH / TOLVA_ACTUAL_SIZE_DPI);
+        put_double(&b, TOLVA_SCALING_UNIT, TOLVA_MM_PER_INCH / resolution);
     }
     return send(d, &b);
 }
@@ -310,7 +316,7 @@ static int32_t send_cell_array(Device *d, const TolvaImage *image, int32_t first
 static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptions *o,
                             TolvaProgress *progress)
 {
-    if (send_opcode(d, TOLVA_OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o->actualSize) != 0 ||
+    if (send_opcode(d, TOLVA_OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o) != 0 ||
         send_opcode(d, TOLVA_OP_BEGIN_BODY) != 0 || send_colour_table(d, image) != 0 ||
         send_primitive_open(d, image) != 0) {
         return d->firstError;
@@ -345,8 +351,9 @@ static int32_t refuse(char *error, size_t size, const char *what)
 /*
  * A profile section without a "Driver" key leaves the Setup block zero-filled
  * rather than at the defaults, and a zero size or resolution cannot make a
- * picture. The colour class query is how a host notices: it refuses colour
- * mode 0.
+ * picture; so does a colour mode outside 103..107, which the filter never
+ * repairs. The colour class query is how a host notices: it refuses both.
+ * Without --section the section is the one the profile names itself.
  */
 static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, size_t errorSize)
 {
@@ -355,12 +362,75 @@ static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, s
         return 0;
     }
     const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
-    if (block != NULL) {
+    if (block != NULL && block->sectionName[0] == '\0') {
+        snprintf(error, errorSize, "%.143s: names no section of settings (use --section, or "
+                 "name one as ~Mode in its [TOLVA] section)", block->profilePath);
+    } else if (block != NULL) {
         snprintf(error, errorSize, "%.143s: section [%.143s] holds no settings for the filter "
-                 "(it has no Driver key)", block->profilePath, block->sectionName);
+                 "(no Driver key, or a Color Mode outside 103..107)", block->profilePath,
+                 block->sectionName);
+    }
+    if (block != NULL) {
         (void)f->globalUnlock(setup); /* always 0 */
     }
     return TOLVA_EXPORT_NO_SETTINGS;
+}
+
+static int32_t set_size(const TolvaFilter *f, HGLOBAL setup, double width, double height,
+                        char *error, size_t errorSize)
+{
+    if (f->escapeSetup(setup, TOLVA_ESCAPE_WIDTH, 8, &width, NULL, 0) != TOLVA_ESCAPE_DONE ||
+        f->escapeSetup(setup, TOLVA_ESCAPE_HEIGHT, 8, &height, NULL, 0) != TOLVA_ESCAPE_DONE) {
+        return refuse(error, errorSize, "the size (it takes 0.03125 to 22 inches a side)");
+    }
+    return 0;
+}
+
+static int32_t set_resolution(const TolvaFilter *f, HGLOBAL setup, int32_t x, int32_t y,
+                              char *error, size_t errorSize)
+{
+    if (f->escapeSetup(setup, TOLVA_ESCAPE_X_RESOLUTION, 4, &x, NULL, 0) != TOLVA_ESCAPE_DONE ||
+        f->escapeSetup(setup, TOLVA_ESCAPE_Y_RESOLUTION, 4, &y, NULL, 0) != TOLVA_ESCAPE_DONE) {
+        return refuse(error, errorSize, "the resolution (it takes 32 to 400 dots per inch)");
+    }
+    return 0;
+}
+
+/*
+ * The size and resolution settings. A pixel size on the picture's own road
+ * takes the block's own resolutions (308) for the handed-over picture (602);
+ * on the fitted road it is a box in inches, like --size and --dpi, fitted
+ * without a handed-over resolution.
+ */
+static int32_t configure_size(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
+                              char *error, size_t errorSize)
+{
+    const TolvaPixelPlan *plan = &o->plan;
+    double width = plan->road == TOLVA_PLAN_FITTED ? plan->width : o->width;
+    double height = plan->road == TOLVA_PLAN_FITTED ? plan->height : o->height;
+    int32_t x = plan->road != 0 ? plan->xResolution : o->dpi;
+    int32_t y = plan->road != 0 ? plan->yResolution : o->dpi;
+    int32_t result = 0;
+    if (width > 0.0) {
+        result = set_size(f, setup, width, height, error, errorSize);
+    }
+    if (result == 0 && x > 0) {
+        result = set_resolution(f, setup, x, y, error, errorSize);
+    }
+    if (result != 0) {
+        return result;
+    }
+    /* A size or resolution given here must not be replaced by the display's. */
+    int32_t resolutionMode = plan->road == TOLVA_PLAN_OWN_SIZE ? TOLVA_ESCAPE_SELECT_OWN
+                             : (x > 0 || o->actualSize)        ? TOLVA_ESCAPE_SELECT_GIVEN
+                                                               : -1;
+    if (resolutionMode >= 0) {
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_RESOLUTION_MODE, resolutionMode, NULL, NULL, 0);
+    }
+    if (width > 0.0 || o->actualSize || plan->road != 0) {
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
+    }
+    return 0;
 }
 
 static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
@@ -375,27 +445,9 @@ static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaO
             return refuse(error, errorSize, "the colour mode");
         }
     }
-    if (o->width > 0.0) {
-        double width = o->width, height = o->height;
-        if (f->escapeSetup(setup, TOLVA_ESCAPE_WIDTH, 8, &width, NULL, 0) != TOLVA_ESCAPE_DONE ||
-            f->escapeSetup(setup, TOLVA_ESCAPE_HEIGHT, 8, &height, NULL, 0) != TOLVA_ESCAPE_DONE) {
-            return refuse(error, errorSize, "the size (it takes 0.03125 to 22 inches a side)");
-        }
-    }
-    if (o->dpi > 0) {
-        int32_t dpi = o->dpi;
-        if (f->escapeSetup(setup, TOLVA_ESCAPE_X_RESOLUTION, 4, &dpi, NULL, 0) != TOLVA_ESCAPE_DONE ||
-            f->escapeSetup(setup, TOLVA_ESCAPE_Y_RESOLUTION, 4, &dpi, NULL, 0) != TOLVA_ESCAPE_DONE) {
-            return refuse(error, errorSize,
-                          "the resolution (it takes 32 to 400 dots per inch)");
-        }
-    }
-    /* A size or resolution given here must not be replaced by the display's. */
-    if (o->dpi > 0 || o->actualSize) {
-        (void)f->escapeSetup(setup, TOLVA_ESCAPE_RESOLUTION_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
-    }
-    if (o->width > 0.0 || o->actualSize) {
-        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
+    int32_t result = configure_size(f, setup, o, error, errorSize);
+    if (result != 0) {
+        return result;
     }
     SetupBlock *block = (SetupBlock *)f->globalLock(setup);
     if (block == NULL) {

@@ -12,6 +12,8 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include "sizing.h"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -50,6 +52,9 @@ typedef struct TolvaOptions {
     int32_t bands;               /* --bands; 0 = chosen from the picture size */
     int32_t quiet;
     int32_t cancelAt;            /* testing aid: answer stop from the Nth status call; 0 = never */
+    /* Not parsed: set for each picture once its size is known, from
+     * --width and --height. Road 0 leaves the sizing to the fields above. */
+    TolvaPixelPlan plan;
 } TolvaOptions;
 
 /*

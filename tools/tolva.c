@@ -23,6 +23,8 @@
 #include "options.h"
 #include "output.h"
 #include "progress.h"
+#include "resample.h"
+#include "sizing.h"
 #include "stop.h"
 
 #ifndef TOLVA_VERSION_STRING
@@ -167,6 +169,47 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
     return EXIT_SUCCESS;
 }
 
+/*
+ * The sizing for this picture. Without size options the GIF has the
+ * picture's own pixels, unless a profile was named: its size then applies.
+ * A pixel size is planned through the filter's own sizing, or with --smooth
+ * made by resampling first and then taken one to one.
+ */
+static int size_picture(TolvaOptions *o, TolvaImage *image, const char *name)
+{
+    if (o->pixelWidth == 0 && o->pixelHeight == 0) {
+        if (o->width == 0.0 && o->dpi == 0 && o->profile == NULL) {
+            o->actualSize = 1;
+        }
+        return EXIT_SUCCESS;
+    }
+    char error[512];
+    if (o->smooth) {
+        int32_t width = o->pixelWidth > 0 ? o->pixelWidth
+                                          : tolva_proportional_side(image->width, image->height,
+                                                                    0, o->pixelHeight);
+        int32_t height = o->pixelHeight > 0 ? o->pixelHeight
+                                            : tolva_proportional_side(image->width, image->height,
+                                                                      o->pixelWidth, 0);
+        if (tolva_resample(image, width, height, error, sizeof error) != 0) {
+            return report(EXIT_FAILURE, name, "%s", error);
+        }
+        o->actualSize = 1;
+        return EXIT_SUCCESS;
+    }
+    if (tolva_plan_pixels(image->width, image->height, o->pixelWidth, o->pixelHeight,
+                          &o->plan) != 0) {
+        char width[16] = "any width", height[16] = "any height";
+        if (o->pixelWidth > 0) snprintf(width, sizeof width, "%d", (int)o->pixelWidth);
+        if (o->pixelHeight > 0) snprintf(height, sizeof height, "%d", (int)o->pixelHeight);
+        return report(EXIT_FAILURE, name,
+                      "the filter cannot make %s x %s pixels of this %dx%d picture "
+                      "(try --smooth)",
+                      width, height, (int)image->width, (int)image->height);
+    }
+    return EXIT_SUCCESS;
+}
+
 /* What the output must never be: the input itself. NULL when the input
  * cannot be looked at (reading it then says why). */
 static const struct stat *input_identity(const char *input, struct stat *info)
@@ -201,12 +244,20 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
         tolva_output_discard(&out);
         return status;
     }
+    TolvaOptions sized = *o;
+    status = size_picture(&sized, &image, display_name(input, "standard input"));
+    if (status != EXIT_SUCCESS) {
+        tolva_progress_finish(&progress);
+        tolva_output_discard(&out);
+        tolva_free_image(&image);
+        return status;
+    }
     if (tolva_stop_signal) {
         tolva_output_discard(&out);
         tolva_progress_finish(&progress);
         status = stopped(name);
     } else {
-        status = export_picture(o, filter, &image, &out, name, &progress);
+        status = export_picture(&sized, filter, &image, &out, name, &progress);
     }
     tolva_free_image(&image);
     return status;
