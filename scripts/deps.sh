@@ -3,8 +3,9 @@
 # are missing (non-interactive; needs root, as on the project's machines).
 set -euo pipefail
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libgif-dev libstb-dev libpng-dev libjpeg-dev pkg-config
-          libgsf-bin libpixman-1-dev)
+          libbenchmark-dev libgif-dev libpng-dev libjpeg-dev libwebp-dev libtiff-dev
+          libnetpbm-dev libexif-dev libpixman-1-dev pkg-config
+          libgsf-bin)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

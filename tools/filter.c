@@ -340,6 +340,78 @@ static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptio
     return send_opcode(d, TOLVA_OP_END_PICTURE);
 }
 
+/* ----------------------------------------------------- memory output -- */
+
+/*
+ * The filter's streams hand every operation to a host I/O procedure named in
+ * the Setup block; this one keeps the file in a growing buffer. The open call
+ * receives the TolvaMemoryFile (the status record's device word) and returns
+ * it as the stream's instance.
+ */
+static intptr_t memory_procedure(intptr_t instance, int32_t operation, intptr_t a, intptr_t b)
+{
+    TolvaMemoryFile *file = (TolvaMemoryFile *)instance;
+    if (file == NULL) {
+        return 0;
+    }
+    switch (operation) {
+    case 1: /* open */
+        file->size = file->position = 0;
+        return instance;
+    case 2: { /* read */
+        size_t n = b < 0 ? 0 : (size_t)b;
+        size_t left = file->position < file->size ? file->size - file->position : 0;
+        n = n < left ? n : left;
+        memcpy((void *)a, file->data + file->position, n);
+        file->position += n;
+        return (intptr_t)n;
+    }
+    case 3: { /* write */
+        size_t n = b < 0 ? 0 : (size_t)b;
+        if (file->position + n > file->capacity) {
+            size_t capacity = file->capacity ? file->capacity : 65536;
+            while (capacity < file->position + n) {
+                capacity *= 2;
+            }
+            uint8_t *bigger = (uint8_t *)realloc(file->data, capacity);
+            if (bigger == NULL) {
+                return -1;
+            }
+            memset(bigger + file->capacity, 0, capacity - file->capacity);
+            file->data = bigger;
+            file->capacity = capacity;
+        }
+        memcpy(file->data + file->position, (const void *)a, n);
+        file->position += n;
+        file->size = file->position > file->size ? file->position : file->size;
+        return (intptr_t)n;
+    }
+    case 4: { /* seek: a holds the address of a 32-bit offset */
+        int32_t offset = 0;
+        memcpy(&offset, (const void *)a, sizeof offset);
+        int64_t base = b == SEEK_CUR ? (int64_t)file->position : b == SEEK_END ? (int64_t)file->size : 0;
+        if (base + offset < 0) {
+            return -1;
+        }
+        file->position = (size_t)(base + offset);
+        return (intptr_t)file->position;
+    }
+    case 5: /* close, or close and delete */
+        if (b == 512) {
+            file->size = 0;
+        }
+        return 0;
+    default:
+        return 0;
+    }
+}
+
+void tolva_memory_file_free(TolvaMemoryFile *file)
+{
+    free(file->data);
+    memset(file, 0, sizeof *file);
+}
+
 /* ------------------------------------------------------------ setup -- */
 
 static int32_t refuse(char *error, size_t size, const char *what)
@@ -434,7 +506,8 @@ static int32_t configure_size(const TolvaFilter *f, HGLOBAL setup, const TolvaOp
 }
 
 static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
-                               intptr_t *status, char *error, size_t errorSize)
+                               intptr_t *status, TolvaMemoryFile *memory, char *error,
+                               size_t errorSize)
 {
     if (check_profile(f, setup, error, errorSize) != 0) {
         return TOLVA_EXPORT_NO_SETTINGS;
@@ -465,6 +538,10 @@ static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaO
         block->backgroundChoice = TOLVA_BACKGROUND_ON;
         memcpy(block->backgroundColour, o->backgroundColour, 3);
     }
+    if (memory != NULL) {
+        block->outputDevice = (intptr_t)memory_procedure;
+        status[TOLVA_STATUS_DEVICE] = (intptr_t)memory;
+    }
     block->statusRecord = status;
     (void)f->globalUnlock(setup); /* always 0 */
     return 0;
@@ -486,9 +563,16 @@ static int gif_is_complete(const char *path)
     return ok;
 }
 
+static int memory_gif_is_complete(const TolvaMemoryFile *file)
+{
+    return file->size >= 7 && memcmp(file->data, "GIF89a", 6) == 0 &&
+           file->data[file->size - 1] == 0x3b;
+}
+
 static int32_t run_device(const TolvaFilter *f, HGLOBAL setup, const TolvaImage *image,
-                          const TolvaOptions *o, const char *outputPath, intptr_t *status,
-                          TolvaProgress *progress, char *error, size_t errorSize)
+                          const TolvaOptions *o, const char *outputPath, TolvaMemoryFile *memory,
+                          intptr_t *status, TolvaProgress *progress, char *error,
+                          size_t errorSize)
 {
     void *address = NULL;
     (void)f->rasterEntry(TOLVA_ENTRY_ADDRESS, &address, NULL); /* always 0 */
@@ -524,16 +608,16 @@ static int32_t run_device(const TolvaFilter *f, HGLOBAL setup, const TolvaImage 
     if (device.firstError != 0) {
         return device.firstError;
     }
-    if (!gif_is_complete(outputPath)) {
+    if (memory != NULL ? !memory_gif_is_complete(memory) : !gif_is_complete(outputPath)) {
         snprintf(error, errorSize, "the filter did not write a whole GIF file");
         return TOLVA_EXPORT_INCOMPLETE;
     }
     return 0;
 }
 
-int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaOptions *o,
-                     const char *outputPath, TolvaProgress *progress, char *error,
-                     size_t errorSize)
+static int32_t export_to(const TolvaFilter *f, const TolvaImage *image, const TolvaOptions *o,
+                         const char *outputPath, TolvaMemoryFile *memory, TolvaProgress *progress,
+                         char *error, size_t errorSize)
 {
     error[0] = '\0';
     if (strlen(outputPath) >= 144) {
@@ -549,10 +633,26 @@ int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaO
     memset(status, 0, sizeof status);
     status[TOLVA_STATUS_CONTEXT] = (intptr_t)progress;
     status[TOLVA_STATUS_FUNCTION] = (intptr_t)tolva_status_function;
-    int32_t result = configure_setup(f, setup, o, status, error, errorSize);
+    int32_t result = configure_setup(f, setup, o, status, memory, error, errorSize);
     if (result == 0) {
-        result = run_device(f, setup, image, o, outputPath, status, progress, error, errorSize);
+        result = run_device(f, setup, image, o, outputPath, memory, status, progress, error,
+                            errorSize);
     }
     (void)f->destroySetup(setup); /* 1 only for a handle that does not lock */
     return result;
+}
+
+int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaOptions *o,
+                     const char *outputPath, TolvaProgress *progress, char *error,
+                     size_t errorSize)
+{
+    return export_to(f, image, o, outputPath, NULL, progress, error, errorSize);
+}
+
+int32_t tolva_export_to_memory(const TolvaFilter *f, const TolvaImage *image,
+                               const TolvaOptions *o, TolvaMemoryFile *file,
+                               TolvaProgress *progress, char *error, size_t errorSize)
+{
+    /* The name only reaches the procedure, which does not use it. */
+    return export_to(f, image, o, "memory", file, progress, error, errorSize);
 }

@@ -71,6 +71,24 @@ int32_t tolva_export(const TolvaFilter *filter, const TolvaImage *image,
                      const TolvaOptions *options, const char *outputPath,
                      TolvaProgress *progress, char *error, size_t errorSize);
 
+/* A GIF the filter wrote into memory. */
+typedef struct TolvaMemoryFile {
+    uint8_t *data;     /* malloc'ed; size bytes are the file */
+    size_t size;
+    size_t capacity;
+    size_t position;   /* where the filter's next read or write goes */
+} TolvaMemoryFile;
+
+/*
+ * As tolva_export, but the filter writes through a host I/O procedure into
+ * `file` (zero-filled before the first use; release it with
+ * tolva_memory_file_free).
+ */
+int32_t tolva_export_to_memory(const TolvaFilter *filter, const TolvaImage *image,
+                               const TolvaOptions *options, TolvaMemoryFile *file,
+                               TolvaProgress *progress, char *error, size_t errorSize);
+void tolva_memory_file_free(TolvaMemoryFile *file);
+
 /*
  * How many cell arrays the picture is sent in: `requested` (capped at the
  * height), or when it is 0 enough for about 256 KiB of pixels each. Band k

@@ -1,6 +1,5 @@
 /*
- * image.h - pictures read from PNG, JPEG and netpbm files, laid out as the
- * filter's cell arrays want them.
+ * image.h - a decoded picture, laid out as the filter's cell arrays want it.
  *
  * Invariant: rows are stored bottom-up (row 0 is the bottom of the picture),
  * each padded to a multiple of 4 bytes, so that a band of rows is one
@@ -16,35 +15,42 @@
 extern "C" {
 #endif
 
-/* The largest side a GIF can describe: its sizes are 16-bit fields. */
-#define TOLVA_IMAGE_MAX_SIDE 65535
+/* The largest side the filter's picture record carries: its sizes are signed
+ * 16-bit fields. */
+#define TOLVA_IMAGE_MAX_SIDE 32767
 
 typedef enum TolvaImageResult {
     TOLVA_IMAGE_OK = 0,
-    TOLVA_IMAGE_UNSUPPORTED, /* not a PNG, JPEG, PGM or PPM file */
+    TOLVA_IMAGE_UNSUPPORTED, /* not a format the command reads */
     TOLVA_IMAGE_CORRUPT,     /* the decoder refused the data */
-    TOLVA_IMAGE_TOO_LARGE,   /* larger than a GIF, or than the filter's 32-bit sizes */
+    TOLVA_IMAGE_TOO_LARGE,   /* over the pixel budget or what the filter carries */
     TOLVA_IMAGE_NO_MEMORY
 } TolvaImageResult;
 
 typedef struct TolvaImage {
     int32_t width;
     int32_t height;
-    int16_t bits;          /* 8 (palette indices), 24 (RGB) or 32 (RGB and alpha) */
+    int16_t bits;          /* 8 (palette indices), 24 (RGB) or 32 (RGB and straight alpha) */
     uint32_t stride;       /* bytes per row, a multiple of 4 */
     uint8_t *pixels;       /* stride * height bytes, bottom row first; malloc'ed */
     int32_t colours;       /* palette entries of an 8-bit picture; 0 otherwise */
     uint8_t palette[768];  /* red, green, blue per entry; the rest zero */
+    uint8_t alpha[256];    /* opacity of each palette entry, 255 = opaque */
+    int32_t orientation;   /* EXIF orientation 1..8 found in the file; 1 when none */
 } TolvaImage;
 
 /*
- * Decodes a whole file held in memory. On failure the image is empty and
- * `error` holds the reason (without the file name).
+ * Sizes the pixel rows of an empty record for `width` x `height` pixels of
+ * `bits` each, zero-filled. The caller has checked the size against the
+ * budget. Returns TOLVA_IMAGE_OK or TOLVA_IMAGE_NO_MEMORY (with `error`).
  */
-TolvaImageResult tolva_decode_image(const uint8_t *data, size_t size, TolvaImage *image,
-                                    char *error, size_t errorSize);
+TolvaImageResult tolva_allocate_image(TolvaImage *image, uint32_t width, uint32_t height,
+                                      int16_t bits, char *error, size_t errorSize);
 
-/* Releases the pixels; the record may be decoded into again. */
+/* Start of a row counted from the top of the picture. */
+uint8_t *tolva_image_row(const TolvaImage *image, int32_t rowFromTop);
+
+/* Releases the pixels and empties the record (palette opaque again). */
 void tolva_free_image(TolvaImage *image);
 
 /*

@@ -21,8 +21,9 @@
 #include <string.h>
 
 enum OptionId {
-    OPT_SIZE = 256, OPT_DPI, OPT_WIDTH, OPT_HEIGHT, OPT_SMOOTH, OPT_ACTUAL, OPT_INTERLACE, OPT_TRANSPARENT, OPT_BACKGROUND,
-    OPT_COLOUR, OPT_PROFILE, OPT_SECTION, OPT_BANDS, OPT_LIBRARY, OPT_OUTPUT_DIR, OPT_JOBS,
+    OPT_SIZE = 256, OPT_DPI, OPT_WIDTH, OPT_HEIGHT, OPT_SMOOTH, OPT_ACTUAL, OPT_INTERLACE,
+    OPT_TRANSPARENT, OPT_BACKGROUND, OPT_MATTE, OPT_MAX_PIXELS, OPT_NO_ORIENT, OPT_COLOUR,
+    OPT_PROFILE, OPT_SECTION, OPT_BANDS, OPT_LIBRARY, OPT_OUTPUT_DIR, OPT_JOBS,
     OPT_NO_CLOBBER, OPT_VERBOSE, OPT_QUIET, OPT_HELP, OPT_VERSION, OPT_CANCEL_AT
 };
 
@@ -49,8 +50,16 @@ static const OptionInfo kOptions[] = {
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Picture:"},
     {"interlace", 'i', 0, OPT_INTERLACE, NULL, "write an interlaced GIF"},
-    {"transparent", 't', 1, OPT_TRANSPARENT, "RRGGBB", "make the colour nearest to RRGGBB transparent"},
+    {"transparent", 't', 1, OPT_TRANSPARENT, "RRGGBB",
+     "make the colour nearest to RRGGBB transparent\n"
+     "(pictures without transparent pixels of their own)"},
     {"background", 'b', 1, OPT_BACKGROUND, "RRGGBB", "set the background colour to the nearest entry"},
+    {"matte", 'm', 1, OPT_MATTE, "RRGGBB",
+     "blend partly transparent pixels over this colour\n"
+     "(default: the background colour, else white)"},
+    {"no-orient", 0, 0, OPT_NO_ORIENT, NULL, "keep the stored orientation (ignore EXIF)"},
+    {"max-pixels", 0, 1, OPT_MAX_PIXELS, "N",
+     "refuse pictures of more than N pixels\n(default 268435456, i.e. 16384x16384)"},
     {"colour-mode", 'c', 1, OPT_COLOUR, "MODE",
      "normal, invert, invert-grey, grey or\ninvert-luminance"},
     {"color-mode", 0, 1, OPT_COLOUR, "MODE", NULL},
@@ -84,8 +93,9 @@ enum { kOptionCount = sizeof kOptions / sizeof kOptions[0] };
 static const char kUsageHead[] =
     "Usage: tolva [OPTION]... INPUT OUTPUT\n"
     "  or:  tolva [OPTION]... INPUT... -O DIR\n"
-    "Convert a PNG, JPEG, PGM or PPM picture to a GIF file through the libtolva\n"
-    "export filter. INPUT or OUTPUT may be '-' for standard input or output.\n"
+    "Convert a PNG, JPEG, GIF, WebP, TIFF or netpbm (PBM, PGM, PPM, PAM) picture\n"
+    "to a GIF file through the libtolva export filter. BMP pictures are not read.\n"
+    "INPUT or OUTPUT may be '-' for standard input or output.\n"
     "OUTPUT may be a symbolic link (its target is replaced), a device or a pipe\n"
     "(written directly); it is never the input itself.\n"
     "\n";
@@ -248,6 +258,23 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
         }
         o->background = 1;
         return 0;
+    case OPT_MATTE:
+        if (parse_colour(value, o->matteColour) != 0) {
+            return fail(error, size, "invalid colour '%s' (expected RRGGBB)", value);
+        }
+        o->matte = 1;
+        return 0;
+    case OPT_MAX_PIXELS: {
+        char *end = NULL;
+        errno = 0;
+        unsigned long long pixels = strtoull(value, &end, 10);
+        if (end == value || *end != '\0' || errno != 0 || pixels == 0 || value[0] == '-') {
+            return fail(error, size, "invalid pixel count '%s'", value);
+        }
+        o->maxPixels = pixels;
+        return 0;
+    }
+    case OPT_NO_ORIENT: o->keepOrientation = 1; return 0;
     case OPT_COLOUR:
         for (size_t i = 0; i < sizeof kColourModes / sizeof kColourModes[0]; ++i) {
             if (strcmp(value, kColourModes[i].name) == 0) {
@@ -443,4 +470,10 @@ int tolva_parse_options(int argc, char **argv, TolvaOptions *o, char *error,
         return fail(error, errorSize, "section name longer than 143 characters");
     }
     return 0;
+}
+
+void tolva_matte_colour(const TolvaOptions *o, uint8_t rgb[3])
+{
+    static const uint8_t kWhite[3] = {255, 255, 255};
+    memcpy(rgb, o->matte ? o->matteColour : o->background ? o->backgroundColour : kWhite, 3);
 }

@@ -48,6 +48,10 @@ typedef struct TolvaOptions {
     uint8_t transparentColour[3];
     int32_t background;          /* --background given */
     uint8_t backgroundColour[3];
+    int32_t matte;               /* --matte given */
+    uint8_t matteColour[3];      /* under partly transparent pixels; see tolva_matte_colour */
+    uint64_t maxPixels;          /* --max-pixels; 0 = the reader's default */
+    int32_t keepOrientation;     /* --no-orient */
     int32_t colourClass;         /* --colour-mode as the filter's class 101..105; 0 = profile's */
     int32_t bands;               /* --bands; 0 = chosen from the picture size */
     int32_t quiet;
@@ -67,6 +71,10 @@ int tolva_parse_options(int argc, char **argv, TolvaOptions *options, char *erro
 
 /* Prints the --help text, made from the same table the parser reads. */
 void tolva_print_usage(FILE *out);
+
+/* What partly transparent pixels are blended over: --matte, else
+ * --background, else white. */
+void tolva_matte_colour(const TolvaOptions *options, uint8_t rgb[3]);
 
 #ifdef __cplusplus
 }

@@ -36,6 +36,7 @@ static uint32_t *to_words(const TolvaImage *image, int *alpha)
             uint8_t a = 255;
             if (image->bits == 8) {
                 rgb = image->palette + 3 * row[x];
+                a = image->alpha[row[x]];
             } else if (image->bits == 24) {
                 rgb = row + 3 * x;
             } else {
@@ -150,5 +151,6 @@ int tolva_resample(TolvaImage *image, int32_t width, int32_t height, char *error
     image->stride = stride;
     image->colours = 0;
     memset(image->palette, 0, sizeof image->palette);
+    memset(image->alpha, 255, sizeof image->alpha);
     return 0;
 }

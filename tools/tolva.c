@@ -22,10 +22,12 @@
 #include "messages.h"
 #include "options.h"
 #include "output.h"
+#include "picture.h"
 #include "progress.h"
 #include "resample.h"
 #include "sizing.h"
 #include "stop.h"
+#include "transparency.h"
 
 #ifndef TOLVA_VERSION_STRING
 #define TOLVA_VERSION_STRING "2.0.5"
@@ -103,7 +105,8 @@ static int profile_readable(const char *profile)
     return access(profile, R_OK) == 0;
 }
 
-static int load_picture(const char *input, TolvaImage *image, TolvaProgress *progress)
+static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *image,
+                        TolvaProgress *progress)
 {
     const char *name = display_name(input, "standard input");
     uint8_t *data = NULL;
@@ -115,7 +118,8 @@ static int load_picture(const char *input, TolvaImage *image, TolvaProgress *pro
         return report(EXIT_FAILURE, name, "cannot read the picture (%s)", strerror(failure));
     }
     char error[512];
-    TolvaImageResult result = tolva_decode_image(data, size, image, error, sizeof error);
+    TolvaReadSettings settings = {o->maxPixels, o->keepOrientation};
+    TolvaImageResult result = tolva_read_picture(data, size, &settings, image, error, sizeof error);
     free(data);
     if (result != TOLVA_IMAGE_OK) {
         tolva_progress_finish(progress);
@@ -125,36 +129,99 @@ static int load_picture(const char *input, TolvaImage *image, TolvaProgress *pro
     return EXIT_SUCCESS;
 }
 
+/* Transparency becomes the GIF's one transparent colour, and partly
+ * transparent pixels are blended over the matte. */
+static int flatten_picture(const TolvaOptions *o, TolvaImage *image, TolvaTransparency *t,
+                           const char *name)
+{
+    char error[512];
+    uint8_t matte[3];
+    tolva_matte_colour(o, matte);
+    if (tolva_flatten(image, matte, t, error, sizeof error) != TOLVA_IMAGE_OK) {
+        return report(EXIT_FAILURE, name, "%s", error);
+    }
+    return EXIT_SUCCESS;
+}
+
 static int stopped(const char *name)
 {
     return report(tolva_stop_status(), name, "%s", tolva_filter_message(TOLVA_ERR_STOPPED));
 }
 
-static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
-                          const TolvaImage *image, TolvaOutput *output, const char *name,
+static int export_failure(int32_t result, const char *name, const char *error)
+{
+    if (result == TOLVA_ERR_STOPPED) {
+        return tolva_stop_signal ? stopped(name)
+                                 : report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
+    }
+    if (result == TOLVA_EXPORT_REFUSED) {
+        return report(EXIT_USAGE, NULL, "%s", error);
+    }
+    if (result == TOLVA_EXPORT_NO_SETTINGS) {
+        return report(EXIT_FAILURE, NULL, "%s", error);
+    }
+    if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
+        return report(EXIT_FAILURE, name, "%s", error);
+    }
+    return report(EXIT_FAILURE, name, "%s (filter error %d)", tolva_filter_message(result),
+                  (int)result);
+}
+
+/*
+ * Whether the GIF at `path`, written with the key transparent, marks exactly
+ * the transparent pixels: the mask goes through the same filter settings (so
+ * the same scaling) into memory, and the two GIFs are compared pixel by pixel.
+ */
+static int32_t transparency_holds(const TolvaOptions *o, const TolvaFilter *filter,
+                                  const TolvaTransparency *t, const char *path, int *holds,
+                                  char *error, size_t errorSize)
+{
+    *holds = 0;
+    TolvaOptions plain = *o;
+    plain.transparent = plain.background = plain.interlace = 0;
+    TolvaProgress silent;
+    tolva_progress_init(&silent, NULL, "", 0);
+    TolvaMemoryFile mask = {NULL, 0, 0, 0};
+    int32_t result = tolva_export_to_memory(filter, &t->mask, &plain, &mask, &silent, error,
+                                            errorSize);
+    uint8_t *written = NULL;
+    size_t size = 0;
+    if (result == 0 && tolva_read_file(path, &written, &size) == 0) {
+        *holds = tolva_transparency_holds(written, size, mask.data, mask.size);
+    }
+    free(written);
+    tolva_memory_file_free(&mask);
+    return result;
+}
+
+static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, TolvaImage *image,
+                          const TolvaTransparency *t, TolvaOutput *output, const char *name,
                           TolvaProgress *progress)
 {
+    TolvaOptions settings = *o;
+    if (t->active) {
+        settings.transparent = 1;
+        memcpy(settings.transparentColour, t->key, 3);
+    }
     char error[512];
-    int32_t result = tolva_export(filter, image, o, output->filterPath, progress, error,
+    int32_t result = tolva_export(filter, image, &settings, output->filterPath, progress, error,
                                   sizeof error);
+    int holds = 1;
+    if (result == 0 && t->active) {
+        result = transparency_holds(o, filter, t, output->filterPath, &holds, error, sizeof error);
+    }
+    if (result == 0 && !holds) {
+        uint8_t matte[3];
+        tolva_matte_colour(o, matte);
+        tolva_fill_transparent(image, t, matte);
+        settings.transparent = 0;
+        tolva_progress_init(progress, progress->terminal, name, o->cancelAt);
+        result = tolva_export(filter, image, &settings, output->filterPath, progress, error,
+                              sizeof error);
+    }
     if (result != 0) {
         tolva_output_discard(output);
-        if (result == TOLVA_ERR_STOPPED) {
-            return tolva_stop_signal ? stopped(name)
-                                     : report(EXIT_CANCELLED, name, "%s",
-                                              tolva_filter_message(result));
-        }
-        if (result == TOLVA_EXPORT_REFUSED) {
-            return report(EXIT_USAGE, NULL, "%s", error);
-        }
-        if (result == TOLVA_EXPORT_NO_SETTINGS) {
-            return report(EXIT_FAILURE, NULL, "%s", error);
-        }
-        if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
-            return report(EXIT_FAILURE, name, "%s", error);
-        }
-        return report(EXIT_FAILURE, name, "%s (filter error %d)", tolva_filter_message(result),
-                      (int)result);
+        return export_failure(result, name, error);
     }
     int failure = tolva_output_commit(output);
     if (failure == EINTR && tolva_stop_signal) {
@@ -165,6 +232,11 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter,
     }
     if (failure != 0) {
         return report(EXIT_FAILURE, name, "cannot write the output file (%s)", strerror(failure));
+    }
+    if (!holds) {
+        report(EXIT_SUCCESS, name, "%s",
+               "written without transparency: the GIF's one transparent colour would also "
+               "have covered opaque pixels");
     }
     return EXIT_SUCCESS;
 }
@@ -191,6 +263,12 @@ static int size_picture(TolvaOptions *o, TolvaImage *image, const char *name)
         int32_t height = o->pixelHeight > 0 ? o->pixelHeight
                                             : tolva_proportional_side(image->width, image->height,
                                                                       o->pixelWidth, 0);
+        /* The resampled picture is handed over one to one, within the
+         * sides the filter's picture record carries. */
+        if (width > TOLVA_IMAGE_MAX_SIDE || height > TOLVA_IMAGE_MAX_SIDE) {
+            return report(EXIT_FAILURE, name, "--smooth makes at most %d pixels a side",
+                          TOLVA_IMAGE_MAX_SIDE);
+        }
         if (tolva_resample(image, width, height, error, sizeof error) != 0) {
             return report(EXIT_FAILURE, name, "%s", error);
         }
@@ -239,27 +317,33 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
     FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
     tolva_progress_init(&progress, terminal, name, o->cancelAt);
     TolvaImage image;
-    int status = load_picture(input, &image, &progress);
+    int status = load_picture(o, input, &image, &progress);
     if (status != EXIT_SUCCESS) {
         tolva_output_discard(&out);
         return status;
     }
+    /* Resampling comes before flattening, so that a partly covered edge is
+     * blended once, at the final size. */
     TolvaOptions sized = *o;
-    status = size_picture(&sized, &image, display_name(input, "standard input"));
+    TolvaTransparency transparency;
+    memset(&transparency, 0, sizeof transparency);
+    const char *inputName = display_name(input, "standard input");
+    status = size_picture(&sized, &image, inputName);
+    if (status == EXIT_SUCCESS) {
+        status = flatten_picture(&sized, &image, &transparency, inputName);
+    }
     if (status != EXIT_SUCCESS) {
         tolva_progress_finish(&progress);
         tolva_output_discard(&out);
-        tolva_free_image(&image);
-        return status;
-    }
-    if (tolva_stop_signal) {
+    } else if (tolva_stop_signal) {
         tolva_output_discard(&out);
         tolva_progress_finish(&progress);
         status = stopped(name);
     } else {
-        status = export_picture(&sized, filter, &image, &out, name, &progress);
+        status = export_picture(&sized, filter, &image, &transparency, &out, name, &progress);
     }
     tolva_free_image(&image);
+    tolva_free_transparency(&transparency);
     return status;
 }
 

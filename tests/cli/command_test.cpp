@@ -16,6 +16,9 @@
 #include <iterator>
 #include <string>
 #include <vector>
+#include <zlib.h>
+
+#include "picture_files.h"
 
 namespace {
 
@@ -190,7 +193,7 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"folder.png", "new.gif"}, 1, "folder.png: cannot read the picture (Is a directory"},
         {{"text.png", "old.gif"}, 1, "text.png: not a picture"},
         {{"cut.png", "new.gif"}, 1, "cut.png: corrupt PNG"},
-        {{"wide.png", "-"}, 1, "wide.png: the picture is 70000x2 pixels; a GIF holds at most 65535"},
+        {{"wide.png", "-"}, 1, "wide.png: the picture is 70000x2 pixels; the filter takes at most 32767"},
         {{"in.png", "no/such/dir/new.gif"}, 1, "new.gif: cannot create the output file (No such"},
         {{"in.png", "folder.gif"}, 1, "folder.gif: cannot create the output file (Is a directory"},
         {{"--profile", "absent.ini", "in.png", "new.gif"}, 1, "absent.ini: cannot read the profile"},
@@ -351,6 +354,277 @@ TEST_F(Command, StandardOutputReplacementAndLongPaths) {
     Result far = Run({"in.png", deep + "/far.gif"});
     ASSERT_EQ(far.status, 0) << far.err;
     EXPECT_EQ(ReadText(deep + "/far.gif"), file);
+}
+
+// ------------------------------------------------------------ pictures --
+
+using pictures::Bytes;
+using pictures::Raster;
+
+using pictures::kQuadrant;
+using pictures::kGreyQuadrant;
+using pictures::Quadrants;
+
+void Save(const std::string &path, const Bytes &bytes) {
+    ASSERT_FALSE(bytes.empty()) << path;
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()),
+                                                std::streamsize(bytes.size()));
+}
+
+const uint8_t *At(const Gif &gif, int x, int y) { return &gif.palette[3 * gif.indices[y * gif.width + x]]; }
+
+// Every format and depth at 1:1 comes back with its quadrant colours, within
+// what the filter's colour reduction moves them (the reader's exact values
+// are checked in pieces_test.cpp).
+TEST_F(Command, EveryFormatAndDepthRoundTrips) {
+    const int w = 12, h = 8;
+    Raster grey16 = Quadrants(w, h, 1, 65535, true);
+    for (uint16_t &v : grey16.samples) v = v == 21845 ? 25829 : v;  // 100.5 / 255: rounds to 101
+    const uint8_t grey16Quadrant[4] = {0, 101, 170, 255};
+    Raster cmyk = Quadrants(w, h, 4, 255, false);
+    for (size_t i = 0; i < cmyk.samples.size(); i += 4) {  // Adobe's inverted CMYK of the quadrants
+        uint16_t k = std::max({cmyk.samples[i], cmyk.samples[i + 1], cmyk.samples[i + 2]});
+        for (int c = 0; c < 3; ++c) cmyk.samples[i + c] = uint16_t(k ? cmyk.samples[i + c] * 255 / k : 0);
+        cmyk.samples[i + 3] = k;
+    }
+    struct Case {
+        std::string name;
+        Bytes bytes;
+        bool grey;
+        int tolerance;
+        const uint8_t *greys = kGreyQuadrant;
+    };
+    const Case cases[] = {
+        {"grey1.png", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), true, 8,
+         (const uint8_t *)"\0\0\xff\xff"},
+        {"grey2.png", pictures::Png(Quadrants(w, h, 1, 3, true), PNG_COLOR_TYPE_GRAY, 2), true, 8},
+        {"grey4.png", pictures::Png(Quadrants(w, h, 1, 15, true), PNG_COLOR_TYPE_GRAY, 4), true, 8},
+        {"grey16.png", pictures::Png(grey16, PNG_COLOR_TYPE_GRAY, 16), true, 8, grey16Quadrant},
+        {"rgb16.png", pictures::Png(Quadrants(w, h, 3, 65535, false), PNG_COLOR_TYPE_RGB, 16), false, 8},
+        {"ga.png", pictures::Png(Quadrants(w, h, 2, 255, true), PNG_COLOR_TYPE_GRAY_ALPHA, 8), true, 8},
+        {"rgba.png", pictures::Png(Quadrants(w, h, 4, 255, false), PNG_COLOR_TYPE_RGBA, 8), false, 8},
+        {"grey.jpg", pictures::Jpeg(Quadrants(w, h, 1, 255, true)), true, 12},
+        {"rgb.jpg", pictures::Jpeg(Quadrants(w, h, 3, 255, false), 100, 0, true), false, 16},
+        {"cmyk.jpg", pictures::Jpeg(cmyk, 100), false, 16},
+        {"rgb.webp", pictures::Webp(Quadrants(w, h, 3, 255, false)), false, 8},
+        {"rgba.webp", pictures::Webp(Quadrants(w, h, 4, 255, false)), false, 8},
+        {"rgb8.tif", pictures::Tiff(Quadrants(w, h, 3, 255, false), 8, PHOTOMETRIC_RGB), false, 8},
+        {"grey16.tif", pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK), true, 8, grey16Quadrant},
+        {"rgba.tif", pictures::Tiff(Quadrants(w, h, 4, 255, false), 8, PHOTOMETRIC_RGB, {}, true), false, 8},
+        {"raw.pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), true, 8,
+         (const uint8_t *)"\0\0\xff\xff"},
+        {"plain.pgm", pictures::Netpbm(Quadrants(w, h, 1, 255, true), PGM_FORMAT, true), true, 8},
+        {"grey16.pgm", pictures::Netpbm(grey16, RPGM_FORMAT), true, 8, grey16Quadrant},
+        {"rgb16.ppm", pictures::Netpbm(Quadrants(w, h, 3, 65535, false), RPPM_FORMAT), false, 8},
+        {"ga.pam", pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"), true, 8},
+        {"rgba.pam", pictures::Netpbm(Quadrants(w, h, 4, 255, false), PAM_FORMAT, false, "RGB_ALPHA"), false, 8},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.name);
+        Save(Path(c.name), c.bytes);
+        Gif gif = Export({"--actual-size", c.name});
+        ASSERT_EQ(std::make_pair(gif.width, gif.height), std::make_pair(w, h));
+        EXPECT_EQ(gif.transparent, -1);
+        for (int q = 0; q < 4; ++q) {
+            const uint8_t *got = At(gif, (q & 1) ? w - 2 : 1, (q & 2) ? h - 2 : 1);
+            for (int k = 0; k < 3; ++k) {
+                int want = c.grey ? c.greys[q] : kQuadrant[q][k];
+                EXPECT_NEAR(got[k], want, c.tolerance) << "quadrant " << q;
+            }
+        }
+    }
+}
+
+// Palette pictures of every format that has them keep their indices at 1:1.
+TEST_F(Command, PaletteFormatsKeepTheirIndices) {
+    Raster r{13, 6, 1, 255, {}};
+    for (int i = 0; i < 13 * 6; ++i) r.samples.push_back(uint16_t((i * 5 + i / 13) % 16));
+    Bytes palette;
+    for (int i = 0; i < 16; ++i) palette.insert(palette.end(), {uint8_t(i * 15), uint8_t(200 - i * 9), uint8_t(i * i)});
+    Save(Path("p.gif"), pictures::Gif(r, palette, -1, true));
+    Save(Path("p.png"), pictures::Png(r, PNG_COLOR_TYPE_PALETTE, 4, palette));
+    for (const char *name : {"p.gif", "p.png"}) {
+        SCOPED_TRACE(name);
+        Gif gif = Export({"--actual-size", name});
+        ASSERT_EQ(gif.indices.size(), r.samples.size());
+        for (size_t i = 0; i < r.samples.size(); ++i) EXPECT_EQ(gif.indices[i], r.samples[i]) << i;
+        gif.palette.resize(palette.size());
+        EXPECT_EQ(gif.palette, palette);
+    }
+}
+
+// A picture with transparent corners: exactly the fully transparent pixels
+// are transparent in the GIF; a half transparent pixel is blended over the
+// matte. The hidden colours of the corners must not matter.
+TEST_F(Command, TransparencyIsExact) {
+    const int w = 20, h = 10;
+    Raster rgba = Quadrants(w, h, 4, 255, false);
+    auto corner = [&](int x, int y) { return (x < 3 || x >= w - 3) && (y < 2 || y >= h - 2); };
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            uint16_t *p = &rgba.samples[(size_t(y) * w + x) * 4];
+            if (corner(x, y)) p[0] = uint16_t(x * 13), p[1] = uint16_t(y * 29), p[2] = 77, p[3] = 0;
+        }
+    rgba.samples[(2 * w + 12) * 4 + 3] = 128;  // half transparent, in the green quadrant
+    Save(Path("corners.png"), pictures::Png(rgba, PNG_COLOR_TYPE_RGBA, 8));
+    Save(Path("corners.webp"), pictures::Webp(rgba));
+    Raster ga = Quadrants(w, h, 2, 255, true);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            if (corner(x, y)) ga.samples[(size_t(y) * w + x) * 2 + 1] = 0;
+    Save(Path("corners-ga.png"), pictures::Png(ga, PNG_COLOR_TYPE_GRAY_ALPHA, 8));
+    // A palette picture whose entry 2 is transparent, and the same as a GIF.
+    Raster indexed{w, h, 1, 255, {}};
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) indexed.samples.push_back(uint16_t(corner(x, y) ? 2 : (x + y) % 4 == 2 ? 3 : (x + y) % 4));
+    const Bytes palette = {200, 10, 10, 10, 200, 10, 255, 255, 255, 10, 10, 200};
+    Save(Path("palette.png"), pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 255, 0}));
+    Save(Path("palette.gif"), pictures::Gif(indexed, palette, 2));
+    struct Case {
+        Args args;
+        bool palette;
+        uint8_t matte;
+    };
+    const Case cases[] = {
+        {{"corners.png"}, false, 255},
+        {{"--matte", "000000", "corners.png"}, false, 0},
+        {{"--background", "000000", "--interlace", "corners.webp"}, false, 0},
+        {{"corners-ga.png"}, false, 255},
+        {{"palette.png"}, true, 255},
+        {{"--colour-mode", "grey", "palette.gif"}, true, 255},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        Args args = c.args;
+        args.insert(args.begin(), "--actual-size");
+        Gif gif = Export(args);
+        ASSERT_EQ(std::make_pair(gif.width, gif.height), std::make_pair(w, h));
+        ASSERT_GE(gif.transparent, 0);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                EXPECT_EQ(gif.indices[y * w + x] == gif.transparent, corner(x, y)) << x << "," << y;
+        if (c.palette) {
+            EXPECT_EQ(gif.transparent, 2);
+            for (int i = 0; i < w * h; ++i) EXPECT_EQ(gif.indices[i], indexed.samples[i]);
+        } else if (!Has(c.args, "corners-ga.png")) {
+            EXPECT_NEAR(At(gif, 12, 2)[1], (200 * 128 + c.matte * 127) / 255, 8);
+        }
+    }
+}
+
+// When the key colour cannot be kept apart from the opaque colours (here
+// every candidate is itself an opaque colour), the picture is written without
+// transparency, over the matte, and the command says so.
+TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
+    Raster r{16, 8, 4, 255, {}};
+    for (int y = 0; y < 8; ++y)
+        for (int x = 0; x < 16; ++x) {
+            int i = (y * 8 + x) % 64;  // the opaque half holds all 64 candidate keys
+            bool clear = x >= 8;
+            r.samples.insert(r.samples.end(), {uint16_t((i >> 4 & 3) * 85), uint16_t((i >> 2 & 3) * 85),
+                                               uint16_t((i & 3) * 85), uint16_t(clear ? 0 : 255)});
+        }
+    Save(Path("full.png"), pictures::Png(r, PNG_COLOR_TYPE_RGBA, 8));
+    Result result = Run({"--actual-size", "--matte", "102030", "full.png", "out.gif"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_NE(result.err.find("out.gif: written without transparency"), std::string::npos) << result.err;
+    Gif gif;
+    ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
+    EXPECT_EQ(gif.transparent, -1);
+    for (int k = 0; k < 3; ++k) EXPECT_NEAR(At(gif, 12, 3)[k], "\x10\x20\x30"[k], 8);
+}
+
+// EXIF orientation 6 means the stored rows must be turned a quarter to the
+// right: the stored top-left quadrant ends up top right.
+TEST_F(Command, OrientationTurnsPicturesUpright) {
+    Save(Path("six.jpg"), pictures::Jpeg(Quadrants(16, 8, 3, 255, false), 100, 6));
+    Save(Path("three.png"), pictures::Png(Quadrants(16, 8, 3, 255, false), PNG_COLOR_TYPE_RGB, 8, {}, {}, 3));
+    struct Case {
+        Args args;
+        int width, height;
+        int quadrantAt[4];  // which stored quadrant shows at top left, top right, bottom left, bottom right
+    };
+    const Case cases[] = {
+        {{"six.jpg"}, 8, 16, {2, 0, 3, 1}},
+        {{"--no-orient", "six.jpg"}, 16, 8, {0, 1, 2, 3}},
+        {{"three.png"}, 16, 8, {3, 2, 1, 0}},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        Args args = c.args;
+        args.insert(args.begin(), "--actual-size");
+        Gif gif = Export(args);
+        ASSERT_EQ(std::make_pair(gif.width, gif.height), std::make_pair(c.width, c.height));
+        for (int q = 0; q < 4; ++q) {
+            const uint8_t *got = At(gif, (q & 1) ? c.width - 2 : 1, (q & 2) ? c.height - 2 : 1);
+            for (int k = 0; k < 3; ++k) EXPECT_NEAR(got[k], kQuadrant[c.quadrantAt[q]][k], 16) << q;
+        }
+    }
+}
+
+// Files that declare more pixels than the budget are refused from their
+// header, before any pixel memory; broken files of every format are refused
+// with their format named; nothing is written in either case.
+TEST_F(Command, BombsAndCorruptFilesAreRefused) {
+    // A small JPEG whose frame header is made to declare 9744 x 57616 and
+    // whose data stops right after the scan header.
+    Bytes bomb = pictures::Jpeg(Quadrants(16, 16, 1, 255, true));
+    for (size_t i = 2; i + 9 < bomb.size(); ++i) {
+        if (bomb[i] == 0xff && bomb[i + 1] == 0xc0) {
+            bomb[i + 5] = 57616 >> 8, bomb[i + 6] = 57616 & 0xff, bomb[i + 7] = 9744 >> 8, bomb[i + 8] = 9744 & 0xff;
+        }
+        if (bomb[i] == 0xff && bomb[i + 1] == 0xda) {
+            bomb.resize(i + 2 + (bomb[i + 2] << 8 | bomb[i + 3]) + 4);
+            break;
+        }
+    }
+    Save(Path("bomb.jpg"), bomb);
+    // A PNG whose header is made to declare 30000 x 30000 (CRC mended).
+    Bytes big = pictures::Png(Quadrants(8, 8, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1);
+    for (int k = 0; k < 2; ++k) big[16 + 4 * k] = 0, big[17 + 4 * k] = 0, big[18 + 4 * k] = 30000 >> 8, big[19 + 4 * k] = 30000 & 0xff;
+    uLong crc = crc32(0, &big[12], 17);
+    for (int k = 0; k < 4; ++k) big[29 + k] = uint8_t(crc >> (24 - 8 * k));
+    Save(Path("big.png"), big);
+    Save(Path("small.png"), pictures::Png(Quadrants(100, 100, 3, 255, false), PNG_COLOR_TYPE_RGB, 8));
+    auto half = [](const Bytes &b) { return Bytes(b.begin(), b.begin() + long(b.size() / 2)); };
+    Raster q = Quadrants(40, 40, 3, 255, false);
+    Save(Path("cut.jpg"), half(pictures::Jpeg(q)));
+    Save(Path("cut.gif"), half(pictures::Gif(Quadrants(40, 40, 1, 3, true), {0, 0, 0, 9, 9, 9, 99, 99, 99, 255, 255, 255})));
+    Save(Path("cut.webp"), half(pictures::Webp(q)));
+    Save(Path("cut.tif"), half(pictures::Tiff(q, 8, PHOTOMETRIC_RGB)));
+    Save(Path("cut16.pgm"), half(pictures::Netpbm(Quadrants(40, 40, 1, 65535, true), RPGM_FORMAT)));
+    WriteText(Path("huge.pgm"), "P5 99999999999999 2 255\n");
+    WriteText(Path("deep.pam"), "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nTUPLTYPE X\nENDHDR\n" + std::string(20, 'x'));
+    WriteText(Path("picture.bmp"), "BM" + std::string(60, '\0'));
+    struct Case {
+        Args args;
+        std::string mention;
+    };
+    const Case cases[] = {
+        {{"bomb.jpg"}, "bomb.jpg: the picture is 9744x57616 pixels"},
+        {{"--max-pixels", "1", "bomb.jpg"}, "bomb.jpg: the picture is 9744x57616 pixels"},
+        {{"big.png"}, "big.png: the picture is 30000x30000 pixels, more than the limit"},
+        {{"--max-pixels", "9999", "small.png"}, "small.png: the picture is 100x100 pixels, more than the limit of 9999"},
+        {{"cut.jpg"}, "cut.jpg: corrupt JPEG file"},
+        {{"cut.gif"}, "cut.gif: corrupt GIF file"},
+        {{"cut.webp"}, "cut.webp: corrupt WebP file"},
+        {{"cut.tif"}, "cut.tif: corrupt TIFF file"},
+        {{"cut16.pgm"}, "cut16.pgm: corrupt netpbm file"},
+        {{"huge.pgm"}, "huge.pgm: corrupt netpbm file"},
+        {{"deep.pam"}, "deep.pam: corrupt netpbm file"},
+        {{"picture.bmp"}, "picture.bmp: BMP pictures are not read"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        Args args = c.args;
+        args.push_back("new.gif");
+        Result r = Run(args);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err.rfind("tolva: " + c.mention, 0), 0u) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(access(Path("new.gif").c_str(), F_OK), 0);
+    }
+    EXPECT_EQ(Run({"--max-pixels", "10000", "small.png", "new.gif"}).status, 0);
 }
 
 }  // namespace

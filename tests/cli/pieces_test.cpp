@@ -3,6 +3,7 @@
 // is tested through the command itself (command_test.cpp).
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <string.h>
 
 #include <algorithm>
 #include <string>
@@ -154,6 +155,7 @@ TolvaImage Picture(int16_t bits, int32_t width, int32_t height) {
     image.bits = bits;
     image.stride = (static_cast<uint32_t>(width) * bits / 8 + 3) & ~3u;
     image.pixels = static_cast<uint8_t *>(calloc(image.stride, height));
+    memset(image.alpha, 255, sizeof image.alpha);
     return image;
 }
 

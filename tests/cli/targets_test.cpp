@@ -192,7 +192,7 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
     std::sort(lines.begin(), lines.end());
     const std::vector<std::string> want = {
         "tolva: b/in.png: has the output name of an earlier input; not converted",
-        "tolva: broken.png: not a picture the command reads (PNG, JPEG, PGM or PPM)",
+        "tolva: broken.png: not a picture the command reads (PNG, JPEG, GIF, WebP, TIFF, PBM, PGM, PPM or PAM)",
         "tolva: missing.png: cannot read the picture (No such file or directory)",
     };
     EXPECT_EQ(lines, want) << r.err;

@@ -1,0 +1,279 @@
+// Picture files of every format the command reads, made with each format's
+// own library, for the command's tests and the reader's fuzz seeds. Samples
+// are given top row first, `channels` per pixel, each 0..maxval.
+#ifndef TOLVA_TESTS_PICTURE_FILES_H
+#define TOLVA_TESTS_PICTURE_FILES_H
+
+#include <stdio.h>
+
+#include <gif_lib.h>
+#include <jpeglib.h>
+#include <pam.h>
+#include <png.h>
+#include <stdlib.h>
+#include <tiffio.h>
+#include <unistd.h>
+#include <webp/encode.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace pictures {
+
+using Bytes = std::vector<uint8_t>;
+
+struct Raster {
+    int width = 0, height = 0, channels = 3;
+    uint32_t maxval = 255;
+    std::vector<uint16_t> samples;  // top row first
+    uint16_t at(int x, int y, int c) const { return samples[(size_t(y) * width + x) * channels + c]; }
+};
+
+// A TIFF header with one IFD holding only the orientation tag: the EXIF
+// block as PNG's eXIf chunk carries it (a JPEG puts "Exif\0\0" in front).
+inline Bytes ExifOrientation(int orientation) {
+    return {'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1, 0x01, 0x12, 0, 3, 0, 0, 0, 1,
+            0, uint8_t(orientation), 0, 0, 0, 0, 0, 0};
+}
+
+// colourType is a PNG_COLOR_TYPE_*; for a palette picture the samples are
+// indices and `palette` / `opacity` its PLTE and tRNS.
+inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &palette = {},
+                 const Bytes &opacity = {}, int orientation = 0, bool interlaced = false) {
+    Bytes out;
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png_create_info_struct(png);
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return {};
+    }
+    png_set_write_fn(png, &out, [](png_structp p, png_bytep data, size_t n) {
+        auto *o = static_cast<Bytes *>(png_get_io_ptr(p));
+        o->insert(o->end(), data, data + n);
+    }, nullptr);
+    png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType,
+                 interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
+    std::vector<png_color> entries;
+    for (size_t i = 0; i + 2 < palette.size(); i += 3) entries.push_back({palette[i], palette[i + 1], palette[i + 2]});
+    if (!entries.empty()) png_set_PLTE(png, info, entries.data(), int(entries.size()));
+    if (!opacity.empty()) png_set_tRNS(png, info, opacity.data(), int(opacity.size()), nullptr);
+    Bytes exif = ExifOrientation(orientation);
+    if (orientation != 0) png_set_eXIf_1(png, info, png_uint_32(exif.size()), exif.data());
+    png_write_info(png, info);
+    if (bitDepth == 16) png_set_swap(png);  // rows below are native 16-bit
+    if (bitDepth < 8) png_set_packing(png);
+    size_t rowBytes = size_t(r.width) * r.channels * (bitDepth == 16 ? 2 : 1);
+    std::vector<Bytes> rows(r.height, Bytes(rowBytes));
+    std::vector<png_bytep> pointers;
+    for (int y = 0; y < r.height; ++y) {
+        for (int i = 0; i < r.width * r.channels; ++i) {
+            uint16_t v = r.samples[size_t(y) * r.width * r.channels + i];
+            if (bitDepth == 16) memcpy(&rows[y][2 * i], &v, 2);
+            else rows[y][i] = uint8_t(v);
+        }
+        pointers.push_back(rows[y].data());
+    }
+    png_write_image(png, pointers.data());
+    png_write_end(png, info);
+    png_destroy_write_struct(&png, &info);
+    return out;
+}
+
+// 1 (grey), 3 (RGB) or 4 (CMYK, stored inverted as Adobe's encoders do) components.
+inline Bytes Jpeg(const Raster &r, int quality = 95, int orientation = 0, bool progressive = false) {
+    jpeg_compress_struct c;
+    jpeg_error_mgr err;
+    c.err = jpeg_std_error(&err);
+    jpeg_create_compress(&c);
+    unsigned char *buffer = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&c, &buffer, &size);
+    c.image_width = r.width;
+    c.image_height = r.height;
+    c.input_components = r.channels;
+    c.in_color_space = r.channels == 1 ? JCS_GRAYSCALE : r.channels == 3 ? JCS_RGB : JCS_CMYK;
+    jpeg_set_defaults(&c);
+    jpeg_set_quality(&c, quality, TRUE);
+    if (progressive) jpeg_simple_progression(&c);
+    jpeg_start_compress(&c, TRUE);
+    if (orientation != 0) {
+        Bytes app1 = {'E', 'x', 'i', 'f', 0, 0};
+        Bytes tiff = ExifOrientation(orientation);
+        app1.insert(app1.end(), tiff.begin(), tiff.end());
+        jpeg_write_marker(&c, JPEG_APP0 + 1, app1.data(), unsigned(app1.size()));
+    }
+    Bytes row(size_t(r.width) * r.channels);
+    while (c.next_scanline < c.image_height) {
+        for (size_t i = 0; i < row.size(); ++i)
+            row[i] = uint8_t(r.samples[size_t(c.next_scanline) * row.size() + i]);
+        JSAMPROW p = row.data();
+        jpeg_write_scanlines(&c, &p, 1);
+    }
+    jpeg_finish_compress(&c);
+    jpeg_destroy_compress(&c);
+    Bytes out(buffer, buffer + size);
+    free(buffer);
+    return out;
+}
+
+// Samples are indices into `palette` (2^n entries).
+inline Bytes Gif(const Raster &r, const Bytes &palette, int transparent = -1, bool interlaced = false) {
+    Bytes out;
+    int error = 0;
+    GifFileType *gif = EGifOpen(&out, [](GifFileType *g, const GifByteType *data, int n) {
+        auto *o = static_cast<Bytes *>(g->UserData);
+        o->insert(o->end(), data, data + n);
+        return n;
+    }, &error);
+    int count = int(palette.size() / 3);
+    ColorMapObject *map = GifMakeMapObject(count, nullptr);
+    for (int i = 0; i < count; ++i) map->Colors[i] = {palette[3 * i], palette[3 * i + 1], palette[3 * i + 2]};
+    EGifSetGifVersion(gif, true);
+    EGifPutScreenDesc(gif, r.width, r.height, 8, 0, map);
+    if (transparent >= 0) {
+        GraphicsControlBlock gcb{};
+        gcb.TransparentColor = transparent;
+        GifByteType ext[4];
+        size_t n = EGifGCBToExtension(&gcb, ext);
+        EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, int(n), ext);
+    }
+    EGifPutImageDesc(gif, 0, 0, r.width, r.height, interlaced, nullptr);
+    std::vector<int> order;
+    if (interlaced) {
+        const int start[4] = {0, 4, 2, 1}, step[4] = {8, 8, 4, 2};
+        for (int p = 0; p < 4; ++p)
+            for (int y = start[p]; y < r.height; y += step[p]) order.push_back(y);
+    } else {
+        for (int y = 0; y < r.height; ++y) order.push_back(y);
+    }
+    Bytes line(r.width);
+    for (int y : order) {
+        for (int x = 0; x < r.width; ++x) line[x] = uint8_t(r.at(x, y, 0));
+        EGifPutLine(gif, line.data(), r.width);
+    }
+    EGifCloseFile(gif, &error);
+    GifFreeMapObject(map);
+    return out;
+}
+
+// Lossless, so that the pixels come back exactly; 3 or 4 channels.
+inline Bytes Webp(const Raster &r) {
+    Bytes pixels(r.samples.begin(), r.samples.end());
+    uint8_t *encoded = nullptr;
+    size_t size = r.channels == 4
+        ? WebPEncodeLosslessRGBA(pixels.data(), r.width, r.height, r.width * 4, &encoded)
+        : WebPEncodeLosslessRGB(pixels.data(), r.width, r.height, r.width * 3, &encoded);
+    Bytes out(encoded, encoded + size);
+    WebPFree(encoded);
+    return out;
+}
+
+// 8 or 16 bits a sample; photometric MINISBLACK, RGB or PALETTE (with a
+// 16-bit colour map given as 8-bit entries).
+inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palette = {},
+                  bool unassociatedAlpha = false) {
+    char path[] = "/tmp/tolva-tiff-XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) return {};
+    close(fd);
+    TIFF *t = TIFFOpen(path, "w");
+    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(r.width));
+    TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(r.height));
+    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(r.channels));
+    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, uint16_t(bits));
+    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, uint16_t(photometric));
+    TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
+    TIFFSetField(t, TIFFTAG_COMPRESSION, uint16_t(COMPRESSION_ADOBE_DEFLATE));
+    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, uint32_t(4));
+    if (unassociatedAlpha) {
+        uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+        TIFFSetField(t, TIFFTAG_EXTRASAMPLES, uint16_t(1), &extra);
+    }
+    std::vector<uint16_t> map[3];
+    if (photometric == PHOTOMETRIC_PALETTE) {
+        for (int c = 0; c < 3; ++c) {
+            map[c].assign(size_t(1) << bits, 0);
+            for (size_t i = 0; i * 3 + c < palette.size(); ++i) map[c][i] = uint16_t(palette[i * 3 + c] * 257);
+        }
+        TIFFSetField(t, TIFFTAG_COLORMAP, map[0].data(), map[1].data(), map[2].data());
+    }
+    size_t perRow = size_t(r.width) * r.channels;
+    Bytes row(perRow * (bits / 8));
+    for (int y = 0; y < r.height; ++y) {
+        for (size_t i = 0; i < perRow; ++i) {
+            uint16_t v = r.samples[y * perRow + i];
+            if (bits == 16) memcpy(&row[2 * i], &v, 2);
+            else row[i] = uint8_t(v);
+        }
+        TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
+    }
+    TIFFClose(t);
+    FILE *f = fopen(path, "rb");
+    Bytes out;
+    for (int ch; (ch = fgetc(f)) != EOF;) out.push_back(uint8_t(ch));
+    fclose(f);
+    unlink(path);
+    return out;
+}
+
+// format: PBM_FORMAT, RPGM_FORMAT, ..., PAM_FORMAT; tupleType for PAM.
+inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char *tupleType = "") {
+    static bool initialised = false;
+    if (!initialised) {
+        pm_init("tolva-test", 0);
+        initialised = true;
+    }
+    char *buffer = nullptr;
+    size_t size = 0;
+    FILE *f = open_memstream(&buffer, &size);
+    struct pam pam;
+    memset(&pam, 0, sizeof pam);
+    pam.size = sizeof pam;
+    pam.len = offsetof(struct pam, tuple_type) + sizeof pam.tuple_type;
+    pam.file = f;
+    pam.format = format;
+    pam.plainformat = plain;
+    pam.width = r.width;
+    pam.height = r.height;
+    pam.depth = unsigned(r.channels);
+    pam.maxval = r.maxval;
+    snprintf(pam.tuple_type, sizeof pam.tuple_type, "%s", tupleType);
+    pnm_writepaminit(&pam);
+    tuple *row = pnm_allocpamrow(&pam);
+    for (int y = 0; y < r.height; ++y) {
+        for (int x = 0; x < r.width; ++x)
+            for (int c = 0; c < r.channels; ++c) row[x][c] = r.at(x, y, c);
+        pnm_writepamrow(&pam, row);
+    }
+    pnm_freepamrow(row);
+    fclose(f);
+    Bytes out(buffer, buffer + size);
+    free(buffer);
+    return out;
+}
+
+// Four quadrants (top left, top right, bottom left, bottom right), each one
+// colour given as 8-bit RGB and written at `maxval`.
+inline const uint8_t kQuadrant[4][3] = {{250, 20, 30}, {10, 200, 40}, {30, 60, 220}, {240, 240, 235}};
+inline const uint8_t kGreyQuadrant[4] = {0, 85, 170, 255};
+
+inline Raster Quadrants(int width, int height, int channels, uint32_t maxval, bool grey) {
+    Raster r{width, height, channels, maxval, {}};
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            int q = (y >= height / 2) * 2 + (x >= width / 2);
+            for (int c = 0; c < channels; ++c) {
+                bool alpha = (channels == 2 && c == 1) || (channels == 4 && c == 3);
+                uint32_t v8 = alpha ? 255 : grey ? kGreyQuadrant[q] : kQuadrant[q][c];
+                r.samples.push_back(uint16_t((v8 * maxval + 127) / 255));
+            }
+        }
+    return r;
+}
+
+}  // namespace pictures
+
+#endif
