@@ -174,6 +174,24 @@ int tolva_filter_load(const char *path, const char *self, TolvaFilter *f, char *
     return 0;
 }
 
+int tolva_filter_settings_used(const TolvaFilter *f, const TolvaOptions *o, char *profile,
+                               size_t profileSize, char *section, size_t sectionSize)
+{
+    profile[0] = section[0] = '\0';
+    HGLOBAL setup = f->createSetup(0, o->profile, o->section, 0);
+    if (setup == 0) {
+        return -1;
+    }
+    const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
+    if (block != NULL) {
+        snprintf(profile, profileSize, "%.*s", (int)sizeof block->profilePath, block->profilePath);
+        snprintf(section, sectionSize, "%.*s", (int)sizeof block->sectionName, block->sectionName);
+        (void)f->globalUnlock(setup); /* always 0 */
+    }
+    (void)f->destroySetup(setup); /* 1 only for a handle that does not lock */
+    return 0;
+}
+
 void tolva_filter_unload(TolvaFilter *f)
 {
     if (f->module != NULL) {

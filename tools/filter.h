@@ -54,6 +54,16 @@ int tolva_filter_load(const char *path, const char *self, TolvaFilter *filter, c
                       size_t triedSize, char *error, size_t errorSize);
 void tolva_filter_unload(TolvaFilter *filter);
 
+/*
+ * The profile file and section the filter takes its settings from for these
+ * options (it may name its own section, or find no profile at all): copies
+ * them into `profile` and `section`, empty when none. Returns 0, or -1 when
+ * the filter could not create its settings block.
+ */
+int tolva_filter_settings_used(const TolvaFilter *filter, const TolvaOptions *options,
+                               char *profile, size_t profileSize, char *section,
+                               size_t sectionSize);
+
 /* Why an export stopped, when it was not the filter's own code. */
 enum {
     TOLVA_EXPORT_REFUSED = -2,   /* the setup escape refused a setting; see error */

@@ -14,6 +14,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "batch.h"
@@ -105,8 +106,13 @@ static int profile_readable(const char *profile)
     return access(profile, R_OK) == 0;
 }
 
+static void watch_reading(void *context, int32_t permille)
+{
+    tolva_progress_reading((TolvaProgress *)context, permille);
+}
+
 static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *image,
-                        TolvaProgress *progress)
+                        TolvaProgress *progress, const char **format)
 {
     const char *name = display_name(input, "standard input");
     uint8_t *data = NULL;
@@ -119,7 +125,10 @@ static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *im
     }
     char error[512];
     TolvaReadSettings settings = {o->maxPixels, o->keepOrientation};
+    *format = tolva_picture_format(data, size);
+    tolva_watch_reading(watch_reading, progress);
     TolvaImageResult result = tolva_read_picture(data, size, &settings, image, error, sizeof error);
+    tolva_watch_reading(NULL, NULL);
     free(data);
     if (result != TOLVA_IMAGE_OK) {
         tolva_progress_finish(progress);
@@ -194,9 +203,29 @@ static int32_t transparency_holds(const TolvaOptions *o, const TolvaFilter *filt
     return result;
 }
 
+/* What -v says of the GIF, read before the file goes to its place. */
+typedef struct GifFacts {
+    int width, height;
+    long long bytes;
+} GifFacts;
+
+static void gif_facts(const char *path, GifFacts *facts)
+{
+    uint8_t head[10] = {0};
+    FILE *file = fopen(path, "rb");
+    if (file != NULL) {
+        if (fread(head, 1, sizeof head, file) == sizeof head && fseek(file, 0, SEEK_END) == 0) {
+            facts->width = head[6] | head[7] << 8;
+            facts->height = head[8] | head[9] << 8;
+            facts->bytes = ftell(file);
+        }
+        fclose(file);
+    }
+}
+
 static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, TolvaImage *image,
                           const TolvaTransparency *t, TolvaOutput *output, const char *name,
-                          TolvaProgress *progress)
+                          TolvaProgress *progress, GifFacts *facts)
 {
     TolvaOptions settings = *o;
     if (t->active) {
@@ -222,6 +251,9 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, Tolv
     if (result != 0) {
         tolva_output_discard(output);
         return export_failure(result, name, error);
+    }
+    if (o->verbose) {
+        gif_facts(output->filterPath, facts);
     }
     int failure = tolva_output_commit(output);
     if (failure == EINTR && tolva_stop_signal) {
@@ -288,6 +320,23 @@ static int size_picture(TolvaOptions *o, TolvaImage *image, const char *name)
     return EXIT_SUCCESS;
 }
 
+static void say_written(const TolvaOptions *o, const TolvaFilter *filter, const char *name,
+                        const GifFacts *facts, const struct timespec *start)
+{
+    char profile[160], section[160], used[400];
+    if (tolva_filter_settings_used(filter, o, profile, sizeof profile, section,
+                                   sizeof section) != 0 || profile[0] == '\0') {
+        snprintf(used, sizeof used, "the filter's built-in settings");
+    } else {
+        snprintf(used, sizeof used, "profile %s, section [%s]", profile, section);
+    }
+    struct timespec end;
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    double seconds = (double)(end.tv_sec - start->tv_sec) + (end.tv_nsec - start->tv_nsec) / 1e9;
+    report(EXIT_SUCCESS, name, "GIF of %dx%d pixels, %lld bytes; %s; %.2f s", facts->width,
+           facts->height, facts->bytes, used, seconds);
+}
+
 /* What the output must never be: the input itself. NULL when the input
  * cannot be looked at (reading it then says why). */
 static const struct stat *input_identity(const char *input, struct stat *info)
@@ -316,8 +365,11 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
     TolvaProgress progress;
     FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
     tolva_progress_init(&progress, terminal, name, o->cancelAt);
+    struct timespec start;
+    clock_gettime(CLOCK_MONOTONIC, &start);
     TolvaImage image;
-    int status = load_picture(o, input, &image, &progress);
+    const char *format = NULL;
+    int status = load_picture(o, input, &image, &progress, &format);
     if (status != EXIT_SUCCESS) {
         tolva_output_discard(&out);
         return status;
@@ -328,6 +380,11 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
     TolvaTransparency transparency;
     memset(&transparency, 0, sizeof transparency);
     const char *inputName = display_name(input, "standard input");
+    if (o->verbose) {
+        tolva_progress_finish(&progress); /* the bar goes on below the line */
+        report(EXIT_SUCCESS, inputName, "%s, %dx%d pixels", format != NULL ? format : "?",
+               (int)image.width, (int)image.height);
+    }
     status = size_picture(&sized, &image, inputName);
     if (status == EXIT_SUCCESS) {
         status = flatten_picture(&sized, &image, &transparency, inputName);
@@ -340,7 +397,12 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
         tolva_progress_finish(&progress);
         status = stopped(name);
     } else {
-        status = export_picture(&sized, filter, &image, &transparency, &out, name, &progress);
+        GifFacts facts = {0, 0, 0};
+        status = export_picture(&sized, filter, &image, &transparency, &out, name, &progress,
+                                &facts);
+        if (status == EXIT_SUCCESS && o->verbose) {
+            say_written(o, filter, name, &facts, &start);
+        }
     }
     tolva_free_image(&image);
     tolva_free_transparency(&transparency);

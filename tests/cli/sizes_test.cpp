@@ -69,6 +69,15 @@ TEST_F(Sizes, PixelSizesAreExactAndTheDefaultIsThePicturesOwn) {
         EXPECT_EQ(gif.width, c.width);
         EXPECT_EQ(gif.height, c.height);
     }
+    // -v says what was read, what was written and which settings were used.
+    Result told = Run({"-v", "--profile", "named.ini", "wide.png", "out.gif"});
+    ASSERT_EQ(told.status, 0) << told.err;
+    EXPECT_EQ(told.err.rfind("tolva: wide.png: PNG, 400x300 pixels\n"
+                             "tolva: out.gif: GIF of 128x96 pixels, ", 0), 0u) << told.err;
+    EXPECT_NE(told.err.find(" bytes; profile " + Path("named.ini") + ", section [Small]; "),
+              std::string::npos)
+        << told.err;
+
     Result far = Run({"--width", "1000", "--height", "2", "odd.png", "out.gif"});
     EXPECT_EQ(far.status, 1);
     EXPECT_EQ(far.err, "tolva: odd.png: the filter cannot make 1000 x 2 pixels of this 37x15 "
