@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <sstream>
 
 #include "cli_testing.h"
 
@@ -15,6 +16,13 @@ namespace {
 
 using cli::Args;
 using cli::Result;
+
+// Whether process `pid` has ended (it is left to be waited for).
+bool Ended(pid_t pid) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid != 0;
+}
 
 // Whether process `pid` has `path` open.
 bool HasOpen(pid_t pid, const std::string &path) {
@@ -53,7 +61,7 @@ protected:
         while (!sent && std::chrono::steady_clock::now() < deadline) {
             pollfd p{watch, POLLIN, 0};
             if (poll(&p, 1, 50) <= 0) {
-                if (waitpid(command.pid(), nullptr, WNOHANG | WNOWAIT) != 0) break;  // ended
+                if (Ended(command.pid())) break;
                 continue;
             }
             alignas(inotify_event) char events[4096];
@@ -111,15 +119,40 @@ TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
         ASSERT_EQ(link(Path("in.png").c_str(), Path(name).c_str()), 0);
         args.push_back(name);
     }
-    // Only the parent gets the signal, as from kill(1); the spool is a child's.
-    int watch = inotify_init1(IN_CLOEXEC);
+    // Only the parent gets the signal, as from kill(1), once one of its
+    // children has its spool open.
+    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     ASSERT_GE(inotify_add_watch(watch, "/tmp", IN_CREATE), 0);
     cli::Process batch(dir_, args);
-    alignas(inotify_event) char events[4096];
-    ASSERT_GT(read(watch, events, sizeof events), 0);
+    bool sent = false;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!sent && std::chrono::steady_clock::now() < deadline &&
+           !Ended(batch.pid())) {
+        pollfd p{watch, POLLIN, 0};
+        if (poll(&p, 1, 50) <= 0) continue;
+        alignas(inotify_event) char events[4096];
+        ssize_t n = read(watch, events, sizeof events);
+        for (ssize_t at = 0; at < n && !sent;) {
+            auto *event = reinterpret_cast<inotify_event *>(events + at);
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+            if (event->len == 0 || std::string(event->name).rfind("zun", 0) != 0) continue;
+            std::string spool = std::string("/tmp/") + event->name;
+            std::istringstream children(cli::ReadText("/proc/" + std::to_string(batch.pid()) +
+                                                      "/task/" + std::to_string(batch.pid()) +
+                                                      "/children"));
+            std::vector<pid_t> running;
+            for (pid_t child; children >> child;) {
+                kill(child, SIGSTOP);
+                running.push_back(child);
+            }
+            for (pid_t child : running) sent = sent || HasOpen(child, spool);
+            if (sent) kill(batch.pid(), SIGTERM);
+            for (pid_t child : running) kill(child, SIGCONT);
+        }
+    }
     close(watch);
-    kill(batch.pid(), SIGTERM);
     r = batch.Finish();
+    ASSERT_TRUE(sent) << "no conversion of the batch was caught with its spool open";
     EXPECT_EQ(r.status, 128 + SIGTERM) << r.err;
     // The two conversions under way were cancelled, the others never began.
     EXPECT_EQ(system(("test -z \"$(ls -A '" + Path("gifs") + "')\"").c_str()), 0);
