@@ -465,8 +465,8 @@ int main(int argc, char **argv)
         return show_version(&o, self);
     }
     if (o.output != NULL && strcmp(o.output, "-") == 0 && isatty(STDOUT_FILENO)) {
-        return report(EXIT_USAGE, NULL, "%s",
-                      "refusing to write a GIF to a terminal (redirect standard output)");
+        return report(EXIT_USAGE, "standard output", "%s",
+                      "is a terminal; a GIF is not written to one (redirect it)");
     }
     if (o.profile != NULL && !profile_readable(o.profile)) {
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
