@@ -209,3 +209,18 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
 }
 
 }  // namespace
+
+namespace {
+
+// The command's own version needs no library; what could not be loaded is
+// named after it.
+class Version : public cli::Folder {};
+
+TEST_F(Version, IsShownEvenWithoutTheLibrary) {
+    cli::Result r = Run({"--version", "--library", "/no/such/libtolva.so"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "tolva 2.0.5\n");
+    EXPECT_EQ(r.err.rfind("tolva: /no/such/libtolva.so: cannot load the filter (", 0), 0u) << r.err;
+}
+
+}  // namespace
