@@ -15,5 +15,5 @@ for i in $(seq -w 1 100); do
 done
 inputs=$(echo "$work"/photos/*.jpg)
 hyperfine --warmup 1 --runs "${RUNS:-5}" -N \
-  --command-name "--jobs 1" "$command -q -O $work/gifs --jobs 1 $inputs" \
-  --command-name "--jobs 2" "$command -q -O $work/gifs --jobs 2 $inputs"
+  --command-name "jobs 1" "$command -q -O $work/gifs --jobs 1 $inputs" \
+  --command-name "jobs 2" "$command -q -O $work/gifs --jobs 2 $inputs"
