@@ -36,7 +36,7 @@ typedef struct Job {
 } Job;
 
 typedef struct Batch {
-    const TolvaBatch *spec;
+    const TolvaBatch *request;
     Job *jobs;
     int running;
     int finished;
@@ -63,27 +63,27 @@ static void put(const char *text, size_t length)
 static void clear_line(Batch *b)
 {
     if (b->drawn) {
-        fprintf(b->spec->terminal, "\r%*s\r", 60, "");
-        fflush(b->spec->terminal);
+        fprintf(b->request->terminal, "\r%*s\r", 60, "");
+        fflush(b->request->terminal);
         b->drawn = 0;
     }
 }
 
 static void draw(Batch *b)
 {
-    FILE *terminal = b->spec->terminal;
+    FILE *terminal = b->request->terminal;
     if (terminal == NULL) {
         return;
     }
     enum { kWidth = 30 };
     char bar[kWidth + 1];
-    int filled = b->finished * kWidth / b->spec->count;
+    int filled = b->finished * kWidth / b->request->count;
     for (int i = 0; i < kWidth; ++i) {
         bar[i] = i < filled ? '#' : '.';
     }
     bar[kWidth] = '\0';
-    fprintf(terminal, "\rtolva: %d/%d files [%s] %3d%%", b->finished, b->spec->count, bar,
-            b->finished * 100 / b->spec->count);
+    fprintf(terminal, "\rtolva: %d/%d files [%s] %3d%%", b->finished, b->request->count, bar,
+            b->finished * 100 / b->request->count);
     fflush(terminal);
     b->drawn = 1;
 }
@@ -103,7 +103,7 @@ static void forward_stop(Batch *b)
         return;
     }
     b->forwarded = 1;
-    for (int i = 0; i < b->spec->jobs; ++i) {
+    for (int i = 0; i < b->request->jobs; ++i) {
         if (b->jobs[i].pid > 0) {
             kill(b->jobs[i].pid, tolva_stop_signal);
         }
@@ -114,7 +114,7 @@ static void forward_stop(Batch *b)
 static int launch(Batch *b, int index, const char *output)
 {
     Job *job = NULL;
-    for (int i = 0; i < b->spec->jobs && job == NULL; ++i) {
+    for (int i = 0; i < b->request->jobs && job == NULL; ++i) {
         job = b->jobs[i].pid == 0 ? &b->jobs[i] : NULL;
     }
     int ends[2];
@@ -132,7 +132,7 @@ static int launch(Batch *b, int index, const char *output)
         close(ends[0]);
         dup2(ends[1], STDERR_FILENO);
         close(ends[1]);
-        int status = b->spec->convert(b->spec->context, index, output);
+        int status = b->request->convert(b->request->context, index, output);
         fflush(NULL);
         exit(status);
     }
@@ -167,7 +167,7 @@ static void collect(Batch *b, Job *job, int status)
     if (WIFSIGNALED(status)) {
         char what[64];
         snprintf(what, sizeof what, "the conversion ended by signal %d", WTERMSIG(status));
-        say(b, b->spec->inputs[job->index], what);
+        say(b, b->request->inputs[job->index], what);
     }
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         b->failed += 1;
@@ -186,7 +186,7 @@ static void wait_for_one(Batch *b)
     if (pid <= 0) {
         return; /* EINTR: a signal came; the loop looks again */
     }
-    for (int i = 0; i < b->spec->jobs; ++i) {
+    for (int i = 0; i < b->request->jobs; ++i) {
         if (b->jobs[i].pid == pid) {
             collect(b, &b->jobs[i], status);
             return;
@@ -195,11 +195,11 @@ static void wait_for_one(Batch *b)
 }
 
 /* Whether an earlier input of the batch has the same output name. */
-static int taken(const TolvaBatch *spec, int index, const char *output)
+static int taken(const TolvaBatch *request, int index, const char *output)
 {
     char other[PATH_MAX];
     for (int i = 0; i < index; ++i) {
-        if (tolva_batch_output_name(spec->directory, spec->inputs[i], other, sizeof other) == 0 &&
+        if (tolva_batch_output_name(request->directory, request->inputs[i], other, sizeof other) == 0 &&
             strcmp(other, output) == 0) {
             return 1;
         }
@@ -207,33 +207,33 @@ static int taken(const TolvaBatch *spec, int index, const char *output)
     return 0;
 }
 
-int tolva_run_batch(const TolvaBatch *spec)
+int tolva_run_batch(const TolvaBatch *request)
 {
     Batch b;
     memset(&b, 0, sizeof b);
-    b.spec = spec;
-    b.jobs = calloc((size_t)spec->jobs, sizeof *b.jobs);
+    b.request = request;
+    b.jobs = calloc((size_t)request->jobs, sizeof *b.jobs);
     if (b.jobs == NULL) {
-        say(&b, spec->directory, "out of memory");
+        say(&b, request->directory, "out of memory");
         return 1;
     }
     draw(&b);
     int next = 0;
-    while ((next < spec->count && !tolva_stop_signal) || b.running > 0) {
-        while (b.running < spec->jobs && next < spec->count && !tolva_stop_signal) {
+    while ((next < request->count && !tolva_stop_signal) || b.running > 0) {
+        while (b.running < request->jobs && next < request->count && !tolva_stop_signal) {
             int index = next++;
             char output[PATH_MAX];
             const char *problem = NULL;
-            if (tolva_batch_output_name(spec->directory, spec->inputs[index], output,
+            if (tolva_batch_output_name(request->directory, request->inputs[index], output,
                                         sizeof output) != 0) {
                 problem = "the output name is too long";
-            } else if (taken(spec, index, output)) {
+            } else if (taken(request, index, output)) {
                 problem = "has the output name of an earlier input; not converted";
             } else if (launch(&b, index, output) != 0) {
                 problem = "cannot start a process for it";
             }
             if (problem != NULL) {
-                say(&b, spec->inputs[index], problem);
+                say(&b, request->inputs[index], problem);
                 b.failed += 1;
                 b.finished += 1;
                 draw(&b);
@@ -244,7 +244,7 @@ int tolva_run_batch(const TolvaBatch *spec)
         }
     }
     if (b.drawn) {
-        fputc('\n', spec->terminal); /* the finished line stays */
+        fputc('\n', request->terminal); /* the finished line stays */
     }
     free(b.jobs);
     if (tolva_stop_signal) {
