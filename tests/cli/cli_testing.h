@@ -48,11 +48,6 @@ struct Launch {
     std::string input;          // a file for standard input; /dev/null when empty
 };
 
-inline Launch AsNobody() {
-    Launch l;
-    l.unprivileged = true;
-    return l;
-}
 inline Launch WithFileLimit(rlim_t bytes) {
     Launch l;
     l.fileLimit = bytes;
