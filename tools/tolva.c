@@ -245,6 +245,7 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, Tolv
         tolva_fill_transparent(image, t, matte);
         settings.transparent = 0;
         tolva_progress_init(progress, progress->terminal, name, o->cancelAt);
+        tolva_progress_reading(progress, 1000); /* the picture is read already */
         result = tolva_export(filter, image, &settings, output->filterPath, progress, error,
                               sizeof error);
     }
