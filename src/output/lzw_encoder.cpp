@@ -59,11 +59,6 @@ void flush_groups(Packer *p, const LzwSink *sink) {
     p->flushed = true;
 }
 
-// Empties the slots of the codes 258 .. next-1.
-void forget(LzwTable *table, uint32_t next) {
-    for (uint32_t code = kLzwFirstCode; code < next; ++code) table->child[table->key[code]] = 0;
-}
-
 // The width test that follows every emitted code, in its general form: the
 // end of a segment may run it twice with the same next free code, so it must
 // not assume that the code only moves forward. The table is not searched
@@ -89,8 +84,6 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
     Packer p{uint64_t{work[0]} | uint64_t{work[1]} << 8 | uint64_t{work[2]} << 16 |
                  uint64_t{work[3]} << 24,
              *carry, table->stage, table->stage, false};
-    uint16_t *child = table->child;
-    uint32_t *keys = table->key;
     const uint8_t *stage_full = table->stage + kLzwStageBytes;
     uint32_t width = kLzwFirstWidth;
     uint32_t next = kLzwFirstCode;
@@ -105,16 +98,13 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         const int32_t final_index = count - 1;
         for (int32_t i = 1; i < final_index; ++i) {
             uint32_t c = pixels[i];
-            // Slots sit by pixel first: the strings that grow from one
-            // pixel value, and a run's ever longer strings, share lines.
-            uint32_t key = c << 12 | prefix;
-            uint32_t code = child[key];
+            uint32_t where = 0;
+            uint32_t code = lzw_table_find(table, prefix, c, &where);
             if (code != 0) {
                 prefix = code;
                 continue;
             }
-            child[key] = static_cast<uint16_t>(next);
-            keys[next] = key;
+            lzw_table_add(table, where, prefix, c, next);
             ++next;
             put(&p, prefix, width);
             if (next == bump) {
@@ -123,7 +113,7 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
                     bump = width < kLzwLastWidth ? (1u << width) + 1 : kLzwResetCode;
                 } else {
                     put(&p, kLzwClearCode, width);
-                    forget(table, next);
+                    lzw_table_forget(table, next);
                     width = kLzwFirstWidth;
                     next = kLzwFirstCode;
                     bump = 513;
@@ -137,7 +127,8 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         // The last pixel: the segment ends here whether or not it extends the
         // current string, and the table is not searched again.
         uint32_t c = pixels[final_index];
-        uint32_t code = child[c << 12 | prefix];
+        uint32_t where = 0;
+        uint32_t code = lzw_table_find(table, prefix, c, &where);
         // The string is counted as a new entry even when it was found, which
         // keeps the next free code where a decoder expects it.
         ++next;
@@ -152,7 +143,7 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         }
         flush_groups(&p, sink);
     }
-    forget(table, reached);
+    lzw_table_forget(table, reached);
 
     put(&p, last ? kLzwEndCode : kLzwClearCode, width);
     auto whole = static_cast<uint32_t>(p.out - p.stage);
