@@ -3,8 +3,10 @@
 # photograph into a 256-colour GIF without dithering: ImageMagick (one thread,
 # +dither -colors 256), libvips gifsave and Pillow's median cut. Each is run as
 # a whole process, alternated with the others in one hyperfine run, on the
-# shipped photograph and on a generated 4K picture; the table ends with each
-# program's time as a multiple of tolva's.
+# shipped photograph and on a generated 4K picture; the table gives each
+# program's median wall time and, in the rows marked cpu, its median processor
+# time (user + system), which a loaded machine disturbs less; each with its
+# multiple of tolva's.
 #
 #   bench/compare.sh [RUNS]      (default 10 runs of each command per picture)
 #
@@ -48,10 +50,10 @@ Image.open(sys.argv[1]).quantize(256, method=Image.Quantize.MEDIANCUT,
                                  dither=Image.Dither.NONE).save(sys.argv[2])
 EOF
 
+load=$(cut -d' ' -f1-3 /proc/loadavg)
+
 # One hyperfine call per round, each command run once in it, so that the
 # programs alternate and a burst of load elsewhere falls on all of them.
-echo "| picture | tolva | ImageMagick | libvips | Pillow |"
-echo "|---|---|---|---|---|"
 for picture in 1080p 4k; do
   in="$work/$picture.ppm"
   for round in $(seq "$runs"); do
@@ -62,19 +64,27 @@ for picture in 1080p 4k; do
       -n libvips "vips gifsave $in $work/v.gif --dither 0" \
       -n pillow "/usr/bin/python3 $work/pillow.py $in $work/p.gif" >/dev/null
   done
-  python3 - "$picture" "$work"/"$picture"-*.json <<'EOF'
+  python3 - "$picture" "$work"/"$picture"-*.json >> "$work/table" <<'EOF'
 import json, statistics, sys
-times = {}
+# Wall time, and the processor time (user + system) that a loaded machine
+# disturbs less; each as a multiple of tolva's.
+times, cpu = {}, {}
 for path in sys.argv[2:]:
     for r in json.load(open(path))["results"]:
         times.setdefault(r["command"], []).extend(r["times"])
-median = {name: statistics.median(t) for name, t in times.items()}
-base = median["tolva"]
-cells = [f"{1000 * base:.0f} ms"]
-for name in ("imagemagick", "libvips", "pillow"):
-    cells.append(f"{1000 * median[name]:.0f} ms ({median[name] / base:.1f}x)")
-print(f"| {sys.argv[1]} | " + " | ".join(cells) + " |")
+        cpu.setdefault(r["command"], []).append(r["user"] + r["system"])  # one run a file
+for label, table in (("", times), (" cpu", cpu)):
+    median = {name: statistics.median(t) for name, t in table.items()}
+    base = median["tolva"]
+    cells = [f"{1000 * base:.0f} ms"]
+    for name in ("imagemagick", "libvips", "pillow"):
+        cells.append(f"{1000 * median[name]:.0f} ms ({median[name] / base:.1f}x)")
+    print(f"| {sys.argv[1]}{label} | " + " | ".join(cells) + " |")
 EOF
 done
+echo "| picture | tolva | ImageMagick | libvips | Pillow |"
+echo "|---|---|---|---|---|"
+cat "$work/table"
 echo
+echo "Load average before the runs: $load."
 echo "Medians of $runs alternated runs each; $(nproc) cores, $(lscpu | sed -n 's/^Model name: *//p')."

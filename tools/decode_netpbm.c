@@ -10,6 +10,7 @@
 #include <setjmp.h>
 #include <stddef.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <pam.h>
@@ -39,19 +40,53 @@ static int16_t depth_bits(const struct pam *pam)
     }
 }
 
-static void convert_row(const struct pam *pam, tuple *row, uint8_t *out)
+/* Every sample value a picture can hold, scaled to 8 bits once: the rows
+ * then take a table look-up a sample instead of a division. */
+struct sample_scale {
+    uint32_t maxval;
+    uint8_t to8[65536];
+};
+
+static struct sample_scale *make_scale(uint32_t maxval)
 {
-    uint32_t maxval = (uint32_t)pam->maxval;
+    struct sample_scale *scale = malloc(sizeof *scale);
+    if (scale == NULL) {
+        return NULL;
+    }
+    scale->maxval = maxval;
+    for (uint32_t v = 0; v <= maxval && v < 65536u; ++v) {
+        scale->to8[v] = tolva_scale_sample(v, maxval);
+    }
+    return scale;
+}
+
+static uint8_t scaled(const struct sample_scale *scale, sample value)
+{
+    return value >= scale->maxval ? 255 : scale->to8[value];
+}
+
+static void convert_row(const struct pam *pam, const struct sample_scale *scale, tuple *row,
+                        uint8_t *out)
+{
     int grey = pam->depth <= 2;
     int alpha = pam->depth == 2 || pam->depth == 4;
+    if (!grey && !alpha) {
+        for (int x = 0; x < pam->width; ++x, out += 3) {
+            const sample *t = row[x];
+            out[0] = scaled(scale, t[0]);
+            out[1] = scaled(scale, t[1]);
+            out[2] = scaled(scale, t[2]);
+        }
+        return;
+    }
     int step = alpha ? 4 : 3;
     for (int x = 0; x < pam->width; ++x, out += step) {
         const sample *t = row[x];
-        out[0] = tolva_scale_sample((uint32_t)t[0], maxval);
-        out[1] = grey ? out[0] : tolva_scale_sample((uint32_t)t[1], maxval);
-        out[2] = grey ? out[0] : tolva_scale_sample((uint32_t)t[2], maxval);
+        out[0] = scaled(scale, t[0]);
+        out[1] = grey ? out[0] : scaled(scale, t[1]);
+        out[2] = grey ? out[0] : scaled(scale, t[2]);
         if (alpha) {
-            out[3] = tolva_scale_sample((uint32_t)t[grey ? 1 : 3], maxval);
+            out[3] = scaled(scale, t[grey ? 1 : 3]);
         }
     }
 }
@@ -73,6 +108,7 @@ TolvaImageResult tolva_decode_netpbm(TolvaDecodeJob *job)
     netpbm_message[0] = '\0';
     struct pam pam;
     tuple *volatile row = NULL;
+    struct sample_scale *volatile scale = NULL;
     jmp_buf escape;
     jmp_buf *previous = NULL;
     pm_setjmpbufsave(&escape, &previous);
@@ -81,6 +117,7 @@ TolvaImageResult tolva_decode_netpbm(TolvaDecodeJob *job)
         if (row != NULL) {
             pnm_freepamrow(row);
         }
+        free(scale);
         fclose(file);
         return tolva_corrupt(job, "netpbm", netpbm_message);
     }
@@ -101,13 +138,21 @@ TolvaImageResult tolva_decode_netpbm(TolvaDecodeJob *job)
                                       job->error, job->errorSize);
     }
     if (result == TOLVA_IMAGE_OK) {
+        scale = make_scale((uint32_t)pam.maxval);
+        if (scale == NULL) {
+            snprintf(job->error, job->errorSize, "not enough memory to read the netpbm file");
+            result = TOLVA_IMAGE_NO_MEMORY;
+        }
+    }
+    if (result == TOLVA_IMAGE_OK) {
         row = pnm_allocpamrow(&pam);
         for (int32_t y = 0; y < job->image->height; ++y) {
             pnm_readpamrow(&pam, row);
-            convert_row(&pam, row, tolva_image_row(job->image, y));
+            convert_row(&pam, scale, row, tolva_image_row(job->image, y));
         }
         pnm_freepamrow(row);
     }
+    free(scale);
     pm_setjmpbuf(previous);
     fclose(file);
     return result;

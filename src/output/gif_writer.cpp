@@ -6,6 +6,7 @@
 // compressed or spooled. Each band is one LZW segment; only an interlaced
 // image that arrives in several bands is spooled and compressed at the end,
 // since its rows are needed in pass order.
+#include <algorithm>
 #include <cstring>
 
 #include "output/gif.h"
@@ -31,6 +32,18 @@ constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
 int32_t nearest_entry(const uint8_t colour[3], const uint8_t *palette, int32_t entries) {
     if (palette == nullptr) return 0;
     return get_nearest_rgb_index(colour[0], colour[1], colour[2], palette, entries);
+}
+
+// Turns a bottom-up band with stride s into rows of r bytes, top row first,
+// in place: the band becomes the encoder's input, and a picture's worth of
+// memory that would only receive a copy is never touched. Every row must lie
+// inside the band.
+void turn_rows_in_place(uint8_t *band, int32_t rows, uint32_t r, uint32_t s) {
+    for (int64_t y = 0, z = rows - 1; y < z; ++y, --z) {
+        std::swap_ranges(band + y * s, band + y * s + r, band + z * s);
+    }
+    if (r == s) return;
+    for (int64_t y = 1; y < rows; ++y) std::memmove(band + y * r, band + y * s, r);
 }
 
 // Copies `rows` rows of r bytes from a bottom-up band with stride s into dst,
@@ -145,20 +158,35 @@ int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
     const uint32_t r = gif_row_bytes(width, bitsPerPixel);
     const uint32_t s = (r + 3) & ~3u;
     const uint64_t temp_size = uint64_t{s} * static_cast<uint32_t>(n_rows);
+    const auto count = static_cast<int32_t>(uint64_t{r} * static_cast<uint32_t>(n_rows));
+    const bool interlace = gif_settings().interlace;
+    // A whole band written straight on is turned where it lies and encoded
+    // from there, with a work buffer of its own. Only segments long enough
+    // that the encoder clears the start of its work buffer qualify: shorter
+    // ones OR their first codes onto what the band's bytes held.
+    const bool in_place = band != 0 && !interlace && GlobalSize(band) >= temp_size &&
+                          count >= static_cast<int32_t>(kLzwWorkBytes);
     HGLOBAL temp_handle = 0;
-    if (temp_size <= UINT32_MAX) {
+    if (!in_place && temp_size <= UINT32_MAX) {
         temp_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(temp_size));
     }
     auto *temp = static_cast<uint8_t *>(GlobalLock(temp_handle));
 
+    if (in_place) {
+        auto *band_data = static_cast<uint8_t *>(GlobalLock(band));
+        turn_rows_in_place(band_data, n_rows, r, s);
+        uint8_t work[kLzwWorkBytes] = {};
+        int32_t result = CompressAndWrite(stream, band_data, work, count, first, last, carry);
+        GlobalUnlock(band);
+        if (st != nullptr) GlobalUnlock(state);
+        return result;
+    }
     int32_t result = TOLVA_OK;
     if (band == 0 || temp == nullptr) {
         result = TOLVA_ERR_MEMORY;
     } else {
         auto *band_data = static_cast<uint8_t *>(GlobalLock(band));
         const uint32_t band_size = GlobalSize(band);
-        const auto count = static_cast<int32_t>(uint64_t{r} * static_cast<uint32_t>(n_rows));
-        const bool interlace = gif_settings().interlace;
         const bool whole_image = first && last;
         turn_rows(temp, band_data, band_size, n_rows, r, s, interlace && whole_image);
         if (interlace && !whole_image) {

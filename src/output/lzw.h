@@ -38,17 +38,34 @@ constexpr uint32_t kLzwWorkBytes = 264;
 // hash over (prefix << 8 | pixel) keys, an entry being key << 12 | code.
 // Codes are 258 and up, so 0 marks an empty slot either way. Every string is
 // stored once (a key is added only after its lookup failed), which is why the
-// first match of a linear scan and the match found here agree.
+// first match of a linear scan and the match found here agree. The whole
+// table stays within the first-level cache; a direct slot for every prefix
+// and pixel would be faster still on photographs but takes 2 MB of fresh
+// memory, as much as a 1080p picture's indices.
+//
+// The slots are empty when the table is handed to the encoder. A reset does
+// not clear the whole table: where each code since the last reset went is
+// listed, and only those slots are emptied, so that a reset costs what the
+// codes since the last one cost. The encoder hands the table back emptied
+// the same way.
 
 constexpr uint32_t kLzwHashBits = 13;
 constexpr uint32_t kLzwHashSize = 1u << kLzwHashBits;  // 8192 slots, never half full
 constexpr uint32_t kLzwCodes = 4096;
-// The `where` of a string whose prefix has no string added yet.
-constexpr uint32_t kLzwFirstChild = 0xFFFFFFFFu;
+// The `where` of a string that goes to its prefix's direct slot.
+constexpr uint32_t kLzwFirstChild = 0x80000000u;
+// Encoded bytes gather here and leave in whole groups once this many are
+// complete, instead of after every step.
+constexpr uint32_t kLzwStageGroups = 16;
+constexpr uint32_t kLzwStageBytes = kLzwStageGroups * kLzwGroupBytes;
 
 struct LzwTable {
     uint32_t first_child[kLzwCodes];
     uint32_t slot[kLzwHashSize];
+    uint32_t where[kLzwCodes];  // the slot each code since the last reset took
+    // Whole words are stored past the last complete byte: room for one
+    // step's 36 bits and the word beyond them.
+    uint8_t stage[kLzwStageBytes + 32];
 };
 
 inline uint32_t lzw_hash(uint32_t key) { return (key * 0x9E3779B1u) >> (32 - kLzwHashBits); }
@@ -59,7 +76,7 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
                                uint32_t *where) {
     uint32_t first = table->first_child[prefix];
     if (first == 0) {
-        *where = kLzwFirstChild;
+        *where = kLzwFirstChild | prefix;
         return 0;
     }
     if ((first >> 16) == pixel) return first & 0xFFFFu;
@@ -78,61 +95,23 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
 
 inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t prefix, uint32_t pixel,
                           uint32_t code) {
-    if (where == kLzwFirstChild) {
+    if ((where & kLzwFirstChild) != 0) {
         table->first_child[prefix] = (pixel << 16) | code;
     } else {
         table->slot[where] = (((prefix << 8) | pixel) << 12) | code;
     }
+    table->where[code] = where;
 }
 
-void lzw_table_clear(LzwTable *table);
-
-// ---------------------------------------------------------------------------
-// Bit accumulator over the work buffer. bitpos = 8 * pos + nbits counts the
-// bits packed since work[0]. The first four bytes of the buffer are loaded
-// into the accumulator at the start, so that codes are ORed onto whatever
-// those bytes hold (the parked byte of the previous segment, or bytes the
-// caller did not clear), exactly as a packer that ORs into the buffer would;
-// every later byte is written whole.
-
-struct LzwBits {
-    uint64_t acc;   // pending bits, least significant first
-    uint32_t nbits; // pending bit count
-    uint32_t pos;   // index in work of the first pending byte
-    uint8_t *work;
-};
-
-inline void lzw_bits_start(LzwBits *bits, uint8_t *work, uint32_t carry) {
-    bits->work = work;
-    bits->pos = 0;
-    bits->nbits = carry;
-    bits->acc = uint64_t{work[0]} | uint64_t{work[1]} << 8 | uint64_t{work[2]} << 16 |
-                uint64_t{work[3]} << 24;
-}
-
-inline void lzw_bits_put(LzwBits *bits, uint32_t code, uint32_t width) {
-    bits->acc |= uint64_t{code} << bits->nbits;
-    bits->nbits += width;
-    if (bits->nbits >= 32) {
-        uint8_t *p = bits->work + bits->pos;
-        p[0] = static_cast<uint8_t>(bits->acc);
-        p[1] = static_cast<uint8_t>(bits->acc >> 8);
-        p[2] = static_cast<uint8_t>(bits->acc >> 16);
-        p[3] = static_cast<uint8_t>(bits->acc >> 24);
-        bits->pos += 4;
-        bits->acc >>= 32;
-        bits->nbits -= 32;
-    }
-}
-
-inline uint32_t lzw_bits_position(const LzwBits *bits) { return bits->pos * 8 + bits->nbits; }
-
-// Writes every complete pending byte into the buffer.
-inline void lzw_bits_drain(LzwBits *bits) {
-    while (bits->nbits >= 8) {
-        bits->work[bits->pos++] = static_cast<uint8_t>(bits->acc);
-        bits->acc >>= 8;
-        bits->nbits -= 8;
+// Empties the slots of the codes 258 .. next-1.
+inline void lzw_table_forget(LzwTable *table, uint32_t next) {
+    for (uint32_t code = kLzwFirstCode; code < next; ++code) {
+        uint32_t where = table->where[code];
+        if ((where & kLzwFirstChild) != 0) {
+            table->first_child[where & (kLzwCodes - 1)] = 0;
+        } else {
+            table->slot[where] = 0;
+        }
     }
 }
 
@@ -153,8 +132,8 @@ struct LzwSink {
 // count byte. Stops at the first failed write; 0 or TOLVA_ERR_STREAM.
 int32_t lzw_write_sub_blocks(const LzwSink *sink, const uint8_t *bytes, uint32_t n);
 
-// Encodes one segment with a table that the caller provides (its contents on
-// entry do not matter). work[0] holds the parked byte when *carry is non-zero.
+// Encodes one segment with a table that the caller provides, its slots zero on
+// entry (and zero again on return). work[0] holds the parked byte when *carry is non-zero.
 // Returns the number of bytes of the closing flush, which is also the index in
 // work of the partial byte left for the next segment.
 uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t *pixels,

@@ -10,59 +10,88 @@
 // test once more, and the pixel of a one-pixel segment is never emitted.
 // Decoders stay in step because this encoder adds each entry one code before
 // a decoder does.
+#include <bit>
 #include <cstring>
 
 #include "output/lzw.h"
 
 namespace {
 
+// The packer stores its accumulator as one little-endian word.
+static_assert(std::endian::native == std::endian::little);
+
+// Codes go into a 64-bit accumulator least significant bit first. Every put
+// stores the whole accumulator at the first incomplete byte and steps over
+// the bytes it completed, so no put loops or branches; the incomplete bytes
+// it stored are stored again, grown, by the next put.
+struct Packer {
+    uint64_t acc;    // pending bits, least significant first
+    uint32_t nbits;  // pending bit count, below 8 between puts
+    uint8_t *out;    // the first incomplete byte in the stage
+    uint8_t *stage;
+    bool flushed;    // some group left the stage in this segment
+};
+
+inline void put(Packer *p, uint32_t code, uint32_t width) {
+    p->acc |= uint64_t{code} << p->nbits;
+    p->nbits += width;
+    std::memcpy(p->out, &p->acc, sizeof p->acc);
+    uint32_t whole = p->nbits >> 3;
+    p->out += whole;
+    p->acc >>= whole * 8;
+    p->nbits &= 7;
+}
+
+// Hands every whole group of 254 complete bytes to the sink, each as its own
+// write: a group that fails does not keep the next one from being tried,
+// exactly as when each left on its own after a step. The incomplete bytes
+// move to the start of the stage.
+void flush_groups(Packer *p, const LzwSink *sink) {
+    auto complete = static_cast<uint32_t>(p->out - p->stage);
+    uint32_t g = complete / kLzwGroupBytes * kLzwGroupBytes;
+    if (g == 0) return;
+    for (uint32_t at = 0; at < g; at += kLzwGroupBytes) {
+        // A failed sub-block write is not reported; the encoder goes on.
+        (void)lzw_write_sub_blocks(sink, p->stage + at, kLzwGroupBytes);
+    }
+    std::memmove(p->stage, p->stage + g, complete - g + sizeof p->acc);
+    p->out -= g;
+    p->flushed = true;
+}
+
 // The width test that follows every emitted code, in its general form: the
 // end of a segment may run it twice with the same next free code, so it must
-// not assume that the code only moves forward.
-void width_test(LzwBits *bits, uint32_t *width, uint32_t *next) {
+// not assume that the code only moves forward. The table is not searched
+// after the end's codes, so a reset here leaves its slots to the caller.
+void width_test(Packer *p, uint32_t *width, uint32_t *next) {
     if (*next == 513 || *next == 1025 || *next == 2049) {
         *width += 1;
     } else if (*next == kLzwResetCode) {
-        lzw_bits_put(bits, kLzwClearCode, *width);
+        put(p, kLzwClearCode, *width);
         *width = kLzwFirstWidth;
         *next = kLzwFirstCode;
     }
 }
 
-// Hands every whole group of 254 bytes to the sink and moves the rest of the
-// buffer to its start. The group area is cleared first, as the packer of old
-// relied on: bytes 0..3 of the buffer can be read by the next segment.
-void flush_groups(LzwBits *bits, const LzwSink *sink) {
-    uint32_t bytes = lzw_bits_position(bits) / 8;
-    uint32_t g = bytes / kLzwGroupBytes * kLzwGroupBytes;
-    if (g == 0) return;
-    lzw_bits_drain(bits);
-    // A failed sub-block write is not reported; the encoder goes on.
-    (void)lzw_write_sub_blocks(sink, bits->work, g);
-    uint32_t rest = bits->pos - g;
-    std::memset(bits->work, 0, kLzwGroupBytes);
-    std::memmove(bits->work, bits->work + g, rest);
-    bits->pos = rest;
-}
-
 }  // namespace
-
-void lzw_table_clear(LzwTable *table) {
-    std::memset(table->first_child, 0, sizeof table->first_child);
-    std::memset(table->slot, 0, sizeof table->slot);
-}
 
 uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t *pixels,
                             uint8_t *work, int32_t count, int32_t first, int32_t last,
                             uint32_t *carry) {
-    LzwBits bits;
-    lzw_bits_start(&bits, work, *carry);
-    lzw_table_clear(table);
+    // Codes are ORed onto the first four bytes of the work buffer, whatever
+    // they hold: the parked byte of the previous segment, or bytes a short
+    // segment's caller did not clear.
+    Packer p{uint64_t{work[0]} | uint64_t{work[1]} << 8 | uint64_t{work[2]} << 16 |
+                 uint64_t{work[3]} << 24,
+             *carry, table->stage, table->stage, false};
+    const uint8_t *stage_full = table->stage + kLzwStageBytes;
     uint32_t width = kLzwFirstWidth;
     uint32_t next = kLzwFirstCode;
+    // The highest next free code the table has had since it was last empty.
+    uint32_t reached = next;
     // The next free code at which the width grows, or the table is reset.
     uint32_t bump = 513;
-    if (first) lzw_bits_put(&bits, kLzwClearCode, width);
+    if (first) put(&p, kLzwClearCode, width);
 
     if (count > 1) {
         uint32_t prefix = pixels[0];
@@ -77,22 +106,23 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
             }
             lzw_table_add(table, where, prefix, c, next);
             ++next;
-            lzw_bits_put(&bits, prefix, width);
+            put(&p, prefix, width);
             if (next == bump) {
                 if (width < kLzwLastWidth) {
                     ++width;
                     bump = width < kLzwLastWidth ? (1u << width) + 1 : kLzwResetCode;
                 } else {
-                    lzw_bits_put(&bits, kLzwClearCode, width);
+                    put(&p, kLzwClearCode, width);
+                    lzw_table_forget(table, next);
                     width = kLzwFirstWidth;
                     next = kLzwFirstCode;
                     bump = 513;
-                    lzw_table_clear(table);
                 }
             }
             prefix = c;
-            if (lzw_bits_position(&bits) >= kLzwGroupBytes * 8) flush_groups(&bits, sink);
+            if (p.out >= stage_full) flush_groups(&p, sink);
         }
+        reached = next;
 
         // The last pixel: the segment ends here whether or not it extends the
         // current string, and the table is not searched again.
@@ -103,29 +133,31 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         // keeps the next free code where a decoder expects it.
         ++next;
         if (code != 0) {
-            lzw_bits_put(&bits, code, width);
-            width_test(&bits, &width, &next);
+            put(&p, code, width);
+            width_test(&p, &width, &next);
         } else {
-            lzw_bits_put(&bits, prefix, width);
-            width_test(&bits, &width, &next);
-            lzw_bits_put(&bits, c, width);
-            width_test(&bits, &width, &next);
+            put(&p, prefix, width);
+            width_test(&p, &width, &next);
+            put(&p, c, width);
+            width_test(&p, &width, &next);
         }
-        flush_groups(&bits, sink);
+        flush_groups(&p, sink);
     }
+    lzw_table_forget(table, reached);
 
-    lzw_bits_put(&bits, last ? kLzwEndCode : kLzwClearCode, width);
-    uint32_t bitpos = lzw_bits_position(&bits);
-    uint32_t n;
+    put(&p, last ? kLzwEndCode : kLzwClearCode, width);
+    auto whole = static_cast<uint32_t>(p.out - p.stage);
+    uint32_t n = whole;
     if (last) {
-        n = (bitpos + 7) / 8;
+        n += p.nbits != 0 ? 1 : 0;
         *carry = 0;
     } else {
-        n = bitpos / 8;
-        *carry = bitpos % 8;
+        *carry = p.nbits;
     }
-    lzw_bits_drain(&bits);
-    if (bits.nbits > 0) work[bits.pos] = static_cast<uint8_t>(bits.acc);
+    // The work buffer ends as if every byte had gone through it: cleared
+    // where groups left it, then the closing bytes and the partial one.
+    if (p.flushed) std::memset(work, 0, kLzwGroupBytes);
+    std::memcpy(work, p.stage, whole + (p.nbits != 0 ? 1 : 0));
     // As inside the loop, a failed write of the closing bytes is not reported.
     (void)lzw_write_sub_blocks(sink, work, n);
     return n;

@@ -78,7 +78,7 @@ struct RlNearestCandidate {
 
 // Recent answers, by colour: colour << 8 | (index + 1), 0 for an empty slot.
 // Only indices below 255 are kept, which is every index of the usual tables.
-constexpr int kRlNearestRecentBits = 17;
+constexpr int kRlNearestRecentBits = 15;
 // Answers of whole 8-wide and 4-wide cells of colour queries: 0 not known
 // yet, index + 1 when every colour of the cell has that answer,
 // kRlNearestMixed otherwise.

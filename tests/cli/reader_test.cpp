@@ -47,6 +47,10 @@ TEST(Reader, EveryDepthGivesExactSamples) {
     rgb16.channels = 3;
     rgb16.samples.clear();
     for (int i = 0; i < w * h; ++i) rgb16.samples.insert(rgb16.samples.end(), {25829, 0, 65500});
+    // A maxval that is neither 8 nor 16 bits: 500 of 1000 rounds up to 128,
+    // 999 to 255, 1 down to 0.
+    Raster rgb1000{w, h, 3, 1000, {}};
+    for (int i = 0; i < w * h; ++i) rgb1000.samples.insert(rgb1000.samples.end(), {500, 999, 1});
     struct Case {
         std::string name;
         Bytes bytes;
@@ -58,6 +62,7 @@ TEST(Reader, EveryDepthGivesExactSamples) {
         {"png rgb 16", pictures::Png(rgb16, PNG_COLOR_TYPE_RGB, 16), 24, {101, 0, 255}, {101, 0, 255}},
         {"pgm 16", pictures::Netpbm(grey16, RPGM_FORMAT), 24, {255, 255, 255}, {101, 101, 101}},
         {"ppm 16 plain", pictures::Netpbm(rgb16, PPM_FORMAT, true), 24, {101, 0, 255}, {101, 0, 255}},
+        {"ppm 16 maxval 1000", pictures::Netpbm(rgb1000, RPPM_FORMAT), 24, {128, 255, 0}, {128, 255, 0}},
         {"tiff grey 16", pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK), 24, {255, 255, 255}, {101, 101, 101}},
         {"tiff rgb 16", pictures::Tiff(rgb16, 16, PHOTOMETRIC_RGB), 24, {101, 0, 255}, {101, 0, 255}},
         {"png grey 1", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, {0, 0, 0}, {0, 0, 0}},
