@@ -6,6 +6,7 @@
 // that GlobalHandle can turn an address back into its handle. Nothing ever
 // moves and there is no lock count: locking only yields the pointer.
 #include "host/memory.h"
+#include "host/unaligned.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -30,9 +31,7 @@ constexpr uint64_t kSlack = kHeaderSize + 14;
 uint8_t *header(HGLOBAL h) { return reinterpret_cast<uint8_t *>(h); }
 
 uint8_t *data_address(HGLOBAL h) {
-    uint8_t *address;
-    std::memcpy(&address, header(h) + kAddressAt, sizeof address);
-    return address;
+    return host_load<uint8_t *>(header(h), kAddressAt);
 }
 
 size_t allocation_bytes(uint32_t size) { return static_cast<size_t>((uint64_t{size} + kSlack) / 8 * 8); }
@@ -50,10 +49,10 @@ uint8_t *write_header(uint8_t *block, uint32_t size, uint32_t flags) {
     uintptr_t base = reinterpret_cast<uintptr_t>(block);
     size_t fill = (8 - ((base + kHeaderSize) % 8)) % 8;
     uint8_t *data = block + kHeaderSize + fill;
-    std::memcpy(block + kSizeAt, &size, 4);
-    std::memcpy(block + kFlagsAt, &flags, 4);
-    std::memset(block + kReservedAt, 0, 4);
-    std::memcpy(block + kAddressAt, &data, sizeof data);
+    host_store(block, kSizeAt, size);
+    host_store(block, kFlagsAt, flags);
+    host_store(block, kReservedAt, uint32_t{0});
+    host_store(block, kAddressAt, data);
     block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize + fill);
     std::memset(block + kOffsetAt + 1, 0, 3);
     return data;
@@ -134,9 +133,7 @@ HGLOBAL GlobalHandle(const void *address) {
 
 uint32_t GlobalSize(HGLOBAL h) {
     if (h == 0) return 0;
-    uint32_t size;
-    std::memcpy(&size, header(h) + kSizeAt, 4);
-    return size;
+    return host_load<uint32_t>(header(h), kSizeAt);
 }
 
 HGLOBAL GlobalPointerToHandle(void *address, uint32_t size) {
@@ -145,8 +142,8 @@ HGLOBAL GlobalPointerToHandle(void *address, uint32_t size) {
     // The flags word keeps whatever the allocator left there; set it anyway so
     // that the header is never read uninitialised.
     std::memset(block, 0, kHeaderSize);
-    std::memcpy(block + kSizeAt, &size, 4);
-    std::memcpy(block + kAddressAt, &address, sizeof address);
+    host_store(block, kSizeAt, size);
+    host_store(block, kAddressAt, address);
     block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize);
     return reinterpret_cast<HGLOBAL>(block);
 }
