@@ -12,6 +12,7 @@
 
 #include "host/busy.h"
 #include "output/pipeline.h"
+#include "stream/sinks.h"
 
 using tolva_output::replace_bitmap;
 
@@ -19,8 +20,6 @@ namespace {
 
 enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
 
-constexpr uint32_t kWriteMode = 4097;       // create or truncate, then write
-constexpr intptr_t kMemoryGrowth = 4096;    // bytes added whenever a memory stream grows
 constexpr int kSettingsWord = 2;            // of the host argument block
 constexpr int kHostValueWord = 6;
 constexpr int kBandRowsWord = 1;            // of the init information
@@ -205,25 +204,16 @@ int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cel
     HGLOBAL stream = 0;
     bool inMemory = false;
     if (block->outputDevice != 0) {
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            block->statusRecord != nullptr ? block->statusRecord[TOLVA_STATUS_DEVICE] : 0,
-            0, 0, 0, block->outputDevice, 0};
-        stream = zunOpen(fileName, descriptor, kWriteMode);
+        stream = stream_open_procedure(
+            fileName, block->outputDevice,
+            block->statusRecord != nullptr ? block->statusRecord[TOLVA_STATUS_DEVICE] : 0);
     } else if (fileName != nullptr && fileName[0] != '\0') {
-        stream = zunOpen(fileName, nullptr, kWriteMode);
+        stream = stream_open_file(fileName);
     } else {
         // A block left by an earlier export is the host's; it is not freed.
-        block->exportMemoryBlock = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
-        block->exportMemoryData = GlobalLock(block->exportMemoryBlock);
-        if (block->exportMemoryData == nullptr) {
-            block->exportMemoryBlock = 0;
-            return TOLVA_ERR_STREAM;
-        }
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            reinterpret_cast<intptr_t>(&block->exportMemoryData), 0, kMemoryGrowth, 0, 0, 0};
-        stream = zunOpen(nullptr, descriptor, kWriteMode);
+        stream = stream_open_memory(&block->exportMemoryBlock, &block->exportMemoryData);
         if (stream == 0) {
-            (void)GlobalFree(block->exportMemoryBlock);
+            if (block->exportMemoryBlock != 0) (void)GlobalFree(block->exportMemoryBlock);
             block->exportMemoryBlock = 0;
             block->exportMemoryData = nullptr;
             return TOLVA_ERR_STREAM;

@@ -18,6 +18,11 @@
 // rather than to memory.
 constexpr uint32_t kGifMemorySpoolPixels = 349999;
 
+// The four interlace passes: the image row each starts at and the rows it
+// steps by (rows 0, 8, 16...; 4, 12...; 2, 6, 10...; 1, 3, 5...).
+constexpr int32_t kGifPassStart[4] = {0, 4, 2, 1};
+constexpr int32_t kGifPassStep[4] = {8, 8, 4, 2};
+
 // The choices of the current Setup block; all off without one.
 struct GifSettings {
     bool interlace;

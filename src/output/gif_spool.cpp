@@ -9,17 +9,12 @@
 
 #include "output/gif.h"
 #include "output/lzw.h"
+#include "stream/sinks.h"
 
 namespace {
 
-constexpr uint32_t kOpenForWriting = 4097;
-constexpr uint32_t kDeleteFile = 512;
-constexpr intptr_t kMemoryGrowth = 4096;
 // One buffer-load of rows, and one LZW segment, at most.
 constexpr uint32_t kLoadBytes = 65536;
-
-constexpr int32_t kPassStart[4] = {0, 4, 2, 1};
-constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
 
 }  // namespace
 
@@ -34,26 +29,20 @@ HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
         if (ZUNGetTempFileName(0, "", 0, name) != 0 && std::strlen(name) < sizeof state->spoolName) {
             std::memcpy(state->spoolName, name, std::strlen(name) + 1);
         }
-        spool = zunOpen(state->spoolName, nullptr, kOpenForWriting);
+        spool = stream_open_file(state->spoolName);
         if (spool == 0) {
             error = TOLVA_ERR_STREAM;
             // The name service may have created the file already.
-            if (state->spoolName[0] != '\0') (void)zunOpen(state->spoolName, nullptr, kDeleteFile);
+            if (state->spoolName[0] != '\0') (void)zunOpen(state->spoolName, nullptr, TOLVA_STREAM_DELETE);
         }
     } else {
-        HGLOBAL block = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
-        state->spoolBlock = block;
-        state->spoolData = GlobalLock(block);
-        if (state->spoolData == nullptr) {
+        // The stream keeps state->spoolData pointing at the block as it
+        // grows, which is how EndCellBitmap finds the block to free.
+        spool = stream_open_memory(&state->spoolBlock, &state->spoolData);
+        if (state->spoolBlock == 0)
             error = TOLVA_ERR_WORK_BUFFER;
-        } else {
-            // The stream keeps state->spoolData pointing at the block as it
-            // grows, which is how EndCellBitmap finds the block to free.
-            intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-                reinterpret_cast<intptr_t>(&state->spoolData), 0, kMemoryGrowth, 0, 0, 0};
-            spool = zunOpen(nullptr, descriptor, kOpenForWriting);
-            if (spool == 0) error = TOLVA_ERR_STREAM;
-        }
+        else if (spool == 0)
+            error = TOLVA_ERR_STREAM;
     }
     if (error != TOLVA_OK) push_er(error);
     return spool;
@@ -92,17 +81,19 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
                 (void)zunRead(state->spoolStream, pixels + filled * row_bytes,
                               static_cast<int32_t>(row_bytes));
                 ++filled;
-                row += kPassStep[pass];
+                row += kGifPassStep[pass];
             }
-            // Only the load that ends the fourth pass ends the image: a
-            // picture too short for a fourth pass gets no end code.
+            // Only the load that ends the fourth pass ends the image. A
+            // picture of 2 to 4 rows never reaches the second pass (it starts
+            // at row 4), so passes 2 to 4 are not written at all and there is
+            // no end code; a picture of one row loses only the end code.
             if (pass == 3 && row >= height) last = 1;
             result = CompressAndWrite(stream, pixels, work, static_cast<int32_t>(filled * row_bytes),
                                       first, last, &carry);
             first = 0;
             if (row >= height) {
                 ++pass;
-                if (pass < 4) row = kPassStart[pass];
+                if (pass < 4) row = kGifPassStart[pass];
             }
         }
     }

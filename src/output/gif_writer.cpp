@@ -21,9 +21,6 @@ constexpr uint8_t kTrailer = 0x3B;
 // Pixels are always written one byte each, so the code size is always 8.
 constexpr uint8_t kCodeSize = 8;
 
-constexpr int32_t kPassStart[4] = {0, 4, 2, 1};
-constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
-
 // The palette entry nearest to a colour. The search covers at least 16
 // entries of the caller's array, also when the table written has fewer (or
 // none, at 24 bits), so the entry found may lie past the table: its index is
@@ -50,7 +47,7 @@ void turn_rows(uint8_t *dst, const uint8_t *band, uint32_t band_size, int32_t ro
         return;
     }
     for (int pass = 0; pass < 4; ++pass) {
-        for (int64_t y = kPassStart[pass]; y < rows; y += kPassStep[pass]) copy(y);
+        for (int64_t y = kGifPassStart[pass]; y < rows; y += kGifPassStep[pass]) copy(y);
     }
 }
 

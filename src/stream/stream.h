@@ -14,17 +14,6 @@
 #include "tolva/host.h"
 #include "tolva/stream.h"
 
-// The buffer of a file stream, in bytes; fills and flushes move whole windows of it.
-constexpr int32_t kStreamBufferSize = 12288;
-
-// Open-mode flags of zunOpen.
-constexpr uint32_t kModeWrite = 0x0001;
-constexpr uint32_t kModeUpdate = 0x0002;
-constexpr uint32_t kModeDelete = 0x0200;
-constexpr uint32_t kModeCreate = 0x1000;
-constexpr uint32_t kModeExists = 0x4000;
-constexpr uint32_t kModeWrap = 0xFFFFFFFFu;
-
 // Operations of a host I/O procedure.
 enum StreamProcOperation : int32_t {
     kProcOpen = 1,
@@ -50,7 +39,7 @@ enum StreamDescriptorWord {
 // layout the host documentation gives, widened where a pointer lives.
 struct StreamRecord {
     FILE *file;                 // null for memory and procedure streams
-    HGLOBAL bufferHandle;       // file: the 12288-byte buffer; memory: the caller's block
+    HGLOBAL bufferHandle;       // file: the TOLVA_STREAM_BUFFER_SIZE buffer; memory: the caller's block
     void **blockPointerRef;     // memory: the caller's variable holding the block's address
     int32_t cursor;             // next byte to read or write in the buffer
     int32_t lastValid;          // last valid byte in the buffer, -1 when empty
@@ -60,7 +49,6 @@ struct StreamRecord {
     int32_t dirty;              // 1 when the buffer holds bytes not yet in the file
     int32_t growBy;             // memory: bytes added at each growth
     int32_t size;               // file: its length; memory: lastValid at open
-    void **ownedBlockRef;       // when set, close-and-delete frees this block instead
     StreamIOProc ioProc;        // the host's procedure, or null
     intptr_t ioInstance;        // first argument of ioProc
     uint32_t mode;              // flags given to zunOpen
