@@ -29,20 +29,6 @@ constexpr uint32_t kDeviceTableBytes = 768;
 constexpr int32_t kModelCMYK = 2;
 constexpr int32_t kModelAlpha = 3;
 
-struct DisplayAnswer {
-    double width;
-    double height;
-    int16_t xDpi;
-    int16_t yDpi;
-    bool asked;
-};
-
-void ask_display(DisplayAnswer &display) {
-    if (display.asked) return;
-    (void)GetDisplayInfo(&display.width, &display.height, &display.xDpi, &display.yDpi);
-    display.asked = true;
-}
-
 // Progress of RasterWriteCellData, reported straight through the device's
 // status hook (words 1 and 2 of the host status record).
 struct Progress {
@@ -96,36 +82,17 @@ int32_t QueryCellFormat(double *width, double *height, int16_t *bitsPerPixel, in
         if (bitsPerPixel != nullptr) *bitsPerPixel = kOutputDepth;
         return TOLVA_ERR_NO_SETUP;
     }
-    const int32_t given = *resolution;
-    DisplayAnswer display = {};
-
-    // A picture that brings its own resolution keeps its own size; one
-    // sized by the display takes the display's.
-    if (block->sizeMode == TOLVA_SIZE_GIVEN && given != 0) {
-        block->width = *width;
-        block->height = *height;
-    } else if (block->sizeMode == TOLVA_SIZE_DISPLAY) {
-        ask_display(display);
-        if (display.xDpi != 0) {
-            block->width = display.width;
-            block->height = display.height;
-        }
-    }
-
-    if (block->resolutionMode == TOLVA_RESOLUTION_GIVEN && given != 0) {
-        block->xResolution = static_cast<int16_t>(given);
-        block->yResolution = static_cast<int16_t>(given);
-    } else if (block->resolutionMode == TOLVA_RESOLUTION_DISPLAY) {
-        ask_display(display);
-        if (display.xDpi != 0) {
-            block->xResolution = display.xDpi;
-            block->yResolution = display.xDpi;
-        }
-    }
-
-    double size[2] = {block->width, block->height};
-    if (block->sizeMode != TOLVA_SIZE_GIVEN || given == 0)
-        (void)RasterAdjustAspect(size, *width, *height);  // always 0
+    const SettingsPicture picture = {*width, *height, *resolution, *width, *height};
+    auto display = [](const void *) {
+        SettingsDisplay d = {};
+        int16_t xDpi = 0;
+        int16_t yDpi = 0;
+        (void)GetDisplayInfo(&d.width, &d.height, &xDpi, &yDpi);
+        d.dpi = xDpi;
+        return d;
+    };
+    double size[2];
+    settings_choose_size(block, picture, display, nullptr, size);
 
     if (block->xResolution != 0) {
         *width = size[0] * block->xResolution;
