@@ -19,7 +19,6 @@
 using tolva_output::kOutputDepth;
 using tolva_output::replace_bitmap;
 using tolva_output::to_pixels;
-using tolva_output::trunc_i32;
 
 namespace {
 
@@ -122,8 +121,8 @@ void RasterWriteCellData(HGLOBAL bitmap, int32_t width, int32_t height, int32_t 
     int16_t outputDepth = kOutputDepth;
     int32_t resolution = scale;
     (void)QueryCellFormat(&targetWidth, &targetHeight, &outputDepth, &resolution, nullptr, nullptr);
-    const int32_t outWidth = trunc_i32(targetWidth);
-    const int32_t outHeight = trunc_i32(targetHeight);
+    const int32_t outWidth = host_trunc_i32(targetWidth);
+    const int32_t outHeight = host_trunc_i32(targetHeight);
 
     HGLOBAL current = bitmap;
     HGLOBAL made = 0;

@@ -4,7 +4,7 @@
 // Sizes travel as doubles between the settings and the writer; every
 // conversion to a pixel count goes through these helpers so that NaN,
 // negative and out-of-range values become bounded integers instead of
-// undefined behaviour.
+// undefined behaviour (host_trunc_i32 where a signed value is wanted).
 #ifndef TOLVA_OUTPUT_PIPELINE_H
 #define TOLVA_OUTPUT_PIPELINE_H
 
@@ -17,19 +17,12 @@
 #include "tolva/output.h"
 #include "tolva/driver.h"
 
+#include "host/numeric.h"
+
 namespace tolva_output {
 
 // The depth every GIF of this filter is written with.
 constexpr int16_t kOutputDepth = 8;
-
-// Truncates toward zero into 32 bits; NaN gives 0 and values beyond the
-// range stick at its ends.
-inline int32_t trunc_i32(double value) {
-    if (!(value == value)) return 0;
-    if (value >= 2147483647.0) return INT32_MAX;
-    if (value <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(value);
-}
 
 // A double turned into an unsigned pixel count, kept within what the
 // writer's signed 32-bit counts can carry (and one below, so that rounding

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "raster/raster.h"
 #include "raster/scale.h"
 
 namespace {
@@ -66,11 +67,6 @@ void plan_stretch(int32_t *plan, int32_t srcWidth, int32_t dstWidth) {
     }
 }
 
-bool scaled_depth(int16_t bitsPerPixel) {
-    return bitsPerPixel == 1 || bitsPerPixel == 4 || bitsPerPixel == 8 ||
-           bitsPerPixel == 24 || bitsPerPixel == 32;
-}
-
 // Writes through rlSetPixel itself, in the sampling loop's order, so that the
 // per-pixel trace of a high debug level comes out exactly as the loop prints it.
 void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPerLine,
@@ -115,7 +111,7 @@ void scale_plan_free(ScalePlan *plan) {
 
 void scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcBytesPerLine,
                       uint8_t *dst, int32_t dstBytesPerLine, int32_t row) {
-    if (!scaled_depth(plan->bitsPerPixel)) return;  // other depths read 0, write nothing
+    if (!rl_pixel_depth(plan->bitsPerPixel)) return;  // other depths read 0, write nothing
     if (_debug_color_res > 3) {
         apply_traced(*plan, src, srcBytesPerLine, dst, dstBytesPerLine, row);
         return;

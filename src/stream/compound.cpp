@@ -15,10 +15,7 @@
 
 namespace {
 
-constexpr uint32_t kSector = 512;
-constexpr uint32_t kLinksPerSector = kSector / 4;
-constexpr uint32_t kMiniSector = 64;
-constexpr uint32_t kMiniCutoff = 4096;
+constexpr uint32_t kLinksPerSector = kDocSector / 4;
 constexpr uint32_t kEndOfChain = 0xFFFFFFFEu;
 constexpr uint32_t kNoStream = 0xFFFFFFFFu;
 constexpr uint32_t kEntrySize = 128;
@@ -64,9 +61,9 @@ struct Document {
 
 bool read_sector(const Document &d, uint32_t sector, uint8_t *out) {
     if (sector >= d.sectors) return false;
-    auto at = static_cast<int32_t>((sector + 1) * kSector);
+    auto at = static_cast<int32_t>((sector + 1) * kDocSector);
     return zunSeek(d.stream, at, SEEK_SET) == at &&
-           zunRead(d.stream, out, kSector) == static_cast<int32_t>(kSector);
+           zunRead(d.stream, out, kDocSector) == static_cast<int32_t>(kDocSector);
 }
 
 // Follows a chain from `start` through the allocation table, calling `visit`
@@ -96,7 +93,7 @@ int32_t load_fat(Document *d, const uint8_t *header) {
         return TOLVA_DOC_CORRUPT;
     }
     if (!table_make(&d->fat, fat_sectors * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
-    uint8_t sector[kSector];
+    uint8_t sector[kDocSector];
     uint32_t loaded = 0;
     auto load = [&](uint32_t where) {
         if (!read_sector(*d, where, sector)) return false;
@@ -109,13 +106,13 @@ int32_t load_fat(Document *d, const uint8_t *header) {
         if (!load(le32(header + 0x4C + 4 * i))) return TOLVA_DOC_CORRUPT;
     }
     // Extension sectors: 127 FAT sector numbers, then the next one's number.
-    uint8_t difat[kSector];
+    uint8_t difat[kDocSector];
     for (uint32_t seen = 0; loaded < fat_sectors; ++seen) {
         if (seen >= difat_sectors || !read_sector(*d, difat_next, difat)) return TOLVA_DOC_CORRUPT;
         for (uint32_t i = 0; i < kLinksPerSector - 1 && loaded < fat_sectors; ++i) {
             if (!load(le32(difat + 4 * i))) return TOLVA_DOC_CORRUPT;
         }
-        difat_next = le32(difat + kSector - 4);
+        difat_next = le32(difat + kDocSector - 4);
     }
     return 0;
 }
@@ -129,11 +126,11 @@ int32_t load_directory(Document *d, const uint8_t *header) {
     if (!table_make(&d->directory, count * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
     auto *bytes = reinterpret_cast<uint8_t *>(d->directory.links);
     if (!follow(d->fat, le32(header + 0x30), d->sectors, 1, [&](uint32_t s, uint32_t i) {
-            return read_sector(*d, s, bytes + uint64_t{i} * kSector);
+            return read_sector(*d, s, bytes + uint64_t{i} * kDocSector);
         })) {
         return TOLVA_DOC_CORRUPT;
     }
-    d->entries = count * (kSector / kEntrySize);
+    d->entries = count * (kDocSector / kEntrySize);
     return 0;
 }
 
@@ -145,7 +142,7 @@ int32_t load_mini_fat(Document *d, const uint8_t *header) {
         return TOLVA_DOC_CORRUPT;
     }
     if (!table_make(&d->miniFat, count * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
-    uint8_t sector[kSector];
+    uint8_t sector[kDocSector];
     bool ok = follow(d->fat, start, d->sectors, 1, [&](uint32_t s, uint32_t i) {
         if (!read_sector(*d, s, sector)) return false;
         for (uint32_t k = 0; k < kLinksPerSector; ++k) {
@@ -219,18 +216,18 @@ int32_t find_child(const Document &d, uint32_t parent, const uint16_t *want, uin
 }
 
 int32_t open_document(Document *d, const char *path, StreamRecord *r) {
-    uint8_t header[kSector];
+    uint8_t header[kDocSector];
     int32_t length = zunSeek(d->stream, 0, SEEK_END);
-    if (length < static_cast<int32_t>(kSector) || zunSeek(d->stream, 0, SEEK_SET) != 0 ||
-        zunRead(d->stream, header, kSector) != static_cast<int32_t>(kSector)) {
+    if (length < static_cast<int32_t>(kDocSector) || zunSeek(d->stream, 0, SEEK_SET) != 0 ||
+        zunRead(d->stream, header, kDocSector) != static_cast<int32_t>(kDocSector)) {
         return TOLVA_DOC_NOT_COMPOUND;
     }
     if (memcmp(header, kSignature, 8) != 0 || le16(header + 0x1C) != 0xFFFE ||
         le16(header + 0x1A) != 3 || le16(header + 0x1E) != 9 || le16(header + 0x20) != 6 ||
-        le32(header + 0x38) != kMiniCutoff) {
+        le32(header + 0x38) != kDocMiniCutoff) {
         return TOLVA_DOC_NOT_COMPOUND;
     }
-    d->sectors = static_cast<uint32_t>(length) / kSector - 1;
+    d->sectors = static_cast<uint32_t>(length) / kDocSector - 1;
     int32_t result = load_fat(d, header);
     if (result == 0) result = load_directory(d, header);
     if (result == 0) result = load_mini_fat(d, header);
@@ -262,8 +259,8 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
     uint32_t mini_start = le32(root + 0x74);
     if (size == 0) {
         // Nothing will be read; the chain is not looked at.
-    } else if (size >= kMiniCutoff) {
-        if (!follow(d->fat, start, d->sectors, blocks(size, kSector),
+    } else if (size >= kDocMiniCutoff) {
+        if (!follow(d->fat, start, d->sectors, blocks(size, kDocSector),
                     [](uint32_t, uint32_t) { return true; })) {
             return TOLVA_DOC_CORRUPT;
         }
@@ -271,15 +268,15 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
         // The mini-sectors must lie inside the container, and the container's
         // chain must hold every sector they can reach.
         uint32_t container = 0;
-        if (!follow(d->fat, mini_start, d->sectors, blocks(le32(root + 0x78), kSector),
+        if (!follow(d->fat, mini_start, d->sectors, blocks(le32(root + 0x78), kDocSector),
                     [&](uint32_t, uint32_t) { return ++container, true; })) {
             return TOLVA_DOC_CORRUPT;
         }
-        uint64_t minis = uint64_t{container} * (kSector / kMiniSector);
-        uint64_t root_minis = blocks(le32(root + 0x78), kMiniSector);
+        uint64_t minis = uint64_t{container} * (kDocSector / kDocMiniSector);
+        uint64_t root_minis = blocks(le32(root + 0x78), kDocMiniSector);
         if (root_minis < minis) minis = root_minis;
         auto limit = static_cast<uint32_t>(minis);
-        if (!follow(d->miniFat, start, limit, blocks(size, kMiniSector),
+        if (!follow(d->miniFat, start, limit, blocks(size, kDocMiniSector),
                     [](uint32_t, uint32_t) { return true; })) {
             return TOLVA_DOC_CORRUPT;
         }

@@ -14,6 +14,13 @@
 #include "tolva/host.h"
 #include "tolva/stream.h"
 
+// Compound documents (version 3): 512-byte sectors after a header of one
+// sector, 64-byte mini-sectors, and streams below 4096 bytes kept in the
+// mini-stream. The opener and the reader walk the same chains with these.
+constexpr uint32_t kDocSector = 512;
+constexpr uint32_t kDocMiniSector = 64;
+constexpr uint32_t kDocMiniCutoff = 4096;
+
 // Operations of a host I/O procedure.
 enum StreamProcOperation : int32_t {
     kProcOpen = 1,
