@@ -28,7 +28,9 @@ inline void host_store(void *block, size_t at, T value) {
 
 inline int16_t host_load_i16(const void *block, size_t at) { return host_load<int16_t>(block, at); }
 inline int32_t host_load_i32(const void *block, size_t at) { return host_load<int32_t>(block, at); }
-inline uint32_t host_load_u32(const void *block, size_t at) { return host_load<uint32_t>(block, at); }
+inline uint32_t host_load_u32(const void *block, size_t at) {
+    return host_load<uint32_t>(block, at);
+}
 inline double host_load_f64(const void *block, size_t at) { return host_load<double>(block, at); }
 
 #endif

@@ -71,7 +71,7 @@ intptr_t init(TolvaOffscreen *record, const intptr_t *information) {
     auto *own = static_cast<ExportPrivate *>(GlobalLock(privateHandle));
     if (own == nullptr || source == nullptr || information == nullptr) {
         if (privateHandle != 0) (void)GlobalFree(privateHandle);
-        push_er(TOLVA_ERR_STREAM);
+        output_push_error(TOLVA_ERR_STREAM);
         return 0;
     }
     record->privateBlock = privateHandle;

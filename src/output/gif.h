@@ -12,7 +12,8 @@
 #include "tolva/host.h"
 #include "tolva/stream.h"
 #include "tolva/output.h"
-#include "tolva/driver.h"
+
+#include "output/device.h"
 
 // Interlaced images of more pixels than this are spooled to a temporary file
 // rather than to memory.

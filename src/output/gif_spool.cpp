@@ -44,7 +44,7 @@ HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
         else if (spool == 0)
             error = TOLVA_ERR_STREAM;
     }
-    if (error != TOLVA_OK) push_er(error);
+    if (error != TOLVA_OK) output_push_error(error);
     return spool;
 }
 

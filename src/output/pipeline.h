@@ -15,7 +15,8 @@
 #include "tolva/raster.h"
 #include "tolva/settings.h"
 #include "tolva/output.h"
-#include "tolva/driver.h"
+
+#include "output/device.h"
 
 #include "host/numeric.h"
 

@@ -76,8 +76,7 @@ void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPer
         int32_t s = plan.source[k];
         if (s < 0) continue;
         uint32_t v = rlGetPixel(src, srcBytesPerLine, s, row, plan.bitsPerPixel);
-        (void)rlSetPixel(dst, dstBytesPerLine, k, row, plan.bitsPerPixel, v, nullptr, nullptr,
-                         0);  // always 0
+        (void)rlSetPixel(dst, dstBytesPerLine, k, row, plan.bitsPerPixel, v, nullptr, nullptr, 0);
     }
 }
 
@@ -103,8 +102,8 @@ int32_t scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
 }
 
 void scale_plan_free(ScalePlan *plan) {
-    (void)rlUnlockMemory(plan->handle);  // unlocking cannot fail
-    (void)rlFreeNewData(plan->handle);   // 0 when there was no plan
+    (void)rlUnlockMemory(plan->handle);
+    (void)rlFreeNewData(plan->handle);
     plan->handle = 0;
     plan->source = nullptr;
 }
@@ -185,7 +184,7 @@ HGLOBAL scale_bitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth, int32
             (void)Shrink(src, dst, bitsPerPixel, srcWidth, srcHeight, dstWidth, dstHeight);
         }
     }
-    (void)rlUnlockMemory(bits);  // unlocking cannot fail
+    (void)rlUnlockMemory(bits);
     (void)rlUnlockMemory(result);
     return result;
 }

@@ -16,7 +16,7 @@ HGLOBAL stream_open_memory(HGLOBAL *block, void **data) {
         return 0;
     }
     *data = locked;
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(data), 0,
-                                                          kStreamMemoryGrowth, 0, 0, 0};
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+        reinterpret_cast<intptr_t>(data), 0, kStreamMemoryGrowth, 0, 0, 0};
     return zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
 }
