@@ -2,7 +2,7 @@
 # Builds the project and runs the whole test suite twice: a g++ build with
 # warnings as errors, then a clang build under AddressSanitizer and
 # UndefinedBehaviorSanitizer (any report fails the run), and a short fuzz run of
-# each fuzz target from its corpus.
+# each fuzz target from its corpus; last, that the sources are formatted.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -36,3 +36,5 @@ echo "fuzz: 4 targets ran ${fuzz_seconds}s each without a crash"
 ASAN_OPTIONS=abort_on_error=1:detect_leaks=1 \
 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
+
+scripts/format.sh --check
