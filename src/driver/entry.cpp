@@ -67,7 +67,7 @@ int32_t dd_entry(int16_t func, void *out, void *) {
 
 int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
     if (!touches_state(func)) return stateless_answer(func, block);
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     EMData *em = lpEMData;
     switch (func) {
@@ -92,7 +92,7 @@ int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
 
 int32_t dd_entry32(intptr_t, int16_t func, void *block) {
     if (!touches_state(func)) return stateless_answer(func, block);
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     CommonBlock *common = common_block();
     switch (func) {

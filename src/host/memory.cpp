@@ -67,7 +67,7 @@ extern "C" {
 
 HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
     size_t bytes = allocation_bytes(size);
-    auto *block = static_cast<uint8_t *>(tolva_host_calloc(bytes / 8, 8));
+    auto *block = static_cast<uint8_t *>(host_calloc(bytes / 8, 8));
     if (block == nullptr) out_of_memory(bytes);
     std::memset(block, 0, bytes);
     write_header(block, size, flags);
@@ -104,7 +104,7 @@ HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags) {
     if (h != 0 && owns_data(h)) {
         size_t old_offset = header(h)[kOffsetAt];
         size_t bytes = allocation_bytes(size);
-        auto *block = static_cast<uint8_t *>(tolva_host_realloc(header(h), bytes));
+        auto *block = static_cast<uint8_t *>(host_realloc(header(h), bytes));
         if (block == nullptr) {
             std::free(header(h));
             out_of_memory(bytes);
@@ -137,7 +137,7 @@ uint32_t GlobalSize(HGLOBAL h) {
 }
 
 HGLOBAL GlobalPointerToHandle(void *address, uint32_t size) {
-    auto *block = static_cast<uint8_t *>(tolva_host_malloc(kHeaderSize));
+    auto *block = static_cast<uint8_t *>(host_malloc(kHeaderSize));
     if (block == nullptr) return 0;
     // The flags word keeps whatever the allocator left there; set it anyway so
     // that the header is never read uninitialised.
@@ -157,19 +157,19 @@ namespace {
 long g_fail_countdown = 0;
 }
 
-void tolva_host_fail_allocation(long nth) { g_fail_countdown = nth; }
+void host_fail_allocation(long nth) { g_fail_countdown = nth; }
 
-void *tolva_host_calloc(size_t count, size_t size) {
+void *host_calloc(size_t count, size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::calloc(count, size);
 }
 
-void *tolva_host_realloc(void *block, size_t size) {
+void *host_realloc(void *block, size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::realloc(block, size);
 }
 
-void *tolva_host_malloc(size_t size) {
+void *host_malloc(size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::malloc(size);
 }

@@ -188,7 +188,7 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
 
 int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cellDescriptor,
                        intptr_t *hostArguments) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (hostArguments == nullptr) return TOLVA_ERR_NO_SETUP;
     HGLOBAL setup = static_cast<HGLOBAL>(hostArguments[kSettingsWord]);

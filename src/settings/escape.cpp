@@ -171,7 +171,7 @@ extern "C" {
 
 int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                      void *output, int32_t save) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (setup == 0) return TOLVA_ESCAPE_REFUSED;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));

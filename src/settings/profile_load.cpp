@@ -49,7 +49,7 @@ extern "C" {
 HGLOBAL CreateSetup(intptr_t, const char *profileName, const char *sectionName, intptr_t) {
     // A handle is all the host gets back, so a refused call answers 0, as
     // a failed one does.
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return 0;
     HGLOBAL handle = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);
     if (handle == 0) return 0;

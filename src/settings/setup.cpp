@@ -79,7 +79,7 @@ int32_t LimitCheck(void) {
 }
 
 int32_t EditSetup(HGLOBAL setup, int32_t value) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return -1;
@@ -89,7 +89,7 @@ int32_t EditSetup(HGLOBAL setup, int32_t value) {
 }
 
 int32_t DestroySetup(HGLOBAL setup) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return 1;

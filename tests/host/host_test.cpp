@@ -56,7 +56,7 @@ TEST(GlobalMemory, HandlesRoundTripAndReAllocKeepsThePrefixAndZeroesTheTail) {
 TEST(GlobalMemoryDeathTest, FailedAllocationPrintsAndAborts) {
     auto allocate = [] {
         dup2(2, 1);  // the message goes to standard output; the death test reads standard error
-        tolva_host_fail_allocation(1);
+        host_fail_allocation(1);
         GlobalAlloc(TOLVA_GMEM_FLAGS, 7);
     };
     EXPECT_EXIT(allocate(), testing::KilledBySignal(SIGABRT),
