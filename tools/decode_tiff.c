@@ -1,8 +1,11 @@
 /*
- * decode_tiff.c - the first directory of a TIFF through libtiff's RGBA
- * reader, which knows every photometric interpretation, depth and
- * compression the library supports (16-bit samples are rounded to 8) and
- * applies the file's mirroring orientations itself.
+ * decode_tiff.c - the first directory of a TIFF. libtiff's RGBA reader knows
+ * every photometric interpretation, depth and compression the library
+ * supports, but it cuts 16-bit samples to their high byte; 16-bit grey and
+ * RGB strips, the common case of scanners and raw converters, are read here
+ * by scanline instead so that they round like every other format. The
+ * orientation tag is handed on, like an EXIF one, and the rows are read as
+ * stored: libtiff would apply the mirrors but not the quarter turns.
  */
 #include <stdarg.h>
 #include <stdio.h>
@@ -96,6 +99,88 @@ static void unpack_pixels(TolvaImage *image)
     }
 }
 
+/* Straight colour from colour premultiplied by alpha, both 0..maxval. */
+static uint32_t unpremultiply(uint32_t value, uint32_t alpha, uint32_t maxval)
+{
+    if (alpha == 0 || alpha >= maxval) {
+        return value;
+    }
+    uint64_t straight = ((uint64_t)value * maxval + alpha / 2u) / alpha;
+    return straight > maxval ? maxval : (uint32_t)straight;
+}
+
+/* Whether the directory is 16-bit grey or RGB (with at most one alpha
+ * sample) in strips of interleaved samples, which read_16bit takes. */
+static int is_16bit_strips(TIFF *tiff, uint16_t *photometric, uint16_t *samples, int *alpha,
+                           int *associated)
+{
+    uint16_t bits = 0, planar = PLANARCONFIG_CONTIG, extraCount = 0, format = SAMPLEFORMAT_UINT;
+    uint16_t *extra = NULL;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &format);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &extraCount, &extra);
+    if (bits != 16 || planar != PLANARCONFIG_CONTIG || format != SAMPLEFORMAT_UINT ||
+        TIFFIsTiled(tiff) || !TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, photometric)) {
+        return 0;
+    }
+    int colours = *photometric == PHOTOMETRIC_RGB ? 3
+                  : (*photometric == PHOTOMETRIC_MINISBLACK ||
+                     *photometric == PHOTOMETRIC_MINISWHITE) ? 1 : 0;
+    if (colours == 0 || extraCount > 1 || *samples != colours + extraCount) {
+        return 0;
+    }
+    *alpha = extraCount == 1;
+    *associated = *alpha && extra != NULL && extra[0] == EXTRASAMPLE_ASSOCALPHA;
+    return 1;
+}
+
+static TolvaImageResult read_16bit(TIFF *tiff, TolvaDecodeJob *job, TiffSource *source,
+                                   uint16_t photometric, uint16_t samples, int alpha,
+                                   int associated)
+{
+    TolvaImage *image = job->image;
+    tmsize_t lineSize = TIFFScanlineSize(tiff);
+    if (lineSize < (tmsize_t)image->width * samples * 2) {
+        return tolva_corrupt(job, "TIFF", "scanline shorter than its pixels");
+    }
+    uint16_t *line = _TIFFmalloc(lineSize);
+    if (line == NULL) {
+        snprintf(job->error, job->errorSize, "not enough memory to read the TIFF file");
+        return TOLVA_IMAGE_NO_MEMORY;
+    }
+    int grey = photometric != PHOTOMETRIC_RGB;
+    TolvaImageResult result = TOLVA_IMAGE_OK;
+    for (int32_t y = 0; y < image->height && result == TOLVA_IMAGE_OK; ++y) {
+        if (TIFFReadScanline(tiff, line, (uint32_t)y, 0) < 0) {
+            result = tolva_corrupt(job, "TIFF", source->message);
+            break;
+        }
+        uint8_t *out = tolva_image_row(image, y);
+        size_t step = (size_t)image->bits / 8;
+        for (int32_t x = 0; x < image->width; ++x, out += step) {
+            const uint16_t *in = line + (size_t)x * samples;
+            uint32_t a = alpha ? in[samples - 1] : 65535u;
+            for (int c = 0; c < 3; ++c) {
+                uint32_t v = in[grey ? 0 : c];
+                if (associated) {
+                    v = unpremultiply(v, a, 65535u);
+                }
+                if (photometric == PHOTOMETRIC_MINISWHITE) {
+                    v = 65535u - v;
+                }
+                out[c] = tolva_scale_sample(v, 65535u);
+            }
+            if (alpha) {
+                out[3] = tolva_scale_sample(a, 65535u);
+            }
+        }
+    }
+    _TIFFfree(line);
+    return result;
+}
+
 TolvaImageResult tolva_decode_tiff(TolvaDecodeJob *job)
 {
     TiffSource source = {job, 0, ""};
@@ -120,13 +205,26 @@ TolvaImageResult tolva_decode_tiff(TolvaDecodeJob *job)
     if (result == TOLVA_IMAGE_OK && !TIFFRGBAImageOK(tiff, reason)) {
         result = tolva_corrupt(job, "TIFF", source.message[0] != '\0' ? source.message : reason);
     }
+    uint16_t photometric = 0, samples = 0;
+    int alpha = 0, associated = 0;
+    int wide = result == TOLVA_IMAGE_OK &&
+               is_16bit_strips(tiff, &photometric, &samples, &alpha, &associated);
     if (result == TOLVA_IMAGE_OK) {
-        result = tolva_allocate_image(job->image, width, height, 32, job->error, job->errorSize);
+        int16_t bits = wide && !alpha ? 24 : 32;
+        result = tolva_allocate_image(job->image, width, height, bits, job->error, job->errorSize);
     }
+    uint16_t orientation = ORIENTATION_TOPLEFT;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
     if (result == TOLVA_IMAGE_OK) {
-        /* Bottom-left first is the order the picture keeps its rows in. */
-        if (TIFFReadRGBAImageOriented(tiff, width, height, (uint32_t *)(void *)job->image->pixels,
-                                      ORIENTATION_BOTLEFT, 1)) {
+        /* The rows as stored; turning them is the orientation's job. */
+        TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+        job->image->orientation = orientation >= 1 && orientation <= 8 ? orientation : 1;
+        if (wide) {
+            result = read_16bit(tiff, job, &source, photometric, samples, alpha, associated);
+        } else if (TIFFReadRGBAImageOriented(tiff, width, height,
+                                             (uint32_t *)(void *)job->image->pixels,
+                                             ORIENTATION_BOTLEFT, 1)) {
+            /* Bottom-left first is the order the picture keeps its rows in. */
             unpack_pixels(job->image);
         } else {
             result = tolva_corrupt(job, "TIFF", source.message);

@@ -1,6 +1,8 @@
 // Literal per-pixel dithering; see dither_oracle.h.
 #include "raster/dither_oracle.h"
 
+#include "raster/raster_oracle.h"
+
 namespace {
 
 uint8_t chk(int32_t v) { return BOUNDARY_CHK[128 + v]; }
@@ -12,7 +14,7 @@ void oracle_dither_line(uint8_t *current, uint8_t *next, const uint8_t *table, i
     int16_t k = 0;
     for (int32_t x = 0; x <= width - 2; ++x) {
         uint8_t *p = current + 3 * x;
-        k = rlNearestRGBIndex(p[0], p[1], p[2], table, count);
+        k = rasteroracle::nearest_index(p[0], p[1], p[2], table, count);
         for (int c = 0; c < 3; ++c) {
             int32_t e = p[c] - table[3 * k + c];
             int32_t e8 = e / 8;
@@ -56,8 +58,12 @@ HGLOBAL oracle_dither_given(HGLOBAL bits, int32_t width, int32_t height, int16_t
     auto *o = static_cast<uint8_t *>(GlobalLock(out));
     int32_t outLine = rlBytesPerLine(width, dstBits);
     for (int32_t y = 0; y < height; ++y)
-        for (int32_t x = 0; x < width; ++x)
-            rlSetPixel(o, outLine, x, y, dstBits, rlGetPixel(w, line, x, y, 24), nullptr, t, count);
+        for (int32_t x = 0; x < width; ++x) {
+            const uint8_t *p = w + y * line + 3 * x;
+            int16_t k = rasteroracle::nearest_index(p[0], p[1], p[2], t, count);
+            rlSetPixel(o, outLine, x, y, dstBits, static_cast<uint32_t>(static_cast<int8_t>(k)),
+                       nullptr, nullptr, 0);
+        }
     GlobalFree(work);
     return out;
 }

@@ -5,6 +5,25 @@
 
 namespace rasteroracle {
 
+int16_t nearest_index(int16_t red, int16_t green, int16_t blue, const uint8_t *table,
+                      int16_t count) {
+    auto close = [](int a, int b) { return a - b <= 4 && b - a <= 4; };
+    bool grey = close(red, green) && close(green, blue) && close(red, blue);
+    int64_t best = 0x7FFFFFFF;
+    int16_t bestIndex = 0;
+    for (int16_t i = 0; i < count; ++i) {
+        const uint8_t *e = table + 3 * i;
+        if ((e[0] == e[1] && e[1] == e[2]) != grey) continue;
+        int64_t dr = red - e[0], dg = green - e[1], db = blue - e[2];
+        int64_t d = dr * dr + dg * dg + db * db;
+        if (d < best) {
+            best = d;
+            bestIndex = i;
+        }
+    }
+    return bestIndex;
+}
+
 HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
                 HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount) {
     const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
@@ -12,14 +31,41 @@ HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, in
     const auto *dstColours = static_cast<const uint8_t *>(rlLockMemory(dstTable));
     HGLOBAL result = rlGetMemory(1, static_cast<int32_t>(rlCalcNewSize(width, height, dstBits)));
     auto *dst = static_cast<uint8_t *>(rlLockMemory(result));
-    HGLOBAL map = rlBuildColormap(srcColours, srcBits, dstColours, dstBits, dstCount);
-    const auto *m = static_cast<const uint32_t *>(rlLockMemory(map));
+    // The map of an indexed source: each source entry's packed colour for a
+    // direct-colour target, else its nearest destination entry.
+    // Without a destination table, a source no deeper than the target maps
+    // onto its own table.
+    std::vector<uint32_t> map;
+    bool direct = srcBits == 24 || srcBits == 32;
+    const uint8_t *onto = dstColours;
+    int16_t ontoCount = dstCount;
+    if (!direct && onto == nullptr && srcBits <= dstBits) {
+        onto = srcColours;
+        ontoCount = static_cast<int16_t>(1 << srcBits);
+    }
+    if (!direct) {
+        map.assign(size_t{1} << srcBits, 0);
+        for (size_t i = 0; srcColours != nullptr && onto != nullptr && i < map.size(); ++i) {
+            const uint8_t *s = srcColours + 3 * i;
+            map[i] = dstBits == 24 ? uint32_t{s[0]} << 24 | uint32_t{s[1]} << 16 | uint32_t{s[2]} << 8
+                                   : static_cast<uint32_t>(nearest_index(s[0], s[1], s[2], onto, ontoCount));
+        }
+    }
     int32_t srcRow = rlBytesPerLine(width, srcBits), dstRow = rlBytesPerLine(width, dstBits);
     for (int32_t y = 0; y < height; ++y)
-        for (int32_t x = 0; x < width; ++x)
-            rlSetPixel(dst, dstRow, x, y, dstBits, rlGetPixel(src, srcRow, x, y, srcBits), m,
-                       dstColours, dstCount);
-    rlFreeColormap(map);
+        for (int32_t x = 0; x < width; ++x) {
+            uint32_t v = rlGetPixel(src, srcRow, x, y, srcBits);
+            if (direct && dstColours != nullptr && dstBits < 24) {
+                // The index passes through a signed byte, as the pixel store takes it.
+                int16_t k = nearest_index(static_cast<int16_t>(v >> 24), static_cast<int16_t>((v >> 16) & 255),
+                                          static_cast<int16_t>((v >> 8) & 255), dstColours, dstCount);
+                rlSetPixel(dst, dstRow, x, y, dstBits, static_cast<uint32_t>(static_cast<int8_t>(k)),
+                           nullptr, nullptr, 0);
+            } else {
+                rlSetPixel(dst, dstRow, x, y, dstBits, v, direct ? nullptr : map.data(), dstColours,
+                           dstCount);
+            }
+        }
     return result;
 }
 

@@ -14,9 +14,17 @@
 
 namespace rasteroracle {
 
+// The nearest entry, by the definition: greys (channels within 4 of each
+// other) look only at entries with three equal channels, other colours only
+// at the rest; the unweighted squared distance; the first of equal distances;
+// 0 when the query's class has no entry.
+int16_t nearest_index(int16_t red, int16_t green, int16_t blue, const uint8_t *table,
+                      int16_t count);
+
 // rlConvertBitmapDepth as one rlSetPixel(rlGetPixel()) call per pixel, with
-// the map of the two tables. Tables must hold their full 2^srcBits and
-// dstCount entries.
+// a map of the two tables built here (nearest_index for each source entry),
+// or nearest_index for each pixel of a direct-colour source. Tables must hold
+// their full 2^srcBits and dstCount entries.
 HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
                 HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount);
 

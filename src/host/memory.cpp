@@ -69,7 +69,8 @@ HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
     size_t bytes = allocation_bytes(size);
     auto *block = static_cast<uint8_t *>(host_calloc(bytes / 8, 8));
     if (block == nullptr) out_of_memory(bytes);
-    std::memset(block, 0, bytes);
+    // calloc's memory is zero already; not touching it leaves the pages of a
+    // large block unmapped until they are used.
     write_header(block, size, flags);
     return reinterpret_cast<HGLOBAL>(block);
 }

@@ -13,6 +13,9 @@
 
 namespace {
 
+// Pictures of at least this many pixels get the search's cells and caches.
+constexpr int64_t kManyPixels = 16384;
+
 uint32_t power_of_two(int16_t bits) {
     return bits >= 0 && bits < 32 ? 1u << bits : 0u;
 }
@@ -126,17 +129,19 @@ bool convert_rows(const Conversion &c) {
     if (values == nullptr) return false;
     RlNearest near;
     bool searching = c.map == nullptr && c.table != nullptr && c.dstBits < 24;
-    if (searching) (void)rl_nearest_open(&near, c.table, c.count);  // falls back by itself
+    if (searching) {
+        // A whole picture asks a question per pixel; a few rows need no cells.
+        int64_t pixels = static_cast<int64_t>(c.width) * c.rows;
+        (void)rl_nearest_open(&near, c.table, c.count,  // falls back by itself
+                              pixels >= kManyPixels ? kRlNearestMany : kRlNearestFew);
+    }
     bool toIndices = searching && c.srcBits >= 24 && c.dstBits == 8;
     for (int32_t y = 0; y < c.rows; ++y) {
         if (toIndices) {
             // The common road (a picture onto its reduced table) in one pass.
             const uint8_t *in = c.src + static_cast<ptrdiff_t>(y) * c.srcRow;
             uint8_t *out = c.dst + static_cast<ptrdiff_t>(y) * c.dstRow;
-            size_t step = c.srcBits == 24 ? 3 : 4;
-            for (int32_t x = 0; x < c.width; ++x, in += step) {
-                out[x] = static_cast<uint8_t>(rl_nearest_find(&near, in[0], in[1], in[2]));
-            }
+            rl_nearest_map_row(&near, in, c.srcBits == 24 ? 3 : 4, c.width, out, values);
             if (_debug_color_res == 1 || _debug_color_res == 2) std::fputc('.', stderr);
             continue;
         }

@@ -144,7 +144,7 @@ struct DirectMap {
 };
 
 bool direct_open(DirectMap *m, int32_t width, int32_t height, int16_t dstBits, const uint8_t *t,
-                 int16_t count, NearestSearch *search) {
+                 int16_t count, RlNearest *search) {
     m->result = rlGetMemory(1, static_cast<int32_t>(rlCalcNewSize(width, height, dstBits)));
     m->out = static_cast<uint8_t *>(rlLockMemory(m->result));
     m->chosenHandle = rlGetMemory(2, width);
@@ -154,7 +154,7 @@ bool direct_open(DirectMap *m, int32_t width, int32_t height, int16_t dstBits, c
     if (m->out == nullptr || m->chosen == nullptr || m->entryIndex == nullptr) return false;
     for (int16_t k = 0; k < count; ++k) {
         const uint8_t *e = t + 3 * k;
-        m->entryIndex[k] = static_cast<uint8_t>(nearest_find(search, e[0], e[1], e[2]));
+        m->entryIndex[k] = static_cast<uint8_t>(rl_nearest_find(search, e[0], e[1], e[2]));
     }
     return true;
 }
@@ -187,19 +187,11 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
                   (dstBits == 1 || dstBits == 4 || dstBits == 8);
     DirectMap map{};
     if (diffused) {
-        // Small tables are searched entry by entry within the query's class;
-        // larger ones through the cell structure, worth its block only then.
-        RlNearest cells;
-        bool celled = count > 32;
-        if (celled) (void)rl_nearest_open(&cells, t, count);  // a failed open scans linearly
-        NearestSearch search;
-        nearest_make(&search, t, count, celled ? &cells : nullptr);
-        HGLOBAL memo = rlGetMemory(6, TOLVA_NEAREST_MEMO);
-        auto *memoBytes = static_cast<uint8_t *>(rlLockMemory(memo));
-        if (memoBytes != nullptr) {
-            search.memoKey = reinterpret_cast<uint32_t *>(memoBytes);
-            search.memoIndex = reinterpret_cast<int16_t *>(memoBytes + 4 * TOLVA_NEAREST_MEMO);
-        }
+        // Pictures of some size earn the search's cells and caches.
+        RlNearest search;
+        bool many = static_cast<int64_t>(width) * height >= 16384;
+        (void)rl_nearest_open(&search, t, count,  // falls back by itself
+                              many ? kRlNearestMany : kRlNearestFew);
         if (direct) direct = direct_open(&map, width, height, dstBits, t, count, &search);
         int32_t outLine = rlBytesPerLine(width, dstBits);
         for (int32_t y = 0; y < height; ++y) {
@@ -218,8 +210,7 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
             }
             if (tracing_rows()) std::printf(".");
         }
-        if (celled) rl_nearest_close(&cells);
-        (void)rlFreeNewData(memo);  // always made
+        rl_nearest_close(&search);
     }
     if (tracing_rows()) std::printf("\n");
     (void)rlUnlockMemory(table);  // unlocking cannot fail

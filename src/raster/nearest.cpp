@@ -58,15 +58,17 @@ HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits, const uint8_t 
     HGLOBAL map = rlGetMemory(4, static_cast<int32_t>(entries));
     auto *m = static_cast<uint32_t *>(rlLockMemory(map));
     if (m != nullptr && srcTable != nullptr && dstTable != nullptr) {
+        RlNearest near;
+        (void)rl_nearest_open(&near, dstTable, dstCount, kRlNearestFew);  // falls back by itself
         for (uint32_t i = 0; i < entries; ++i) {
             const uint8_t *s = srcTable + 3 * static_cast<size_t>(i);
             if (dstBits == 24) {
                 m[i] = rl_pack(s[0], s[1], s[2], 0);
             } else {
-                m[i] = static_cast<uint32_t>(rlNearestRGBIndex(s[0], s[1], s[2], dstTable,
-                                                               dstCount));
+                m[i] = static_cast<uint32_t>(rl_nearest_find(&near, s[0], s[1], s[2]));
             }
         }
+        rl_nearest_close(&near);
     }
     (void)rlUnlockMemory(map);  // unlocking cannot fail
     return map;

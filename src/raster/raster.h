@@ -5,12 +5,12 @@
 // writes that one layout.
 //
 // For anyone mapping many 8-bit colours onto one table (dithering included):
-// use RlNearest below instead of calling rlNearestRGBIndex per pixel. It
+// use RlNearest below instead of calling rlNearestRGBIndex per colour. It
 // returns exactly what rlNearestRGBIndex returns for channels 0-255 (grey and
 // colour classes, lowest index on ties, 0 when the class is empty) and is
 // typically tens of times faster on photographs:
 //     RlNearest near;
-//     rl_nearest_open(&near, table, count);   // table must outlive `near`
+//     rl_nearest_open(&near, table, count, kRlNearestMany);  // table outlives `near`
 //     int16_t k = rl_nearest_find(&near, r, g, b);
 //     rl_nearest_close(&near);
 // A failed open leaves a search that still answers, through the linear scan.
@@ -58,7 +58,11 @@ inline void rl_store_direct(uint8_t *at, uint32_t v, const uint32_t *map, const 
     }
 }
 
-// Exact nearest-colour search structure; see nearest_fast.cpp.
+// The one nearest-colour search of the library; see nearest_fast.cpp. Every
+// mapping of colours onto a table goes through it: rlNearestRGBIndex (one
+// question, the linear scan), rl_nearest_find (many questions about one
+// table), the dithering and the GIF writer's transparent and background
+// colours.
 constexpr int kRlNearestLevels = 4;  // cells 32, 16, 8 and 4 wide
 
 struct RlNearestCell {
@@ -75,30 +79,45 @@ struct RlNearestCandidate {
 // Recent answers, by colour: colour << 8 | (index + 1), 0 for an empty slot.
 // Only indices below 255 are kept, which is every index of the usual tables.
 constexpr int kRlNearestRecentBits = 17;
+// Answers of whole 8-wide and 4-wide cells of colour queries: 0 not known
+// yet, index + 1 when every colour of the cell has that answer,
+// kRlNearestMixed otherwise.
+constexpr uint8_t kRlNearestMixed = 255;
+
+// How much a search is worth preparing: a handful of questions (a row of
+// dithering, a colour map of 256 entries) or every pixel of a picture.
+enum RlNearestUse { kRlNearestFew, kRlNearestMany };
 
 struct RlNearest {
     const uint8_t *table;
     int32_t count;              // 0 for a missing table or a count below 1
-    HGLOBAL cellsHandle;
     HGLOBAL poolHandle;
-    HGLOBAL recentHandle;
-    RlNearestCell classes[2];   // all colour entries, all grey entries
+    HGLOBAL cacheHandle;
+    RlNearestCell classes[2];   // all colour entries, all grey entries; length 0 when unmade
     RlNearestCell *cells[2];    // every level, for colour queries and for grey queries
-    RlNearestCell *fine[2];     // their 4-wide levels; null when only the linear scan is left
-    RlNearestCandidate *pool;   // every list, one after another
-    uint32_t *recent;           // recent answers; photographs repeat their colours a lot
+    RlNearestCell *fine[2];     // their 4-wide levels; null when the class lists serve alone
+    RlNearestCandidate *pool;   // every list, one after another; null: the linear scan serves
+    uint32_t *recent;           // recent answers (kRlNearestMany); photographs repeat colours
+    uint8_t *uniform;           // answers of whole 4-wide cells (with the cells)
+    uint8_t *coarse;            // answers of whole 8-wide cells, also copied into `uniform`
     uint32_t poolUsed;
     uint32_t poolSize;
 };
 
-// 0, or -1 when the search structure could not be made (it then falls back
-// to the linear scan, so the answers stay right).
-int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count);
+// Prepares a search of the first `count` entries of `table` (which must
+// outlive it). 0, or -1 when memory was short: the search then answers
+// through a simpler road, so the answers stay right either way.
+int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNearestUse use);
 void rl_nearest_close(RlNearest *n);
 // Builds what a query needs, then answers it (or scans linearly).
 int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 
-// 1 for a query that rlNearestRGBIndex treats as grey (channels within 4).
+// One row of 8-bit colours (`step` bytes apart, red first) mapped to the low
+// bytes of their answers; `waiting` is scratch room for `width` entries.
+void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
+                        uint8_t *out, uint32_t *waiting);
+
+// 1 for a query that counts as grey (channels within 4 of each other).
 inline uint32_t rl_grey_query(uint8_t r, uint8_t g, uint8_t b) {
     auto near = [](int a, int c) { return static_cast<uint32_t>(a - c + 4) <= 8u ? 1u : 0u; };
     return near(r, g) & near(g, b) & near(r, b);
@@ -133,7 +152,11 @@ constexpr RlFineSpread rl_make_fine_spread() {
 }
 inline constexpr RlFineSpread rl_fine_spread = rl_make_fine_spread();
 
-// The best of a cell's candidates: the smallest distance, and among equal
+inline uint32_t rl_fine_position(uint8_t r, uint8_t g, uint8_t b) {
+    return rl_fine_spread.red[r] | rl_fine_spread.green[g] | rl_fine_spread.blue[b];
+}
+
+// The best of a list of candidates: the smallest distance, and among equal
 // distances the smallest index. Distances stay below 2^18 and indices below
 // 2^15, so (distance << 15 | index) orders the pairs exactly that way. Lists
 // come in groups of four (the last one padded with copies of the first
@@ -157,19 +180,27 @@ inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uin
 }
 
 // rlNearestRGBIndex(r, g, b, table, count), exactly. Inlined into the row
-// loops: most answers come from the recent cache.
+// loops: most answers come from a whole cell's answer or the recent cache.
 __attribute__((always_inline)) inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g,
                                                                uint8_t b) {
-    if (n->fine[0] == nullptr) return rl_nearest_find_slow(n, r, g, b);
+    if (n->recent == nullptr) return rl_nearest_find_slow(n, r, g, b);
+    uint32_t position = rl_fine_position(r, g, b);
+    if (n->uniform != nullptr) {
+        uint32_t whole = n->uniform[position] - 1u;
+        if (whole < kRlNearestMixed - 1u) return static_cast<int16_t>(whole);
+    }
     uint32_t colour = (static_cast<uint32_t>(r) << 16) | (static_cast<uint32_t>(g) << 8) | b;
     uint32_t &recent = n->recent[(colour * 0x9E3779B1u) >> (32 - kRlNearestRecentBits)];
     uint32_t known = (recent ^ (colour << 8)) - 1;  // the index when the colours match
     if (known < 255u) return static_cast<int16_t>(known);
-    uint32_t grey = rl_grey_query(r, g, b);
-    const RlNearestCell &cell =
-        n->fine[grey][rl_fine_spread.red[r] | rl_fine_spread.green[g] | rl_fine_spread.blue[b]];
-    int16_t index = cell.start != 0 ? rl_nearest_scan(n->pool + cell.start, cell.length, r, g, b)
-                                    : rl_nearest_find_slow(n, r, g, b);
+    int16_t index;
+    const RlNearestCell *cell =
+        n->fine[0] != nullptr ? &n->fine[rl_grey_query(r, g, b)][position] : nullptr;
+    if (cell != nullptr && cell->start != 0 && n->uniform[position] != 0) {
+        index = rl_nearest_scan(n->pool + cell->start, cell->length, r, g, b);
+    } else {
+        index = rl_nearest_find_slow(n, r, g, b);
+    }
     if (index < 255) recent = colour << 8 | static_cast<uint32_t>(index + 1);
     return index;
 }

@@ -538,6 +538,7 @@ TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
 TEST_F(Command, OrientationTurnsPicturesUpright) {
     Save(Path("six.jpg"), pictures::Jpeg(Quadrants(16, 8, 3, 255, false), 100, 6));
     Save(Path("three.png"), pictures::Png(Quadrants(16, 8, 3, 255, false), PNG_COLOR_TYPE_RGB, 8, {}, {}, 3));
+    Save(Path("eight.tif"), pictures::Tiff(Quadrants(16, 8, 3, 255, false), 8, PHOTOMETRIC_RGB, {}, false, 8));
     struct Case {
         Args args;
         int width, height;
@@ -547,6 +548,7 @@ TEST_F(Command, OrientationTurnsPicturesUpright) {
         {{"six.jpg"}, 8, 16, {2, 0, 3, 1}},
         {{"--no-orient", "six.jpg"}, 16, 8, {0, 1, 2, 3}},
         {{"three.png"}, 16, 8, {3, 2, 1, 0}},
+        {{"eight.tif"}, 8, 16, {1, 3, 0, 2}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));

@@ -174,7 +174,7 @@ inline Bytes Webp(const Raster &r) {
 // 8 or 16 bits a sample; photometric MINISBLACK, RGB or PALETTE (with a
 // 16-bit colour map given as 8-bit entries).
 inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palette = {},
-                  bool unassociatedAlpha = false) {
+                  bool unassociatedAlpha = false, int orientation = 1) {
     char path[] = "/tmp/tolva-tiff-XXXXXX";
     int fd = mkstemp(path);
     if (fd < 0) return {};
@@ -188,6 +188,7 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
     TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
     TIFFSetField(t, TIFFTAG_COMPRESSION, uint16_t(COMPRESSION_ADOBE_DEFLATE));
     TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, uint32_t(4));
+    if (orientation != 1) TIFFSetField(t, TIFFTAG_ORIENTATION, uint16_t(orientation));
     if (unassociatedAlpha) {
         uint16_t extra = EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(t, TIFFTAG_EXTRASAMPLES, uint16_t(1), &extra);

@@ -58,6 +58,8 @@ TEST(Reader, EveryDepthGivesExactSamples) {
         {"png rgb 16", pictures::Png(rgb16, PNG_COLOR_TYPE_RGB, 16), 24, {101, 0, 255}, {101, 0, 255}},
         {"pgm 16", pictures::Netpbm(grey16, RPGM_FORMAT), 24, {255, 255, 255}, {101, 101, 101}},
         {"ppm 16 plain", pictures::Netpbm(rgb16, PPM_FORMAT, true), 24, {101, 0, 255}, {101, 0, 255}},
+        {"tiff grey 16", pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK), 24, {255, 255, 255}, {101, 101, 101}},
+        {"tiff rgb 16", pictures::Tiff(rgb16, 16, PHOTOMETRIC_RGB), 24, {101, 0, 255}, {101, 0, 255}},
         {"png grey 1", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, {0, 0, 0}, {0, 0, 0}},
         {"pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), 24, {0, 0, 0}, {0, 0, 0}},
         {"png grey 2", pictures::Png(Quadrants(w, h, 1, 3, true), PNG_COLOR_TYPE_GRAY, 2), 24, {0, 0, 0}, {0, 0, 0}},

@@ -3,7 +3,7 @@
 // for byte, on generated pictures and on the photograph.
 #include <algorithm>
 
-#include "raster/dither.h"
+#include "raster/raster.h"
 #include "raster/dither_oracle.h"
 #include "raster/photo.h"
 #include "raster/raster_oracle.h"
@@ -14,42 +14,60 @@ namespace {
 
 const int16_t kDepths[] = {1, 4, 8, 24, 32};
 
-TEST(NearestOracle, EverySearchReturnsTheLinearScansIndex) {
+// Every road of the one nearest-colour search against the literal definition:
+// the one-question scan (which the GIF writer's entry also asks), the class lists
+// of a search asked a few questions, and the cells, whole-cell answers and
+// recent cache of a search asked many. Tables carry ties (repeated entries),
+// greys and colours mixed, greys only and colours only; queries hug the grey
+// diagonal, the entries themselves and whole planes of the cube.
+TEST(NearestOracle, EverySearchReturnsTheLiteralIndex) {
     std::mt19937 rng(2024);
-    for (int round = 0; round < 40; ++round) {
+    for (int round = 0; round < 48; ++round) {
         auto count = static_cast<int16_t>(round < 5 ? round + 1 : 1 + rng() % 300);
         Values colours = awkward_table(rng, count);
         if (round == 6) colours.assign(colours.size(), 0x123456);
         for (uint32_t &c : colours) c = round == 7 ? (c & 255) * 0x010101u : c;  // greys only
+        if (round == 8) {
+            for (uint32_t &c : colours) c = rng() & 0xFCFCFC;  // colours on a coarse grid: ties
+        }
+        if (round >= 40) {
+            // A photograph-like palette: many entries close together, some twice.
+            for (uint32_t &c : colours) {
+                uint32_t base = 0x406080 + (rng() % 64) * 0x010203u;
+                c = (base ^ (rng() & 0x0F0F0F)) & 0xFFFFFF;
+            }
+            for (int k = 0; k + 1 < count; k += 7) colours[k + 1] = colours[k];
+        }
         const Bytes bytes = table_bytes(colours);
         const uint8_t *table = bytes.data();
-        RlNearest cells;
-        rl_nearest_open(&cells, table, count);
-        NearestSearch split, celled;
-        nearest_make(&split, table, count, nullptr);
-        nearest_make(&celled, table, count, &cells);
-        // The memo in front of the cells: slots are both reused and overwritten.
-        std::vector<uint32_t> keys(TOLVA_NEAREST_MEMO, 0);
-        std::vector<int16_t> answers(TOLVA_NEAREST_MEMO, 0);
-        celled.memoKey = keys.data();
-        celled.memoIndex = answers.data();
-        auto same = [&](uint32_t c) {
+        RlNearest few, many;
+        rl_nearest_open(&few, table, count, kRlNearestFew);
+        rl_nearest_open(&many, table, count, kRlNearestMany);
+        auto check = [&](uint32_t c) {
             auto r = static_cast<uint8_t>(c >> 16), g = static_cast<uint8_t>(c >> 8),
                  b = static_cast<uint8_t>(c);
-            int16_t expected = rlNearestRGBIndex(r, g, b, table, count);
-            return rl_nearest_find(&cells, r, g, b) == expected &&
-                   nearest_find(&split, r, g, b) == expected &&
-                   nearest_find(&celled, r, g, b) == expected;
+            int16_t expected = rasteroracle::nearest_index(r, g, b, table, count);
+            // Asked twice: the second answer may come from a cache.
+            return rlNearestRGBIndex(r, g, b, table, count) == expected &&
+                   rl_nearest_find(&few, r, g, b) == expected &&
+                   rl_nearest_find(&many, r, g, b) == expected &&
+                   rl_nearest_find(&many, r, g, b) == expected;
         };
         for (int q = 0; q < (round == 10 ? 65536 : 20000); ++q) {
             uint32_t c = rng();
             if (q % 3 == 0) c = ((c & 255) * 0x010101u) ^ (rng() & 0x070707u);  // near grey
             if (q % 7 == 0) c = colours[rng() % colours.size()] ^ (rng() & 0x010101u);
+            if (q % 11 == 0) c = colours[rng() % colours.size()] + (rng() & 0x030303u);
             if (round == 10) c = (q >> 8) << 16 | 37 << 8 | (q & 255);  // a whole plane
-            ASSERT_TRUE(same(c)) << "round " << round << " colour " << std::hex << (c & 0xFFFFFF);
+            ASSERT_TRUE(check(c)) << "round " << round << " colour " << std::hex << (c & 0xFFFFFF);
         }
-        rl_nearest_close(&cells);
+        rl_nearest_close(&few);
+        rl_nearest_close(&many);
     }
+    // Channels outside 0-255 reach only the one-question scan.
+    const uint8_t table[] = {0, 0, 0, 255, 255, 255, 200, 10, 10};
+    for (int16_t v : {-300, -5, 260, 1000})
+        EXPECT_EQ(rlNearestRGBIndex(v, 7, v, table, 3), rasteroracle::nearest_index(v, 7, v, table, 3));
 }
 
 TEST(Oracles, GeneratedPictures) {
