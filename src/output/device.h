@@ -2,10 +2,11 @@
 //
 // The writer and the pipeline run inside driver calls and report back the
 // way the protocol asks: errors onto the driver's error stack, progress
-// through the host's status function. They read, and never change, the
-// raster device's output stream, device window, colour table and status
-// record. Everything they use of the driver is here; no file of this folder
-// includes the driver's own header.
+// through the host's status function. They read the raster device's output
+// stream, device window, colour table and status record, and change none of
+// them (but for the one case the view's colour table notes). Everything they
+// use of the driver is here; no other file of this folder includes the
+// driver's header.
 #ifndef TOLVA_OUTPUT_DEVICE_H
 #define TOLVA_OUTPUT_DEVICE_H
 
@@ -16,15 +17,18 @@
 
 // What the pipeline reads of the raster device.
 struct OutputDevice {
-    HGLOBAL stream;                // the output stream the GIF goes to
-    const double *window;          // the device window: x1, y1, z1, x2, y2, z2
-    const uint8_t *colourTable;    // 256 red, green, blue entries
+    HGLOBAL stream;        // the output stream the GIF goes to
+    const double *window;  // the device window: x1, y1, z1, x2, y2, z2
+    // 256 red, green, blue entries. Only a bitmap that brings no table of
+    // its own hands this one to the writer, which may place the transparent
+    // colour in it.
+    uint8_t *colourTable;
     const intptr_t *statusRecord;  // the host's status record, may be null
 };
 
 // The raster device's view; false when the driver is not initialised.
 inline bool output_device(OutputDevice *device) {
-    const EMData *em = lpEMData;
+    EMData *em = lpEMData;
     if (em == nullptr) return false;
     *device = {em->outputStream, em->deviceWindow, em->colourTable, em->statusRecord};
     return true;

@@ -14,8 +14,6 @@
 #include "output/pipeline.h"
 #include "stream/sinks.h"
 
-using tolva_output::replace_bitmap;
-
 namespace {
 
 enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
@@ -122,7 +120,7 @@ intptr_t draw(TolvaOffscreen *record) {
     int32_t currentWidth = sourceWidth;
     int32_t currentHeight = sourceHeight;
     if (!(width >= sourceWidth && rows >= sourceHeight)) {
-        replace_bitmap(made, current,
+        output_replace_bitmap(made, current,
                        rlShrinkBitmap(current, from, sourceWidth, sourceHeight, width, rows));
         currentWidth = width;
         currentHeight = rows;
@@ -135,14 +133,14 @@ intptr_t draw(TolvaOffscreen *record) {
                                   own->table, record->colourCount)
                 : rlConvertBitmapDepth(current, currentWidth, currentHeight, from, to,
                                        source->palette, own->table, record->colourCount);
-        replace_bitmap(made, current, converted);
+        output_replace_bitmap(made, current, converted);
         changed = true;
     }
     // A bitmap that the shrink already brought to the target size is left
     // as it is: stretching it to its own size would copy it unchanged.
     if ((width > sourceWidth || rows > sourceHeight) &&
         (currentWidth != width || currentHeight != rows)) {
-        replace_bitmap(made, current,
+        output_replace_bitmap(made, current,
                        rlStretchBitmap(current, to, currentWidth, currentHeight, width, rows));
         changed = true;
     }

@@ -20,15 +20,13 @@
 
 #include "host/numeric.h"
 
-namespace tolva_output {
-
 // The depth every GIF of this filter is written with.
 constexpr int16_t kOutputDepth = 8;
 
 // A double turned into an unsigned pixel count, kept within what the
 // writer's signed 32-bit counts can carry (and one below, so that rounding
 // up to an even height cannot overflow). Negative values and NaN give 0.
-inline uint32_t to_pixels(double value) {
+inline uint32_t output_to_pixels(double value) {
     if (!(value > 0.0)) return 0;
     if (value >= 2147483646.0) return 2147483646u;
     return static_cast<uint32_t>(value);
@@ -37,12 +35,10 @@ inline uint32_t to_pixels(double value) {
 // Replaces the bitmap being worked on by `fresh` and frees the intermediate
 // one it supersedes. `made` is the last bitmap this code allocated (0 while
 // the caller's bitmap is still current); the caller's bitmap is never freed.
-inline void replace_bitmap(HGLOBAL &made, HGLOBAL &current, HGLOBAL fresh) {
+inline void output_replace_bitmap(HGLOBAL &made, HGLOBAL &current, HGLOBAL fresh) {
     if (made != 0) (void)GlobalFree(made);
     made = fresh;
     current = fresh;
 }
-
-}  // namespace tolva_output
 
 #endif
