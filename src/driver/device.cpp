@@ -95,12 +95,12 @@ void *d_cldv(void *block) {
     if (em == nullptr) return block;
     em->deviceState = TOLVA_STATE_INITIALISED;
     // Only a file this device opened itself is ever deleted for a refusal.
-    const bool own_file = em->outputStream != 0 && em->fileName[0] != '\0' &&
+    const bool ownFile = em->outputStream != 0 && em->fileName[0] != '\0' &&
                           (lpSetup == nullptr || lpSetup->outputDevice == 0);
     if (RASTER_escape() != 0) {
         // The host asked to stop (901 is already pushed): no output survives.
         (void)zunCloseandDelete(em->outputStream, em->fileName);
-    } else if (g_discard_output && own_file) {
+    } else if (g_discard_output && ownFile) {
         // A refused picture (its code is already pushed) leaves no file.
         (void)zunCloseandDelete(em->outputStream, em->fileName);
     } else if (zunClose(em->outputStream) != 0) {

@@ -98,12 +98,12 @@ HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags) {
     // signed values); the new tail is zero. Owned blocks grow in place with
     // realloc, so that a memory stream growing step by step does not copy its
     // whole block at every step.
-    int32_t old_size = static_cast<int32_t>(GlobalSize(h));
-    int32_t new_size = static_cast<int32_t>(size);
-    int32_t keep = old_size < new_size ? old_size : new_size;
+    int32_t oldSize = static_cast<int32_t>(GlobalSize(h));
+    int32_t newSize = static_cast<int32_t>(size);
+    int32_t keep = oldSize < newSize ? oldSize : newSize;
     size_t kept = keep > 0 ? static_cast<size_t>(keep) : 0;
     if (h != 0 && owns_data(h)) {
-        size_t old_offset = header(h)[kOffsetAt];
+        size_t oldOffset = header(h)[kOffsetAt];
         size_t bytes = allocation_bytes(size);
         auto *block = static_cast<uint8_t *>(host_realloc(header(h), bytes));
         if (block == nullptr) {
@@ -111,8 +111,8 @@ HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags) {
             out_of_memory(bytes);
         }
         size_t fill = (8 - ((reinterpret_cast<uintptr_t>(block) + kHeaderSize) % 8)) % 8;
-        if (kHeaderSize + fill != old_offset)
-            std::memmove(block + kHeaderSize + fill, block + old_offset, kept);
+        if (kHeaderSize + fill != oldOffset)
+            std::memmove(block + kHeaderSize + fill, block + oldOffset, kept);
         uint8_t *data = write_header(block, size, flags);
         std::memset(block + kHeaderSize, 0, fill);
         std::memset(data + kept, 0, static_cast<size_t>(block + bytes - (data + kept)));

@@ -28,9 +28,9 @@ constexpr int32_t kGifPassStep[4] = {8, 8, 4, 2};
 struct GifSettings {
     bool interlace;
     bool transparent;
-    uint8_t transparent_colour[3];
+    uint8_t transparentColour[3];
     bool background;
-    uint8_t background_colour[3];
+    uint8_t backgroundColour[3];
 };
 
 inline GifSettings gif_settings(void) {
@@ -41,8 +41,8 @@ inline GifSettings gif_settings(void) {
     s.transparent = setup->transparency == TOLVA_TRANSPARENCY_ON;
     s.background = setup->backgroundChoice == TOLVA_BACKGROUND_ON;
     for (int k = 0; k < 3; ++k) {
-        s.transparent_colour[k] = setup->transparentColour[k];
-        s.background_colour[k] = setup->backgroundColour[k];
+        s.transparentColour[k] = setup->transparentColour[k];
+        s.backgroundColour[k] = setup->backgroundColour[k];
     }
     return s;
 }

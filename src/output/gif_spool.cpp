@@ -57,16 +57,16 @@ int32_t GifCloseSpoolFile(CellBitmapState *state) {
 }
 
 int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
-    HGLOBAL pixel_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
-    HGLOBAL work_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
-    auto *pixels = static_cast<uint8_t *>(GlobalLock(pixel_handle));
-    auto *work = static_cast<uint8_t *>(GlobalLock(work_handle));
+    HGLOBAL pixelHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
+    HGLOBAL workHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
+    auto *pixels = static_cast<uint8_t *>(GlobalLock(pixelHandle));
+    auto *work = static_cast<uint8_t *>(GlobalLock(workHandle));
     int32_t result = TOLVA_OK;
     const uint32_t row_bytes = state->bytesPerRow;
     // A row longer than a buffer-load can never be read back: no load would
     // make progress, so nothing is compressed at all.
     if (pixels != nullptr && work != nullptr && row_bytes <= kLoadBytes) {
-        const uint32_t rows_per_load = row_bytes == 0 ? UINT32_MAX : kLoadBytes / row_bytes;
+        const uint32_t rowsPerLoad = row_bytes == 0 ? UINT32_MAX : kLoadBytes / row_bytes;
         const int32_t height = state->height;
         int32_t first = 1;
         int32_t last = 0;
@@ -75,7 +75,7 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
         int64_t row = 0;
         while (row < height && pass <= 3) {
             uint32_t filled = 0;
-            while (filled < rows_per_load && row < height) {
+            while (filled < rowsPerLoad && row < height) {
                 auto offset = static_cast<int32_t>(static_cast<uint32_t>(row) * row_bytes);
                 (void)zunSeek(state->spoolStream, offset, 0);
                 (void)zunRead(state->spoolStream, pixels + filled * row_bytes,
@@ -97,8 +97,8 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
             }
         }
     }
-    if (pixel_handle != 0) GlobalFree(pixel_handle);
-    if (work_handle != 0) GlobalFree(work_handle);
+    if (pixelHandle != 0) GlobalFree(pixelHandle);
+    if (workHandle != 0) GlobalFree(workHandle);
     return result;
 }
 

@@ -47,7 +47,7 @@ constexpr uint32_t kLzwCodes = 4096;
 constexpr uint32_t kLzwFirstChild = 0xFFFFFFFFu;
 
 struct LzwTable {
-    uint32_t first_child[kLzwCodes];
+    uint32_t firstChild[kLzwCodes];
     uint32_t slot[kLzwHashSize];
 };
 
@@ -57,7 +57,7 @@ inline uint32_t lzw_hash(uint32_t key) { return (key * 0x9E3779B1u) >> (32 - kLz
 // *where then says where it belongs.
 inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t pixel,
                                uint32_t *where) {
-    uint32_t first = table->first_child[prefix];
+    uint32_t first = table->firstChild[prefix];
     if (first == 0) {
         *where = kLzwFirstChild;
         return 0;
@@ -79,7 +79,7 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
 inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t prefix, uint32_t pixel,
                           uint32_t code) {
     if (where == kLzwFirstChild) {
-        table->first_child[prefix] = (pixel << 16) | code;
+        table->firstChild[prefix] = (pixel << 16) | code;
     } else {
         table->slot[where] = (((prefix << 8) | pixel) << 12) | code;
     }
@@ -146,7 +146,7 @@ struct LzwSink {
     int32_t (*write)(void *context, const void *bytes, int32_t count);
     // Steps back over the last byte written, stores it in *byte, and leaves
     // the position on it so that the next write replaces it.
-    void (*take_back)(void *context, uint8_t *byte);
+    void (*takeBack)(void *context, uint8_t *byte);
 };
 
 // Writes n bytes as data sub-blocks of at most 254 bytes, each behind its

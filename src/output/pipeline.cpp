@@ -301,7 +301,8 @@ int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callb
                                                  static_cast<int32_t>(upper));
             result = WriteCellBits(stream, band, outWidth, static_cast<int32_t>(upper - lower),
                                    depth, query->value, state);
-            if (result == TOLVA_OK) result = UpdateStatus(static_cast<int32_t>((k + 1) * 100 / bands));
+            if (result == TOLVA_OK)
+                result = output_update_status(static_cast<int32_t>((k + 1) * 100 / bands));
         }
         if (result == TOLVA_OK) {
             (void)EndCellBitmap(stream, state);  // a failed trailer shows when the stream closes

@@ -163,10 +163,10 @@ constexpr RlFineSpread rl_make_fine_spread() {
     }
     return s;
 }
-inline constexpr RlFineSpread rl_fine_spread = rl_make_fine_spread();
+inline constexpr RlFineSpread kRlFineSpread = rl_make_fine_spread();
 
 inline uint32_t rl_fine_position(uint8_t r, uint8_t g, uint8_t b) {
-    return rl_fine_spread.red[r] | rl_fine_spread.green[g] | rl_fine_spread.blue[b];
+    return kRlFineSpread.red[r] | kRlFineSpread.green[g] | kRlFineSpread.blue[b];
 }
 
 // The best of a list of candidates: the smallest distance, and among equal

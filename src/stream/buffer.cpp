@@ -323,8 +323,8 @@ int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin) {
         target += here;
     }
     if (origin == SEEK_SET) {
-        bool may_extend = (r->mode & (TOLVA_STREAM_WRITE | TOLVA_STREAM_UPDATE)) != 0;
-        if (target < 0 || target > INT32_MAX || (target > r->size && !may_extend)) {
+        bool mayExtend = (r->mode & (TOLVA_STREAM_WRITE | TOLVA_STREAM_UPDATE)) != 0;
+        if (target < 0 || target > INT32_MAX || (target > r->size && !mayExtend)) {
             r->error = -1;
             return -1;
         }

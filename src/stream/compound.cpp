@@ -86,13 +86,13 @@ bool follow(const Table &fat, uint32_t start, uint32_t limit, uint32_t needed, V
 uint32_t blocks(uint64_t bytes, uint32_t size) { return static_cast<uint32_t>((bytes + size - 1) / size); }
 
 int32_t load_fat(Document *d, const uint8_t *header) {
-    uint32_t fat_sectors = le32(header + 0x2C);
-    uint32_t difat_next = le32(header + 0x44);
-    uint32_t difat_sectors = le32(header + 0x48);
-    if (fat_sectors == 0 || fat_sectors > d->sectors || difat_sectors > d->sectors) {
+    uint32_t fatSectors = le32(header + 0x2C);
+    uint32_t difatNext = le32(header + 0x44);
+    uint32_t difatSectors = le32(header + 0x48);
+    if (fatSectors == 0 || fatSectors > d->sectors || difatSectors > d->sectors) {
         return TOLVA_DOC_CORRUPT;
     }
-    if (!table_make(&d->fat, fat_sectors * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
+    if (!table_make(&d->fat, fatSectors * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
     uint8_t sector[kDocSector];
     uint32_t loaded = 0;
     auto load = [&](uint32_t where) {
@@ -102,17 +102,17 @@ int32_t load_fat(Document *d, const uint8_t *header) {
         ++loaded;
         return true;
     };
-    for (uint32_t i = 0; i < kHeaderDifat && loaded < fat_sectors; ++i) {
+    for (uint32_t i = 0; i < kHeaderDifat && loaded < fatSectors; ++i) {
         if (!load(le32(header + 0x4C + 4 * i))) return TOLVA_DOC_CORRUPT;
     }
     // Extension sectors: 127 FAT sector numbers, then the next one's number.
     uint8_t difat[kDocSector];
-    for (uint32_t seen = 0; loaded < fat_sectors; ++seen) {
-        if (seen >= difat_sectors || !read_sector(*d, difat_next, difat)) return TOLVA_DOC_CORRUPT;
-        for (uint32_t i = 0; i < kLinksPerSector - 1 && loaded < fat_sectors; ++i) {
+    for (uint32_t seen = 0; loaded < fatSectors; ++seen) {
+        if (seen >= difatSectors || !read_sector(*d, difatNext, difat)) return TOLVA_DOC_CORRUPT;
+        for (uint32_t i = 0; i < kLinksPerSector - 1 && loaded < fatSectors; ++i) {
             if (!load(le32(difat + 4 * i))) return TOLVA_DOC_CORRUPT;
         }
-        difat_next = le32(difat + kDocSector - 4);
+        difatNext = le32(difat + kDocSector - 4);
     }
     return 0;
 }
@@ -256,7 +256,7 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
     const uint8_t *e = entry(*d, id);
     uint32_t size = le32(e + 0x78);
     uint32_t start = le32(e + 0x74);
-    uint32_t mini_start = le32(root + 0x74);
+    uint32_t miniStart = le32(root + 0x74);
     if (size == 0) {
         // Nothing will be read; the chain is not looked at.
     } else if (size >= kDocMiniCutoff) {
@@ -268,13 +268,13 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
         // The mini-sectors must lie inside the container, and the container's
         // chain must hold every sector they can reach.
         uint32_t container = 0;
-        if (!follow(d->fat, mini_start, d->sectors, blocks(le32(root + 0x78), kDocSector),
+        if (!follow(d->fat, miniStart, d->sectors, blocks(le32(root + 0x78), kDocSector),
                     [&](uint32_t, uint32_t) { return ++container, true; })) {
             return TOLVA_DOC_CORRUPT;
         }
         uint64_t minis = uint64_t{container} * (kDocSector / kDocMiniSector);
-        uint64_t root_minis = blocks(le32(root + 0x78), kDocMiniSector);
-        if (root_minis < minis) minis = root_minis;
+        uint64_t rootMinis = blocks(le32(root + 0x78), kDocMiniSector);
+        if (rootMinis < minis) minis = rootMinis;
         auto limit = static_cast<uint32_t>(minis);
         if (!follow(d->miniFat, start, limit, blocks(size, kDocMiniSector),
                     [](uint32_t, uint32_t) { return true; })) {
@@ -286,7 +286,7 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
     r->docMiniSectorTable = d->miniFat.handle;
     d->fat = Table{};
     d->miniFat = Table{};
-    r->docMiniStreamStart = mini_start;
+    r->docMiniStreamStart = miniStart;
     r->docStartSector = start;
     r->docSize = size;
     r->docPosition = 0;

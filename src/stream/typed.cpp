@@ -16,14 +16,14 @@ namespace {
 bool big_endian(HGLOBAL s) { return s != 0 && stream_lock(s)->dataFormat == 1; }
 bool fixed_point(HGLOBAL s) { return s != 0 && stream_lock(s)->floatFormat == 1; }
 
-uint64_t load_bytes(const uint8_t *p, int n, bool msb_first) {
+uint64_t load_bytes(const uint8_t *p, int n, bool msbFirst) {
     uint64_t v = 0;
-    for (int i = 0; i < n; ++i) v = (v << 8) | p[msb_first ? i : n - 1 - i];
+    for (int i = 0; i < n; ++i) v = (v << 8) | p[msbFirst ? i : n - 1 - i];
     return v;
 }
 
-void store_bytes(uint8_t *p, uint64_t v, int n, bool msb_first) {
-    for (int i = 0; i < n; ++i) p[msb_first ? n - 1 - i : i] = static_cast<uint8_t>(v >> (8 * i));
+void store_bytes(uint8_t *p, uint64_t v, int n, bool msbFirst) {
+    for (int i = 0; i < n; ++i) p[msbFirst ? n - 1 - i : i] = static_cast<uint8_t>(v >> (8 * i));
 }
 
 // One read of count elements of `width` bytes; true when all arrived.
