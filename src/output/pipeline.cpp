@@ -98,10 +98,14 @@ struct CellWork {
     HGLOBAL madeTable;    // the table the depth change made
 };
 
-void shrink(CellWork &work, const CellTarget &target) {
+// Shrinks or stretches the bitmap to the target (the two raster entries
+// are one function under two names).
+using ScaleBitmap = HGLOBAL (*)(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
+                                int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+void scale_to_target(CellWork &work, const CellTarget &target, ScaleBitmap scale) {
     output_replace_bitmap(work.made, work.current,
-                          rlShrinkBitmap(work.current, work.depth, work.width, work.height,
-                                         target.outWidth, target.outHeight));
+                          scale(work.current, work.depth, work.width, work.height,
+                                target.outWidth, target.outHeight));
     work.width = target.outWidth;
     work.height = target.outHeight;
 }
@@ -128,14 +132,6 @@ void change_depth(CellWork &work, const CellTarget &target) {
     work.depth = target.depth;
 }
 
-void stretch(CellWork &work, const CellTarget &target) {
-    output_replace_bitmap(work.made, work.current,
-                          rlStretchBitmap(work.current, work.depth, work.width, work.height,
-                                          target.outWidth, target.outHeight));
-    work.width = target.outWidth;
-    work.height = target.outHeight;
-}
-
 // Shrinks, converts the colour model, changes the depth and stretches, as
 // far as each is needed, reporting a step after each but the colour model,
 // and at least kProgressBeforeWriting before the writing. False when the
@@ -143,7 +139,7 @@ void stretch(CellWork &work, const CellTarget &target) {
 bool prepare_bitmap(CellWork &work, const CellTarget &target, const OutputDevice &device,
                     int32_t colourModel, Progress &progress) {
     if (target.height < target.sourceHeight) {
-        shrink(work, target);
+        scale_to_target(work, target, rlShrinkBitmap);
         if (advance(progress)) return false;
     }
     if (work.depth < 24) {
@@ -157,7 +153,7 @@ bool prepare_bitmap(CellWork &work, const CellTarget &target, const OutputDevice
         if (advance(progress)) return false;
     }
     if (target.height > target.sourceHeight) {
-        stretch(work, target);
+        scale_to_target(work, target, rlStretchBitmap);
         if (advance(progress)) return false;
     }
     if (progress.percent < kProgressBeforeWriting) {
