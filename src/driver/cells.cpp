@@ -60,8 +60,8 @@ bool runs_upward(const EMData *em, const void *block) {
 }
 
 bool too_large(const EMData *em) {
-    return em->pictureWidth > kLargestPictureSide ||
-           em->pictureHeight > kLargestPictureSide;
+    return em->pictureWidth > TOLVA_PICTURE_MAX_EXTENT ||
+           em->pictureHeight > TOLVA_PICTURE_MAX_EXTENT;
 }
 
 void open_picture(EMData *em, const uint8_t *data) {

@@ -56,11 +56,10 @@ void *d_opdv(void *block) {
     g_discard_output = false;
 
     if (lpSetup != nullptr && lpSetup->outputDevice != 0) {
-        const intptr_t *record = em->statusRecord;
         // The host's I/O procedure reports its own failures: a null stream
         // on this path is not an error of ours.
-        em->outputStream = stream_open_procedure(em->fileName, lpSetup->outputDevice,
-                                                 record != nullptr ? record[TOLVA_STATUS_DEVICE] : 0);
+        em->outputStream =
+            stream_open_procedure(em->fileName, lpSetup->outputDevice, em->statusRecord);
         return block;
     }
     if (!g_file_name_fits) {

@@ -42,7 +42,4 @@ void driver_note_file_name_fits(bool fits);
 // clears the mark.
 void driver_discard_output(void);
 
-// The picture record carries width and height as signed 16-bit values.
-constexpr int32_t kLargestPictureSide = 32767;
-
 #endif

@@ -31,8 +31,7 @@ int32_t open_output(SetupBlock *raster) {
         // The host's I/O procedure reports its own failures; a null stream
         // here is not checked.
         raster->outputStream =
-            stream_open_procedure(raster->fileName, raster->outputDevice,
-                                  status_word(raster->statusRecord, TOLVA_STATUS_DEVICE));
+            stream_open_procedure(raster->fileName, raster->outputDevice, raster->statusRecord);
         return TOLVA_OK;
     }
     if (raster->fileName[0] != '\0') {

@@ -16,8 +16,6 @@
 
 namespace {
 
-enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
-
 constexpr int kSettingsWord = 2;            // of the host argument block
 constexpr int kHostValueWord = 6;
 constexpr int kBandRowsWord = 1;            // of the init information
@@ -170,14 +168,14 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
     (void)arg2;
     if (record == nullptr) return 0;
     switch (operation) {
-    case kQuery:
+    case TOLVA_OFFSCREEN_QUERY:
         return query(static_cast<const TolvaPicture *>(record),
                      reinterpret_cast<TolvaOffscreenQuery *>(arg1));
-    case kInit:
+    case TOLVA_OFFSCREEN_INIT:
         return init(static_cast<TolvaOffscreen *>(record), reinterpret_cast<const intptr_t *>(arg1));
-    case kTerminate:
+    case TOLVA_OFFSCREEN_TERMINATE:
         return terminate(static_cast<TolvaOffscreen *>(record));
-    case kDraw:
+    case TOLVA_OFFSCREEN_DRAW:
         return draw(static_cast<TolvaOffscreen *>(record));
     default:
         return 0;
@@ -202,9 +200,7 @@ int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cel
     HGLOBAL stream = 0;
     bool inMemory = false;
     if (block->outputDevice != 0) {
-        stream = stream_open_procedure(
-            fileName, block->outputDevice,
-            block->statusRecord != nullptr ? block->statusRecord[TOLVA_STATUS_DEVICE] : 0);
+        stream = stream_open_procedure(fileName, block->outputDevice, block->statusRecord);
     } else if (fileName != nullptr && fileName[0] != '\0') {
         stream = stream_open_file(fileName);
     } else {

@@ -1,8 +1,9 @@
 // Opening the output streams of sinks.h.
 #include "stream/sinks.h"
 
-HGLOBAL stream_open_procedure(const char *name, intptr_t procedure, intptr_t instance) {
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {instance, 0, 0, 0, procedure, 0};
+HGLOBAL stream_open_procedure(const char *name, intptr_t procedure, const intptr_t *statusRecord) {
+    intptr_t device = statusRecord != nullptr ? statusRecord[TOLVA_STATUS_DEVICE] : 0;
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {device, 0, 0, 0, procedure, 0};
     return zunOpen(name, descriptor, TOLVA_STREAM_OUTPUT);
 }
 

@@ -12,14 +12,15 @@
 
 #include "tolva/host.h"
 #include "tolva/stream.h"
+#include "tolva/tolva.h"
 
 // Bytes a memory output grows by whenever it is full.
 constexpr intptr_t kStreamMemoryGrowth = 4096;
 
 // An output stream through the host's I/O procedure, whose open is called
-// with `instance` (the device word of the host's status record) and `name`.
-// The procedure reports its own failures.
-HGLOBAL stream_open_procedure(const char *name, intptr_t procedure, intptr_t instance);
+// with `name` and the device word of the host's status record (0 without a
+// record). The procedure reports its own failures.
+HGLOBAL stream_open_procedure(const char *name, intptr_t procedure, const intptr_t *statusRecord);
 
 // An output stream on the named file, created or truncated.
 HGLOBAL stream_open_file(const char *name);

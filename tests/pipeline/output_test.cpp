@@ -75,7 +75,8 @@ TEST(QueryCellFormat, TheDialogPredictsTheWrittenSize) {
                 double height = dpi != 0 ? 600.0 / dpi : 600.0;
                 int32_t resolution = dpi;
                 int16_t bits = 0;
-                ASSERT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr), 0);
+                ASSERT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr),
+                          0);
                 const int32_t input[7] = {100, 0, dpi, 1000, 600, 1280, 1024};
                 int32_t predicted[3] = {};
                 GetRasterInfo(dialog.setup, input, predicted);
