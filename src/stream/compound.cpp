@@ -24,10 +24,9 @@ constexpr uint8_t kSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE
 
 enum EntryType : uint8_t { kStorage = 1, kStream = 2, kRoot = 5 };
 
-uint32_t le32(const uint8_t *p) {
-    return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-}
-uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+// The document's numbers are little-endian.
+uint32_t le32(const uint8_t *p) { return static_cast<uint32_t>(stream_load_bytes(p, 4, false)); }
+uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(stream_load_bytes(p, 2, false)); }
 
 // One growable table of u32 values in a memory handle.
 struct Table {

@@ -105,6 +105,19 @@ inline bool stream_put_byte(StreamRecord *r, uint8_t byte) {
     r->dirty = 1;
     return true;
 }
+// An n-byte unsigned value stored in file bytes, most significant byte first
+// or last; written as bytes against the value, so that nothing depends on the
+// machine's own byte order.
+inline uint64_t stream_load_bytes(const uint8_t *p, int n, bool msbFirst) {
+    uint64_t v = 0;
+    for (int i = 0; i < n; ++i) v = (v << 8) | p[msbFirst ? i : n - 1 - i];
+    return v;
+}
+
+inline void stream_store_bytes(uint8_t *p, uint64_t v, int n, bool msbFirst) {
+    for (int i = 0; i < n; ++i) p[msbFirst ? n - 1 - i : i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
 // Releases what the record holds apart from the caller's memory block.
 void stream_release_tables(StreamRecord *r);
 
