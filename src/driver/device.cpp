@@ -95,7 +95,7 @@ void *d_cldv(void *block) {
     em->deviceState = TOLVA_STATE_INITIALISED;
     // Only a file this device opened itself is ever deleted for a refusal.
     const bool ownFile = em->outputStream != 0 && em->fileName[0] != '\0' &&
-                          (lpSetup == nullptr || lpSetup->outputDevice == 0);
+                         (lpSetup == nullptr || lpSetup->outputDevice == 0);
     if (RASTER_escape() != 0) {
         // The host asked to stop (901 is already pushed): no output survives.
         (void)zunCloseandDelete(em->outputStream, em->fileName);

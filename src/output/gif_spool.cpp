@@ -62,11 +62,11 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
     auto *pixels = static_cast<uint8_t *>(GlobalLock(pixelHandle));
     auto *work = static_cast<uint8_t *>(GlobalLock(workHandle));
     int32_t result = TOLVA_OK;
-    const uint32_t row_bytes = state->bytesPerRow;
+    const uint32_t rowBytes = state->bytesPerRow;
     // A row longer than a buffer-load can never be read back: no load would
     // make progress, so nothing is compressed at all.
-    if (pixels != nullptr && work != nullptr && row_bytes <= kLoadBytes) {
-        const uint32_t rowsPerLoad = row_bytes == 0 ? UINT32_MAX : kLoadBytes / row_bytes;
+    if (pixels != nullptr && work != nullptr && rowBytes <= kLoadBytes) {
+        const uint32_t rowsPerLoad = rowBytes == 0 ? UINT32_MAX : kLoadBytes / rowBytes;
         const int32_t height = state->height;
         int32_t first = 1;
         int32_t last = 0;
@@ -76,10 +76,10 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
         while (row < height && pass <= 3) {
             uint32_t filled = 0;
             while (filled < rowsPerLoad && row < height) {
-                auto offset = static_cast<int32_t>(static_cast<uint32_t>(row) * row_bytes);
+                auto offset = static_cast<int32_t>(static_cast<uint32_t>(row) * rowBytes);
                 (void)zunSeek(state->spoolStream, offset, 0);
-                (void)zunRead(state->spoolStream, pixels + filled * row_bytes,
-                              static_cast<int32_t>(row_bytes));
+                (void)zunRead(state->spoolStream, pixels + filled * rowBytes,
+                              static_cast<int32_t>(rowBytes));
                 ++filled;
                 row += kGifPassStep[pass];
             }
@@ -88,7 +88,7 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
             // at row 4), so passes 2 to 4 are not written at all and there is
             // no end code; a picture of one row loses only the end code.
             if (pass == 3 && row >= height) last = 1;
-            result = CompressAndWrite(stream, pixels, work, static_cast<int32_t>(filled * row_bytes),
+            result = CompressAndWrite(stream, pixels, work, static_cast<int32_t>(filled * rowBytes),
                                       first, last, &carry);
             first = 0;
             if (row >= height) {
