@@ -30,7 +30,11 @@ constexpr int32_t kNever80 = 0x80;
 constexpr int32_t kNever100 = 0x100;
 constexpr int32_t kNeverE00 = 0xe00;
 constexpr int32_t kNever8000 = 0x8000;
+constexpr int32_t kEveryBit = kInit | kOpen | kPicture | kBody | kEnded | kNever20 | kNever40 |
+                              kNever80 | kNever100 | kNeverE00 | kNever8000;
 
+// One row a line, in columns.
+// clang-format off
 const DispatchRow kDispatch[] = {
     // opcode                    handler   states in which the row runs
     {TOLVA_OP_OPEN_DEVICE,        d_opdv,   kInit},
@@ -101,7 +105,7 @@ const DispatchRow kDispatch[] = {
     {0x520,                       d_noop,   kBody | kNever80 | kNever8000},
     {0x52b,                       d_noop,   kBody | kNever80 | kNever8000},
     {TOLVA_OP_COLOUR_TABLE,       ds_ct,    kBody | kNever80 | kNever8000},
-    {0x601,                       d_noop,   kInit | kOpen | kPicture | kBody | kEnded | kNever20 | kNever40 | kNever80 | kNever100 | kNeverE00 | kNever8000},
+    {0x601,                       d_noop,   kEveryBit},
     {0x906,                       ds_dm,    kBody | kNever8000},
     // The error-status query dq_es exists, but this opcode has always led
     // to d_noop; hosts pop errors with TOLVA_OP_POP_ERRORS instead.
@@ -110,6 +114,7 @@ const DispatchRow kDispatch[] = {
     {TOLVA_OP_CLEAR_ERRORS,       d_empes,  kInit | kOpen | kPicture | kBody | kEnded | kNever20 | kNever40},
     {0x6fc,                       d_noop,   kBody},
 };
+// clang-format on
 
 static_assert(sizeof kDispatch / sizeof kDispatch[0] == 74, "the dispatch table has 74 rows");
 

@@ -14,7 +14,8 @@ extern "C" {
 
 void *ds_dvwn(void *block) {
     if (lpEMData == nullptr) return block;
-    for (int i = 0; i < 6; ++i) lpEMData->deviceWindow[i] = host_load_f64(block, TOLVA_WINDOW_X1 + 8 * i);
+    for (int i = 0; i < 6; ++i)
+        lpEMData->deviceWindow[i] = host_load_f64(block, TOLVA_WINDOW_X1 + 8 * i);
     return block;
 }
 

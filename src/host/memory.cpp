@@ -30,9 +30,7 @@ constexpr uint64_t kSlack = kHeaderSize + 14;
 
 uint8_t *header(HGLOBAL h) { return reinterpret_cast<uint8_t *>(h); }
 
-uint8_t *data_address(HGLOBAL h) {
-    return host_load<uint8_t *>(header(h), kAddressAt);
-}
+uint8_t *data_address(HGLOBAL h) { return host_load<uint8_t *>(header(h), kAddressAt); }
 
 size_t allocation_bytes(uint32_t size) { return static_cast<size_t>((uint64_t{size} + kSlack) / 8 * 8); }
 

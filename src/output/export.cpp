@@ -118,8 +118,8 @@ intptr_t draw(TolvaOffscreen *record) {
     int32_t currentWidth = sourceWidth;
     int32_t currentHeight = sourceHeight;
     if (!(width >= sourceWidth && rows >= sourceHeight)) {
-        output_replace_bitmap(made, current,
-                       rlShrinkBitmap(current, from, sourceWidth, sourceHeight, width, rows));
+        output_replace_bitmap(
+            made, current, rlShrinkBitmap(current, from, sourceWidth, sourceHeight, width, rows));
         currentWidth = width;
         currentHeight = rows;
         changed = true;
@@ -138,8 +138,8 @@ intptr_t draw(TolvaOffscreen *record) {
     // as it is: stretching it to its own size would copy it unchanged.
     if ((width > sourceWidth || rows > sourceHeight) &&
         (currentWidth != width || currentHeight != rows)) {
-        output_replace_bitmap(made, current,
-                       rlStretchBitmap(current, to, currentWidth, currentHeight, width, rows));
+        output_replace_bitmap(
+            made, current, rlStretchBitmap(current, to, currentWidth, currentHeight, width, rows));
         changed = true;
     }
 
@@ -172,7 +172,8 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
         return query(static_cast<const TolvaPicture *>(record),
                      reinterpret_cast<TolvaOffscreenQuery *>(arg1));
     case TOLVA_OFFSCREEN_INIT:
-        return init(static_cast<TolvaOffscreen *>(record), reinterpret_cast<const intptr_t *>(arg1));
+        return init(static_cast<TolvaOffscreen *>(record),
+                    reinterpret_cast<const intptr_t *>(arg1));
     case TOLVA_OFFSCREEN_TERMINATE:
         return terminate(static_cast<TolvaOffscreen *>(record));
     case TOLVA_OFFSCREEN_DRAW:

@@ -33,7 +33,8 @@ HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
         if (spool == 0) {
             error = TOLVA_ERR_STREAM;
             // The name service may have created the file already.
-            if (state->spoolName[0] != '\0') (void)zunOpen(state->spoolName, nullptr, TOLVA_STREAM_DELETE);
+            if (state->spoolName[0] != '\0')
+                (void)zunOpen(state->spoolName, nullptr, TOLVA_STREAM_DELETE);
         }
     } else {
         // The stream keeps state->spoolData pointing at the block as it

@@ -57,7 +57,8 @@ TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t 
     record->flag = flag;
     intptr_t information[5] = {width, *bandRows, depth, colourCount,
                                reinterpret_cast<intptr_t>(colourTable)};
-    intptr_t answer = callback(TOLVA_OFFSCREEN_INIT, record, reinterpret_cast<intptr_t>(information), 0);
+    intptr_t answer =
+        callback(TOLVA_OFFSCREEN_INIT, record, reinterpret_cast<intptr_t>(information), 0);
     // A band height beyond 32 bits is no band the writer could take.
     *bandRows = answer > 0 && answer <= INT32_MAX ? static_cast<int32_t>(answer) : 0;
     return record;
@@ -70,7 +71,8 @@ HGLOBAL DrawPlatformOffscreen(TolvaOffscreen *record, int32_t lowerRow, int32_t 
 
 void TermPlatformOffscreen(TolvaOffscreen *record) {
     if (record == nullptr) return;
-    if (record->callback != nullptr) (void)record->callback(TOLVA_OFFSCREEN_TERMINATE, record, 0, 0);
+    if (record->callback != nullptr)
+        (void)record->callback(TOLVA_OFFSCREEN_TERMINATE, record, 0, 0);
     (void)zunPtrGlobalFree(record);
 }
 

@@ -60,9 +60,9 @@ HGLOBAL band_within_bounds(HGLOBAL &made, HGLOBAL current, int32_t width, int32_
 // The picture RasterWriteCellData writes: its size as the format query
 // decides it. Only the heights decide whether to scale; the width follows.
 struct CellTarget {
-    double width;          // pixels
+    double width;  // pixels
     double height;
-    int32_t outWidth;      // the same, truncated
+    int32_t outWidth;  // the same, truncated
     int32_t outHeight;
     int16_t depth;         // always kOutputDepth
     int32_t sourceHeight;  // the bitmap's own height
@@ -72,8 +72,8 @@ struct CellTarget {
 // window's extent in whole units over that resolution), else the bitmap's own
 // pixels, whose aspect alone then counts; then the format query's pixels.
 CellTarget cell_target(const OutputDevice &device, int32_t width, int32_t height, int32_t scale) {
-    CellTarget t = {static_cast<double>(width), static_cast<double>(height), 0, 0, kOutputDepth,
-                    height};
+    CellTarget t = {
+        static_cast<double>(width), static_cast<double>(height), 0, 0, kOutputDepth, height};
     if (scale != 0) {
         const double *window = device.window;
         t.width = (fabs(trunc(window[3]) - trunc(window[0])) + 1.0) / scale;
@@ -90,7 +90,7 @@ CellTarget cell_target(const OutputDevice &device, int32_t width, int32_t height
 // step's result. Only what is made here is freed here.
 struct CellWork {
     HGLOBAL current;
-    HGLOBAL made;         // the latest bitmap made here, 0 while it is the caller's
+    HGLOBAL made;  // the latest bitmap made here, 0 while it is the caller's
     int32_t width;
     int32_t height;
     int16_t depth;
@@ -104,8 +104,8 @@ using ScaleBitmap = HGLOBAL (*)(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcW
                                 int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
 void scale_to_target(CellWork &work, const CellTarget &target, ScaleBitmap scale) {
     output_replace_bitmap(work.made, work.current,
-                          scale(work.current, work.depth, work.width, work.height,
-                                target.outWidth, target.outHeight));
+                          scale(work.current, work.depth, work.width, work.height, target.outWidth,
+                                target.outHeight));
     work.width = target.outWidth;
     work.height = target.outHeight;
 }

@@ -77,7 +77,7 @@ HGLOBAL reduced_table(HGLOBAL work, int32_t width, int32_t height, int16_t entri
         std::memcpy(t + at, must_have_colors, room < 24 ? room : 24);
     }
     (void)rlUnlockMemory(reduced);
-    (void)rlFreeNewData(reduced);   // 0 when nothing was reduced
+    (void)rlFreeNewData(reduced);  // 0 when nothing was reduced
     (void)rlUnlockMemory(table);
     return table;
 }

@@ -49,7 +49,7 @@ int16_t diffuse(uint8_t *current, uint8_t *next, RlNearest *search, int32_t widt
 }  // namespace
 
 bool rl_dither_row(uint8_t *current, uint8_t *next, RlNearest *search, int32_t width,
-                int16_t *chosen) {
+                   int16_t *chosen) {
     const uint8_t *table = search->table;
     if (table == nullptr || search->count < 1 || width < 1 || current == nullptr) return false;
     // A row of one pixel takes entry 0.

@@ -123,7 +123,8 @@ void add_class(RlNearest *n, uint32_t grey) {
     for (int32_t i = 0; i < n->count; ++i) {
         const uint8_t *e = n->table + 3 * static_cast<size_t>(i);
         if (rl_grey_entry(e) != (grey != 0)) continue;
-        n->pool[n->poolUsed++] = RlNearestCandidate{0, static_cast<uint16_t>(i), e[0], e[1], e[2], 0};
+        n->pool[n->poolUsed++] =
+            RlNearestCandidate{0, static_cast<uint16_t>(i), e[0], e[1], e[2], 0};
     }
     list.length = n->poolUsed - list.start;
     while (list.length != 0 && (n->poolUsed - list.start) % 4 != 0) n->pool[n->poolUsed++] = n->pool[list.start];
@@ -148,7 +149,8 @@ uint8_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], in
     auto apart = [span](int a, int c) {
         return a - c > span + kRlGreyTolerance || c - a > span + kRlGreyTolerance;
     };
-    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2]))) return kRlNearestMixed;
+    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2])))
+        return kRlNearestMixed;
     const RlNearestCandidate *k = n->pool + list.start;
     int16_t a = rl_nearest_scan(k, list.length, static_cast<uint8_t>(lo[0]),
                                 static_cast<uint8_t>(lo[1]), static_cast<uint8_t>(lo[2]));

@@ -83,7 +83,7 @@ void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPer
 }  // namespace
 
 int32_t rl_scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
-                        int32_t dstWidth, bool replicate) {
+                           int32_t dstWidth, bool replicate) {
     plan->handle = 0;
     plan->source = nullptr;
     plan->dstWidth = dstWidth;
@@ -109,7 +109,7 @@ void rl_scale_plan_free(ScalePlan *plan) {
 }
 
 void rl_scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcBytesPerLine,
-                      uint8_t *dst, int32_t dstBytesPerLine, int32_t row) {
+                         uint8_t *dst, int32_t dstBytesPerLine, int32_t row) {
     if (!rl_pixel_depth(plan->bitsPerPixel)) return;  // other depths read 0, write nothing
     if (_debug_color_res > 3) {
         apply_traced(*plan, src, srcBytesPerLine, dst, dstBytesPerLine, row);
@@ -246,11 +246,11 @@ int32_t Shrink(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t s
             if (i == dstHeight) {
                 // Scaled and then overwritten by the sampled row below.
                 rl_scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(srcHeight - 1) * srcLine,
-                                 srcLine, dstRow, dstLine, 0);
+                                    srcLine, dstRow, dstLine, 0);
             }
             if (srcRow >= 0 && srcRow < srcHeight) {
                 rl_scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(srcRow) * srcLine, srcLine,
-                                 dstRow, dstLine, 0);
+                                    dstRow, dstLine, 0);
             }
             srcRow += step;
         }
@@ -277,7 +277,7 @@ int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t 
             if (n == 0) continue;  // this source row is skipped
             if (dstRow >= 0) {
                 rl_scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(sy) * srcLine, srcLine,
-                                 dst + static_cast<ptrdiff_t>(dstRow) * dstLine, dstLine, 0);
+                                    dst + static_cast<ptrdiff_t>(dstRow) * dstLine, dstLine, 0);
             }
             // Further copies are byte copies of the row just written, upward.
             for (int32_t k = 1; k < n && dstRow > 0; ++k, --dstRow) {

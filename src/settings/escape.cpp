@@ -123,7 +123,8 @@ int32_t set_size_mode(SetupBlock *block, EscapeCall *call) {
 
 int32_t query_colour_class(SetupBlock *block, EscapeCall *call) {
     int32_t mode = block->colourMode;
-    if (mode < TOLVA_COLOUR_NORMAL || mode > TOLVA_COLOUR_INVERT_LUMINANCE) return TOLVA_ESCAPE_REFUSED;
+    if (mode < TOLVA_COLOUR_NORMAL || mode > TOLVA_COLOUR_INVERT_LUMINANCE)
+        return TOLVA_ESCAPE_REFUSED;
     if (call->output == nullptr) return TOLVA_ESCAPE_REFUSED;
     int32_t colourClass = mode - kClassToMode;
     host_store(call->output, 0, colourClass);
@@ -186,7 +187,8 @@ int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *
             result = row->wrongSize;
         else
             result = row->run(block, &call);
-        if (result == TOLVA_ESCAPE_DONE && save != 0 && row->key >= 0) save_setting(block, row->key, call.text);
+        if (result == TOLVA_ESCAPE_DONE && save != 0 && row->key >= 0)
+            save_setting(block, row->key, call.text);
     }
     GlobalUnlock(setup);
     return result;

@@ -97,16 +97,20 @@ int32_t LoadProfile(intptr_t) {
     SetupBlock *block = settings_current();
     if (block == nullptr) return 0;
     // Read straight into the field: even a missing key clears its 13 bytes.
-    static_assert(sizeof block->driverName >= kSettingsDriverNameText, "the driver name fits its field");
+    static_assert(sizeof block->driverName >= kSettingsDriverNameText,
+                  "the driver name fits its field");
     if (GetPrivateProfileString(block->sectionName, key_name(kKeyDriver).text, "",
-                                block->driverName, kSettingsDriverNameText, block->profilePath) <= 0)
+                                block->driverName, kSettingsDriverNameText,
+                                block->profilePath) <= 0)
         return 0;
 
     block->colourMode = read_int(block, kKeyColourMode, TOLVA_COLOUR_NORMAL);
     block->sizeMode = read_int(block, kKeySizeMode, TOLVA_SIZE_GIVEN);
     block->resolutionMode = read_int(block, kKeyResolutionMode, TOLVA_RESOLUTION_GIVEN);
-    block->xResolution = static_cast<int16_t>(read_int(block, kKeyXResolution, kSettingsDefaultDpi));
-    block->yResolution = static_cast<int16_t>(read_int(block, kKeyYResolution, kSettingsDefaultDpi));
+    block->xResolution =
+        static_cast<int16_t>(read_int(block, kKeyXResolution, kSettingsDefaultDpi));
+    block->yResolution =
+        static_cast<int16_t>(read_int(block, kKeyYResolution, kSettingsDefaultDpi));
     block->width = read_inches(block, kKeyWidth, kSettingsDefaultWidthText);
     block->height = read_inches(block, kKeyHeight, kSettingsDefaultHeightText);
     block->lineMode = read_int(block, kKeyLineMode, kDefaultLineMode);

@@ -14,8 +14,8 @@
 constexpr int16_t kSettingsDefaultDpi = 96;
 constexpr int16_t kSettingsMinDpi = 32;
 constexpr int16_t kSettingsMaxDpi = 400;
-constexpr double kSettingsDefaultWidth = 6.67;   // inches
-constexpr double kSettingsDefaultHeight = 5.0;   // inches
+constexpr double kSettingsDefaultWidth = 6.67;  // inches
+constexpr double kSettingsDefaultHeight = 5.0;  // inches
 // The same defaults as the profile reader's default texts: a short value in
 // the profile is read over them and keeps their tail.
 constexpr const char *kSettingsDefaultWidthText = "6.67";
@@ -59,7 +59,7 @@ SetupBlock *settings_current(void);
 
 // What a picture brings to the size and resolution rules.
 struct SettingsPicture {
-    double width;       // its size in inches at its own resolution
+    double width;  // its size in inches at its own resolution
     double height;
     int32_t dpi;        // its own resolution; 0 when it has none
     double shapeWidth;  // its aspect, in any unit

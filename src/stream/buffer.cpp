@@ -109,7 +109,9 @@ int32_t write_direct(StreamRecord *r, const uint8_t *in, int32_t want) {
 // Whole windows of `left` bytes that buffering would move through the file
 // before the last window: a read that ends exactly on a window boundary, and
 // a write that does, keep their last window in the buffer.
-int32_t whole_windows(int32_t left) { return (left - 1) / TOLVA_STREAM_BUFFER_SIZE * TOLVA_STREAM_BUFFER_SIZE; }
+int32_t whole_windows(int32_t left) {
+    return (left - 1) / TOLVA_STREAM_BUFFER_SIZE * TOLVA_STREAM_BUFFER_SIZE;
+}
 
 // The memory block is grown to `bytes` bytes and the caller's variable
 // follows it. The old block goes even when the new one cannot be had, so on

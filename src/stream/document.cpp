@@ -95,7 +95,8 @@ int32_t docRead(HGLOBAL s, void *buffer, int32_t count) {
             uint64_t place = uint64_t{sector} * kDocMiniSector + within;
             uint32_t container = 0;
             ok = place / kDocSector <= UINT32_MAX &&
-                 walk(big, r->docMiniStreamStart, static_cast<uint32_t>(place / kDocSector), &container) &&
+                 walk(big, r->docMiniStreamStart, static_cast<uint32_t>(place / kDocSector),
+                      &container) &&
                  sector_offset(container, static_cast<uint32_t>(place % kDocSector), &at);
         } else {
             ok = sector_offset(sector, within, &at);

@@ -72,7 +72,8 @@ Opened open_wrapped(StreamRecord *r, const intptr_t *d, StreamIOProc proc) {
 bool open_by_procedure(StreamRecord *r, const intptr_t *d, StreamIOProc proc, const char *name,
                        uint32_t mode) {
     r->ioProc = proc;
-    intptr_t instance = call_proc(proc, d[kDescBlockRef], kProcOpen, name, static_cast<intptr_t>(mode));
+    intptr_t instance =
+        call_proc(proc, d[kDescBlockRef], kProcOpen, name, static_cast<intptr_t>(mode));
     if (instance == 0) return false;
     r->ioInstance = instance;
     return true;
@@ -241,7 +242,8 @@ int32_t zunCloseandDelete(HGLOBAL s, const char *name) {
     if (s == 0) return -1;
     StreamRecord *r = stream_lock(s);
     if (r->ioProc != nullptr) {
-        (void)r->ioProc(r->ioInstance, kProcClose, 0, TOLVA_STREAM_DELETE);  // the procedure deletes
+        // The procedure deletes what it closes.
+        (void)r->ioProc(r->ioInstance, kProcClose, 0, TOLVA_STREAM_DELETE);
         release(s, r);
         return 0;
     }

@@ -46,7 +46,7 @@ enum StreamDescriptorWord {
 // layout the host documentation gives, widened where a pointer lives.
 struct StreamRecord {
     FILE *file;                 // null for memory and procedure streams
-    HGLOBAL bufferHandle;       // file: the TOLVA_STREAM_BUFFER_SIZE buffer; memory: the caller's block
+    HGLOBAL bufferHandle;  // file: the TOLVA_STREAM_BUFFER_SIZE buffer; memory: the caller's block
     void **blockPointerRef;     // memory: the caller's variable holding the block's address
     int32_t cursor;             // next byte to read or write in the buffer
     int32_t lastValid;          // last valid byte in the buffer, -1 when empty
