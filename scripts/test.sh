@@ -2,7 +2,8 @@
 # Builds the project and runs the whole test suite twice: a g++ build with
 # warnings as errors, then a clang build under AddressSanitizer and
 # UndefinedBehaviorSanitizer (any report fails the run), and a short fuzz run of
-# each fuzz target from its corpus; last, that the sources are formatted.
+# each fuzz target from its corpus, with leak detection; last, that the
+# sources are formatted.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -17,24 +18,15 @@ cmake -S . -B build/sanitize -G Ninja -DCMAKE_BUILD_TYPE=Debug \
   -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DTOLVA_WERROR=ON -DTOLVA_SANITIZE=ON -DTOLVA_FUZZ=ON
 cmake --build build/sanitize -j "$jobs"
 
-# A short fuzz run per target; new inputs go to a scratch folder, so the
-# checked-in corpus stays as it is.
-fuzz_seconds=${TOLVA_FUZZ_SECONDS:-20}
-for target in profile_fuzz opcode_fuzz export_fuzz picture_fuzz; do
-  scratch=$(mktemp -d)
-  # Every target runs with leak detection on; the picture reader's
-  # suppressions cover a leak inside a decoder library, not ours.
-  ASAN_OPTIONS=abort_on_error=1:detect_leaks=1 \
-  LSAN_OPTIONS=suppressions=$PWD/fuzz/picture_fuzz.supp \
-  UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
-    build/sanitize/fuzz/$target -max_total_time="$fuzz_seconds" -print_final_stats=0 \
-      "$scratch" "fuzz/corpus/$target" 2>&1 | tail -n 3
-  rm -rf "$scratch"
-done
-echo "fuzz: 4 targets ran ${fuzz_seconds}s each without a crash"
-
+# The sanitized suite replays every fuzz target's corpus and regression
+# inputs; then each target in the build's list (build/sanitize/fuzz/
+# fuzz_targets.txt, so a new target joins by its tolva_fuzz line alone) runs
+# for a short fixed time from them, leak detection on. New inputs go to
+# build/fuzz/, never into the tree.
 ASAN_OPTIONS=abort_on_error=1:detect_leaks=1 \
 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
+
+scripts/fuzz.sh "${TOLVA_FUZZ_SECONDS:-15}"
 
 scripts/format.sh --check
