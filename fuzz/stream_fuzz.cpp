@@ -130,13 +130,14 @@ struct Harness {
 
     // A file stream's flush writes its whole window back and moves on to the
     // window's end, as the next fill would; callers seek back where they were.
+    // A clean window is left alone, so a position sought past the end stays.
     void flush() {
         int32_t flushed = FlushZunIO(s);
         if (m.poisoned) return;
         expect(flushed >= 0, "flush");
         if (!m.onFile) return;
         int32_t at = zunSeek(s, 0, 1);
-        expect(at >= m.position && at <= m.length, "position after a flush");
+        expect(at >= m.position && at <= std::max(m.length, m.position), "position after a flush");
         if (at != m.position)
             expect(zunSeek(s, static_cast<int32_t>(m.position), 0) == m.position, "seek back after a flush");
     }
