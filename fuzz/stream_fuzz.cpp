@@ -86,11 +86,14 @@ struct Harness {
         int32_t got = zunWrite(s, data.data(), n);
         if (m.poisoned) return;
         expect(got == n, "write count");
-        // Whole blocks at a time: this runs with coverage on every line.
-        if (m.position + n > static_cast<int64_t>(m.bytes.size())) m.bytes.resize(static_cast<size_t>(m.position + n), 0);
-        if (n > 0) std::memcpy(m.bytes.data() + m.position, data.data(), static_cast<size_t>(n));
+        // Whole blocks at a time: this runs with coverage on every line. An
+        // empty write extends nothing, not even past a seek beyond the end.
+        if (n > 0) {
+            if (m.position + n > static_cast<int64_t>(m.bytes.size())) m.bytes.resize(static_cast<size_t>(m.position + n), 0);
+            std::memcpy(m.bytes.data() + m.position, data.data(), static_cast<size_t>(n));
+        }
         m.position += n;
-        if (n > 0 && m.position > m.length) m.length = m.position;  // an empty write extends nothing
+        if (n > 0 && m.position > m.length) m.length = m.position;
     }
 
     void read(int32_t n) {

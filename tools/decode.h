@@ -27,6 +27,10 @@ TolvaImageResult tolva_check_size(const TolvaDecodeJob *job, uint64_t width, uin
 /* Writes "corrupt FORMAT file (DETAIL)" with the detail on one line. */
 TolvaImageResult tolva_corrupt(const TolvaDecodeJob *job, const char *format, const char *detail);
 
+/* Tells the command's progress bar that `done` of `total` units of decoding
+ * are behind (a no-op unless tolva_watch_reading was called). */
+void tolva_reading_progress(uint64_t done, uint64_t total);
+
 /* Rounds a sample of 0..maxval to 0..255. */
 static inline uint8_t tolva_scale_sample(uint32_t value, uint32_t maxval)
 {

@@ -51,6 +51,12 @@ static void on_message(j_common_ptr cinfo, int level)
 static void on_progress(j_common_ptr cinfo)
 {
     j_decompress_ptr decompress = (j_decompress_ptr)cinfo;
+    struct jpeg_progress_mgr *p = cinfo->progress;
+    if (p->total_passes > 0 && p->pass_limit > 0) {
+        tolva_reading_progress((uint64_t)p->completed_passes * (uint64_t)p->pass_limit +
+                                   (uint64_t)p->pass_counter,
+                               (uint64_t)p->total_passes * (uint64_t)p->pass_limit);
+    }
     if (decompress->input_scan_number > MAX_SCANS) {
         JpegError *error = (JpegError *)cinfo->err;
         snprintf(error->message, sizeof error->message, "more than %d scans", MAX_SCANS);

@@ -99,6 +99,17 @@ static void take_orientation(png_structp png, png_infop info, TolvaImage *image)
     }
 }
 
+/* The rows and interlace passes of the picture being read, for its
+ * progress: libpng reports each row of each pass. */
+static uint64_t gRows = 1;
+static int gPasses = 1;
+
+static void on_row(png_structp png, png_uint_32 row, int pass)
+{
+    (void)png;
+    tolva_reading_progress((uint64_t)pass * gRows + row, (uint64_t)gPasses * gRows);
+}
+
 TolvaImageResult tolva_decode_png(TolvaDecodeJob *job)
 {
     PngReader reader = {job, 0, ""};
@@ -126,7 +137,8 @@ TolvaImageResult tolva_decode_png(TolvaDecodeJob *job)
         return result;
     }
     int16_t bits = choose_depth(png, info);
-    png_set_interlace_handling(png);
+    gPasses = png_set_interlace_handling(png);
+    png_set_read_status_fn(png, on_row);
     png_read_update_info(png, info);
     result = tolva_allocate_image(image, png_get_image_width(png, info),
                                   png_get_image_height(png, info), bits, job->error,
@@ -148,6 +160,7 @@ TolvaImageResult tolva_decode_png(TolvaDecodeJob *job)
     for (int32_t y = 0; y < image->height; ++y) {
         rows[y] = tolva_image_row(image, y);
     }
+    gRows = (uint64_t)image->height;
     png_read_image(png, rows);
     png_read_end(png, info); /* eXIf may follow the pixels */
     take_orientation(png, info, image);

@@ -1,5 +1,5 @@
 /*
- * filter.c - loads the filter and drives one export through its opcodes.
+ * filter.c - drives one export through the filter's opcodes.
  *
  * The order of the conversation is the device's: create the Setup block and
  * set it up (escape codes for the dialog's settings, the block's own fields
@@ -12,174 +12,28 @@
  * rising with the window's, or the device switches to its upward direction,
  * which drops a row.
  */
-#define _GNU_SOURCE /* dladdr */
 #include "filter.h"
 
-#include <dlfcn.h>
-#include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
-#ifndef TOLVA_SOVERSION
-#define TOLVA_SOVERSION "2"
-#endif
-#ifndef TOLVA_LIBDIR_FROM_BINDIR
-#define TOLVA_LIBDIR_FROM_BINDIR "../lib"
-#endif
-
-#define TOLVA_LIBRARY_NAME "libtolva.so." TOLVA_SOVERSION
-
-/*
- * --actual-size hands the filter a resolution through the viewport scaling
- * mode (TOLVA_ACTUAL_SIZE_DPI); the filter turns the picture into inches with
- * it and back into pixels, so the value cancels out. A power of two keeps
- * width / R * R exact in floating point, and so keeps the pixel counts exact.
- */
-
-static const void *find_row(const TolvaNameEntry *rows, int16_t count, const char *name)
+int tolva_filter_settings_used(const TolvaFilter *f, const TolvaOptions *o, char *profile,
+                               size_t profileSize, char *section, size_t sectionSize)
 {
-    for (int16_t i = 0; i < count; ++i) {
-        if (rows[i].name != NULL && strcmp(rows[i].name, name) == 0) {
-            return rows[i].target;
-        }
-    }
-    return NULL;
-}
-
-static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
-{
-    void (*loadPointers)(intptr_t *) = (void (*)(intptr_t *))dlsym(f->module, "fltLoadPointers");
-    if (loadPointers == NULL) {
-        snprintf(error, errorSize, "not a tolva filter (it exports no fltLoadPointers)");
+    profile[0] = section[0] = '\0';
+    HGLOBAL setup = f->createSetup(0, o->profile, o->section, 0);
+    if (setup == 0) {
         return -1;
     }
-    intptr_t record[3] = {0, 0, 0};
-    loadPointers(record);
-    int16_t count = 0;
-    memcpy(&count, &record[1], sizeof count);
-    const TolvaNameEntry *rows = (const TolvaNameEntry *)record[2];
-    if (rows == NULL || count < 1 || count > 64) {
-        snprintf(error, errorSize, "the filter's name table is empty");
-        return -1;
+    const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
+    if (block != NULL) {
+        snprintf(profile, profileSize, "%.*s", (int)sizeof block->profilePath, block->profilePath);
+        snprintf(section, sectionSize, "%.*s", (int)sizeof block->sectionName, block->sectionName);
+        (void)f->globalUnlock(setup); /* always 0 */
     }
-    static const char *const kNeeded[] = {"CreateSetup",        "DestroySetup",
-                                          "EscapeSetup",        "ZUNGetFilterVersion",
-                                          "RASTER_dd_entry",    "szDLLName"};
-    const void *found[sizeof kNeeded / sizeof kNeeded[0]];
-    for (size_t i = 0; i < sizeof kNeeded / sizeof kNeeded[0]; ++i) {
-        found[i] = find_row(rows, count, kNeeded[i]);
-        if (found[i] == NULL) {
-            snprintf(error, errorSize, "the filter's name table lacks %s", kNeeded[i]);
-            return -1;
-        }
-    }
-    f->createSetup = (TolvaCreateSetupFn)found[0];
-    f->destroySetup = (TolvaDestroySetupFn)found[1];
-    f->escapeSetup = (TolvaEscapeSetupFn)found[2];
-    f->filterVersion = (TolvaVersionFn)found[3];
-    f->rasterEntry = (TolvaEntryFn)found[4];
-    f->dllName = (char *)found[5];
-    /* The Setup block's own fields are reached the way every host reaches a
-     * handle's memory. */
-    f->globalLock = (TolvaLockFn)dlsym(f->module, "GlobalLock");
-    f->globalUnlock = (TolvaUnlockFn)dlsym(f->module, "GlobalUnlock");
-    if (f->globalLock == NULL || f->globalUnlock == NULL) {
-        snprintf(error, errorSize, "the filter exports no GlobalLock");
-        return -1;
-    }
-    /* The blocks this command builds are those of major version 2. */
-    uint32_t version = 0;
-    (void)f->rasterEntry(TOLVA_ENTRY_VERSION, &version, NULL); /* always 0 */
-    if (version >> 24 != TOLVA_FILTER_VERSION >> 24) {
-        snprintf(error, errorSize, "the filter's version %u.%u.%u is not one this command drives",
-                 (unsigned)(version >> 24), (unsigned)((version >> 16) & 0xff),
-                 (unsigned)(version & 0xffff));
-        return -1;
-    }
+    (void)f->destroySetup(setup); /* 1 only for a handle that does not lock */
     return 0;
-}
-
-/* The module's own file name goes into szDLLName: the filter names its
- * profile (libtolva.ini) after it. */
-static void record_own_path(TolvaFilter *f, const char *loaded)
-{
-    Dl_info info;
-    const char *name = loaded;
-    if (dladdr((void *)f->createSetup, &info) != 0 && info.dli_fname != NULL) {
-        name = info.dli_fname;
-    }
-    char resolved[PATH_MAX];
-    if (realpath(name, resolved) != NULL && strlen(resolved) < sizeof f->path) {
-        name = resolved;
-    }
-    snprintf(f->path, sizeof f->path, "%s", name);
-    memset(f->dllName, 0, 260);
-    memcpy(f->dllName, f->path, strlen(f->path));
-}
-
-static int open_module(const char *path, TolvaFilter *f, char *error, size_t errorSize)
-{
-    f->module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-    if (f->module == NULL) {
-        const char *reason = dlerror();
-        snprintf(error, errorSize, "cannot load the filter (%s)", reason ? reason : "unknown");
-        return -1;
-    }
-    if (bind_entries(f, error, errorSize) != 0) {
-        dlclose(f->module);
-        f->module = NULL;
-        return -1;
-    }
-    record_own_path(f, path);
-    return 0;
-}
-
-int tolva_filter_load(const char *path, const char *self, TolvaFilter *f, char *tried,
-                      size_t triedSize, char *error, size_t errorSize)
-{
-    memset(f, 0, sizeof *f);
-    if (path != NULL) {
-        /* A name without a slash is a file here, not a search of the
-         * loader's path. */
-        snprintf(tried, triedSize, "%s%s", strchr(path, '/') ? "" : "./", path);
-        return open_module(tried, f, error, errorSize);
-    }
-    char directory[PATH_MAX] = ".";
-    if (self != NULL) {
-        snprintf(directory, sizeof directory, "%s", self);
-        char *slash = strrchr(directory, '/');
-        if (slash != NULL) {
-            *slash = '\0';
-        } else {
-            snprintf(directory, sizeof directory, ".");
-        }
-    }
-    /* Beside the command (the build tree), then the installed layout. */
-    const char *const kPlaces[] = {"", "/" TOLVA_LIBDIR_FROM_BINDIR};
-    for (size_t i = 0; i < sizeof kPlaces / sizeof kPlaces[0]; ++i) {
-        snprintf(tried, triedSize, "%s%s/%s", directory, kPlaces[i], TOLVA_LIBRARY_NAME);
-        if (access(tried, F_OK) == 0) {
-            return open_module(tried, f, error, errorSize);
-        }
-    }
-    snprintf(tried, triedSize, "%s", TOLVA_LIBRARY_NAME);
-    if (open_module(TOLVA_LIBRARY_NAME, f, error, errorSize) != 0) {
-        snprintf(error, errorSize,
-                 "cannot find the filter beside the command or on the library path "
-                 "(use --library PATH)");
-        return -1;
-    }
-    return 0;
-}
-
-void tolva_filter_unload(TolvaFilter *f)
-{
-    if (f->module != NULL) {
-        dlclose(f->module);
-    }
-    memset(f, 0, sizeof *f);
 }
 
 int32_t tolva_band_count(const TolvaImage *image, int32_t requested)
@@ -236,7 +90,7 @@ static int32_t send_opcode(Device *d, int32_t opcode)
 }
 
 /* Everything between begin picture and begin body. */
-static int32_t send_picture_settings(Device *d, const TolvaImage *image, int actualSize)
+static int32_t send_picture_settings(Device *d, const TolvaImage *image, const TolvaOptions *o)
 {
     Block b;
     start_block(&b, TOLVA_OP_DEVICE_WINDOW);
@@ -245,10 +99,17 @@ static int32_t send_picture_settings(Device *d, const TolvaImage *image, int act
     if (send(d, &b) != 0) {
         return d->firstError;
     }
+    /* The resolution handed over here is what turns the picture's pixels
+     * into inches for the picture's own size; without one the filter fits
+     * the picture into the profile's box. One to one it cancels out, and
+     * TOLVA_ACTUAL_SIZE_DPI, a power of two, keeps width / R * R exact. */
+    int32_t resolution = o->plan.road == TOLVA_PLAN_OWN_SIZE ? o->plan.resolution
+                         : o->actualSize                     ? TOLVA_ACTUAL_SIZE_DPI
+                                                             : 0;
     start_block(&b, TOLVA_OP_VIEWPORT_SCALING);
-    if (actualSize) {
+    if (resolution != 0) {
         put16(&b, TOLVA_SCALING_MODE, TOLVA_SCALING_METRIC);
-        put_double(&b, TOLVA_SCALING_UNIT, TOLVA_MM_PER_INCH / TOLVA_ACTUAL_SIZE_DPI);
+        put_double(&b, TOLVA_SCALING_UNIT, TOLVA_MM_PER_INCH / resolution);
     }
     return send(d, &b);
 }
@@ -310,7 +171,7 @@ static int32_t send_cell_array(Device *d, const TolvaImage *image, int32_t first
 static int32_t send_picture(Device *d, const TolvaImage *image, const TolvaOptions *o,
                             TolvaProgress *progress)
 {
-    if (send_opcode(d, TOLVA_OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o->actualSize) != 0 ||
+    if (send_opcode(d, TOLVA_OP_BEGIN_PICTURE) != 0 || send_picture_settings(d, image, o) != 0 ||
         send_opcode(d, TOLVA_OP_BEGIN_BODY) != 0 || send_colour_table(d, image) != 0 ||
         send_primitive_open(d, image) != 0) {
         return d->firstError;
@@ -417,8 +278,9 @@ static int32_t refuse(char *error, size_t size, const char *what)
 /*
  * A profile section without a "Driver" key leaves the Setup block zero-filled
  * rather than at the defaults, and a zero size or resolution cannot make a
- * picture. The colour class query is how a host notices: it refuses colour
- * mode 0.
+ * picture; so does a colour mode outside 103..107, which the filter never
+ * repairs. The colour class query is how a host notices: it refuses both.
+ * Without --section the section is the one the profile names itself.
  */
 static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, size_t errorSize)
 {
@@ -427,12 +289,75 @@ static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, s
         return 0;
     }
     const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
-    if (block != NULL) {
+    if (block != NULL && block->sectionName[0] == '\0') {
+        snprintf(error, errorSize, "%.143s: names no section of settings (use --section, or "
+                 "name one as ~Mode in its [TOLVA] section)", block->profilePath);
+    } else if (block != NULL) {
         snprintf(error, errorSize, "%.143s: section [%.143s] holds no settings for the filter "
-                 "(it has no Driver key)", block->profilePath, block->sectionName);
+                 "(no Driver key, or a Color Mode outside 103..107)", block->profilePath,
+                 block->sectionName);
+    }
+    if (block != NULL) {
         (void)f->globalUnlock(setup); /* always 0 */
     }
     return TOLVA_EXPORT_NO_SETTINGS;
+}
+
+static int32_t set_size(const TolvaFilter *f, HGLOBAL setup, double width, double height,
+                        char *error, size_t errorSize)
+{
+    if (f->escapeSetup(setup, TOLVA_ESCAPE_WIDTH, 8, &width, NULL, 0) != TOLVA_ESCAPE_DONE ||
+        f->escapeSetup(setup, TOLVA_ESCAPE_HEIGHT, 8, &height, NULL, 0) != TOLVA_ESCAPE_DONE) {
+        return refuse(error, errorSize, "the size (it takes 0.03125 to 22 inches a side)");
+    }
+    return 0;
+}
+
+static int32_t set_resolution(const TolvaFilter *f, HGLOBAL setup, int32_t x, int32_t y,
+                              char *error, size_t errorSize)
+{
+    if (f->escapeSetup(setup, TOLVA_ESCAPE_X_RESOLUTION, 4, &x, NULL, 0) != TOLVA_ESCAPE_DONE ||
+        f->escapeSetup(setup, TOLVA_ESCAPE_Y_RESOLUTION, 4, &y, NULL, 0) != TOLVA_ESCAPE_DONE) {
+        return refuse(error, errorSize, "the resolution (it takes 32 to 400 dots per inch)");
+    }
+    return 0;
+}
+
+/*
+ * The size and resolution settings. A pixel size on the picture's own road
+ * takes the block's own resolutions (308) for the handed-over picture (602);
+ * on the fitted road it is a box in inches, like --size and --dpi, fitted
+ * without a handed-over resolution.
+ */
+static int32_t configure_size(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
+                              char *error, size_t errorSize)
+{
+    const TolvaPixelPlan *plan = &o->plan;
+    double width = plan->road == TOLVA_PLAN_FITTED ? plan->width : o->width;
+    double height = plan->road == TOLVA_PLAN_FITTED ? plan->height : o->height;
+    int32_t x = plan->road != 0 ? plan->xResolution : o->dpi;
+    int32_t y = plan->road != 0 ? plan->yResolution : o->dpi;
+    int32_t result = 0;
+    if (width > 0.0) {
+        result = set_size(f, setup, width, height, error, errorSize);
+    }
+    if (result == 0 && x > 0) {
+        result = set_resolution(f, setup, x, y, error, errorSize);
+    }
+    if (result != 0) {
+        return result;
+    }
+    /* A size or resolution given here must not be replaced by the display's. */
+    int32_t resolutionMode = plan->road == TOLVA_PLAN_OWN_SIZE ? TOLVA_ESCAPE_SELECT_OWN
+                             : (x > 0 || o->actualSize)        ? TOLVA_ESCAPE_SELECT_GIVEN
+                                                               : -1;
+    if (resolutionMode >= 0) {
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_RESOLUTION_MODE, resolutionMode, NULL, NULL, 0);
+    }
+    if (width > 0.0 || o->actualSize || plan->road != 0) {
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
+    }
+    return 0;
 }
 
 static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaOptions *o,
@@ -448,27 +373,9 @@ static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaO
             return refuse(error, errorSize, "the colour mode");
         }
     }
-    if (o->width > 0.0) {
-        double width = o->width, height = o->height;
-        if (f->escapeSetup(setup, TOLVA_ESCAPE_WIDTH, 8, &width, NULL, 0) != TOLVA_ESCAPE_DONE ||
-            f->escapeSetup(setup, TOLVA_ESCAPE_HEIGHT, 8, &height, NULL, 0) != TOLVA_ESCAPE_DONE) {
-            return refuse(error, errorSize, "the size (it takes 0.03125 to 22 inches a side)");
-        }
-    }
-    if (o->dpi > 0) {
-        int32_t dpi = o->dpi;
-        if (f->escapeSetup(setup, TOLVA_ESCAPE_X_RESOLUTION, 4, &dpi, NULL, 0) != TOLVA_ESCAPE_DONE ||
-            f->escapeSetup(setup, TOLVA_ESCAPE_Y_RESOLUTION, 4, &dpi, NULL, 0) != TOLVA_ESCAPE_DONE) {
-            return refuse(error, errorSize,
-                          "the resolution (it takes 32 to 400 dots per inch)");
-        }
-    }
-    /* A size or resolution given here must not be replaced by the display's. */
-    if (o->dpi > 0 || o->actualSize) {
-        (void)f->escapeSetup(setup, TOLVA_ESCAPE_RESOLUTION_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
-    }
-    if (o->width > 0.0 || o->actualSize) {
-        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
+    int32_t result = configure_size(f, setup, o, error, errorSize);
+    if (result != 0) {
+        return result;
     }
     SetupBlock *block = (SetupBlock *)f->globalLock(setup);
     if (block == NULL) {

@@ -1,10 +1,7 @@
 /*
- * filter.h - the filter as a host sees it: a shared object loaded at run
- * time, whose entries are found through its exported name table, and an
- * export driven through the opcode protocol.
- *
- * Nothing here calls into the library except through the pointers that the
- * name table (or dlsym, for the memory handle calls) hands out.
+ * filter.h - one export driven through the filter's host protocol: the Setup
+ * block set up through the setup escape and its own fields, then the opcode
+ * conversation with the device, into a file or into memory.
  */
 #ifndef TOLVA_TOOLS_FILTER_H
 #define TOLVA_TOOLS_FILTER_H
@@ -15,6 +12,7 @@
 #include <tolva/tolva.h>
 
 #include "image.h"
+#include "library.h"
 #include "options.h"
 #include "progress.h"
 
@@ -22,37 +20,15 @@
 extern "C" {
 #endif
 
-typedef HGLOBAL (*TolvaCreateSetupFn)(intptr_t, const char *, const char *, intptr_t);
-typedef int32_t (*TolvaDestroySetupFn)(HGLOBAL);
-typedef int32_t (*TolvaEscapeSetupFn)(HGLOBAL, int32_t, int32_t, void *, void *, int32_t);
-typedef uint32_t (*TolvaVersionFn)(void);
-typedef int32_t (*TolvaEntryFn)(int16_t, void *, void *);
-typedef int32_t (*TolvaEntry32Fn)(intptr_t, int16_t, void *);
-typedef void *(*TolvaLockFn)(HGLOBAL);
-typedef int32_t (*TolvaUnlockFn)(HGLOBAL);
-
-typedef struct TolvaFilter {
-    void *module;                 /* dlopen handle */
-    char path[260];               /* the file loaded, as written into szDLLName */
-    TolvaCreateSetupFn createSetup;
-    TolvaDestroySetupFn destroySetup;
-    TolvaEscapeSetupFn escapeSetup;
-    TolvaVersionFn filterVersion;
-    TolvaEntryFn rasterEntry;
-    char *dllName;                /* the filter's szDLLName buffer (260 bytes) */
-    TolvaLockFn globalLock;
-    TolvaUnlockFn globalUnlock;
-} TolvaFilter;
-
 /*
- * Loads the filter from `path`, or when it is NULL from beside the command
- * (`self` is the command's own file), then from the install layout's library
- * directory, then from the loader's search path. Returns 0, or -1 with the
- * reason in `error`; `tried` receives the last path tried.
+ * The profile file and section the filter takes its settings from for these
+ * options (it may name its own section, or find no profile at all): copies
+ * them into `profile` and `section`, empty when none. Returns 0, or -1 when
+ * the filter could not create its settings block.
  */
-int tolva_filter_load(const char *path, const char *self, TolvaFilter *filter, char *tried,
-                      size_t triedSize, char *error, size_t errorSize);
-void tolva_filter_unload(TolvaFilter *filter);
+int tolva_filter_settings_used(const TolvaFilter *filter, const TolvaOptions *options,
+                               char *profile, size_t profileSize, char *section,
+                               size_t sectionSize);
 
 /* Why an export stopped, when it was not the filter's own code. */
 enum {

@@ -105,10 +105,36 @@ static TolvaImageResult turn_upright(TolvaImage *image, char *error, size_t erro
 }
 
 typedef struct Format {
+    const char *name;
     const char *signature;
     size_t length;
     TolvaImageResult (*decode)(TolvaDecodeJob *job);
 } Format;
+
+/* The one place that says how a reader is picked. */
+static const Format *find_format(const uint8_t *data, size_t size);
+
+static void (*gWatcher)(void *, int32_t) = NULL;
+static void *gWatcherContext = NULL;
+
+void tolva_watch_reading(void (*watcher)(void *context, int32_t permille), void *context)
+{
+    gWatcher = watcher;
+    gWatcherContext = context;
+}
+
+void tolva_reading_progress(uint64_t done, uint64_t total)
+{
+    if (gWatcher != NULL && total > 0) {
+        gWatcher(gWatcherContext, (int32_t)(done >= total ? 1000 : done * 1000 / total));
+    }
+}
+
+const char *tolva_picture_format(const uint8_t *data, size_t size)
+{
+    const Format *format = find_format(data, size);
+    return format != NULL ? format->name : NULL;
+}
 
 static int is_webp(const uint8_t *data, size_t size)
 {
@@ -120,20 +146,35 @@ static int is_netpbm(const uint8_t *data, size_t size)
     return size >= 2 && data[0] == 'P' && data[1] >= '1' && data[1] <= '7';
 }
 
+static const Format *find_format(const uint8_t *data, size_t size)
+{
+    static const Format kFormats[] = {
+        {"PNG", "\x89PNG\r\n\x1a\n", 8, tolva_decode_png},
+        {"JPEG", "\xff\xd8\xff", 3, tolva_decode_jpeg},
+        {"GIF", "GIF87a", 6, tolva_decode_gif},
+        {"GIF", "GIF89a", 6, tolva_decode_gif},
+        {"TIFF", "II*\0", 4, tolva_decode_tiff},
+        {"TIFF", "MM\0*", 4, tolva_decode_tiff},
+        {"TIFF", "II+\0", 4, tolva_decode_tiff},
+        {"TIFF", "MM\0+", 4, tolva_decode_tiff},
+    };
+    static const Format kWebp = {"WebP", "", 0, tolva_decode_webp};
+    static const Format kNetpbm = {"netpbm", "", 0, tolva_decode_netpbm};
+    for (size_t i = 0; i < sizeof kFormats / sizeof kFormats[0]; ++i) {
+        if (size >= kFormats[i].length && memcmp(data, kFormats[i].signature, kFormats[i].length) == 0) {
+            return &kFormats[i];
+        }
+    }
+    if (is_webp(data, size)) {
+        return &kWebp;
+    }
+    return is_netpbm(data, size) ? &kNetpbm : NULL;
+}
+
 TolvaImageResult tolva_read_picture(const uint8_t *data, size_t size,
                                     const TolvaReadSettings *settings, TolvaImage *image,
                                     char *error, size_t errorSize)
 {
-    static const Format kFormats[] = {
-        {"\x89PNG\r\n\x1a\n", 8, tolva_decode_png},
-        {"\xff\xd8\xff", 3, tolva_decode_jpeg},
-        {"GIF87a", 6, tolva_decode_gif},
-        {"GIF89a", 6, tolva_decode_gif},
-        {"II*\0", 4, tolva_decode_tiff},
-        {"MM\0*", 4, tolva_decode_tiff},
-        {"II+\0", 4, tolva_decode_tiff},
-        {"MM\0+", 4, tolva_decode_tiff},
-    };
     image->pixels = NULL;
     tolva_free_image(image);
     error[0] = '\0';
@@ -141,18 +182,8 @@ TolvaImageResult tolva_read_picture(const uint8_t *data, size_t size,
     if (settings != NULL && settings->maxPixels != 0) {
         job.maxPixels = settings->maxPixels;
     }
-    TolvaImageResult (*decode)(TolvaDecodeJob *) = NULL;
-    for (size_t i = 0; i < sizeof kFormats / sizeof kFormats[0] && decode == NULL; ++i) {
-        if (size >= kFormats[i].length && memcmp(data, kFormats[i].signature, kFormats[i].length) == 0) {
-            decode = kFormats[i].decode;
-        }
-    }
-    if (decode == NULL && is_webp(data, size)) {
-        decode = tolva_decode_webp;
-    }
-    if (decode == NULL && is_netpbm(data, size)) {
-        decode = tolva_decode_netpbm;
-    }
+    const Format *format = find_format(data, size);
+    TolvaImageResult (*decode)(TolvaDecodeJob *) = format != NULL ? format->decode : NULL;
     if (decode == NULL) {
         if (size >= 2 && data[0] == 'B' && data[1] == 'M') {
             snprintf(error, errorSize, "BMP pictures are not read (the command reads %s)",
@@ -164,6 +195,7 @@ TolvaImageResult tolva_read_picture(const uint8_t *data, size_t size,
         return TOLVA_IMAGE_UNSUPPORTED;
     }
     TolvaImageResult result = decode(&job);
+    tolva_reading_progress(1, 1);
     if (result == TOLVA_IMAGE_OK && (settings == NULL || !settings->keepOrientation)) {
         result = turn_upright(image, error, errorSize);
     }

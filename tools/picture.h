@@ -40,6 +40,16 @@ TolvaImageResult tolva_read_picture(const uint8_t *data, size_t size,
                                     const TolvaReadSettings *settings, TolvaImage *image,
                                     char *error, size_t errorSize);
 
+/* The name of the format `data` is in ("PNG", "JPEG", ...), or NULL. */
+const char *tolva_picture_format(const uint8_t *data, size_t size);
+
+/*
+ * Has the readers report how far decoding has come, as permille, to
+ * `watcher` (NULL stops it). The large formats (PNG, JPEG) report as they
+ * go; the others when they are done.
+ */
+void tolva_watch_reading(void (*watcher)(void *context, int32_t permille), void *context);
+
 /* The formats, for --help and messages. */
 extern const char tolva_picture_formats[];
 

@@ -1,44 +1,16 @@
 /*
  * progress.c - progress bar and stop answers for the filter's status calls.
  *
- * The bar moves through two halves: the first while the command hands the
- * bands to the filter, the second with the percentages the filter reports
- * while it writes the GIF. The signal handler only sets a flag; everything
- * else happens on the status calls and between bands.
+ * The bar moves through three stages, named at its end: reading the picture,
+ * handing its bands to the filter, and the filter's own work, with the
+ * percentages it reports. The signal handler only sets a flag; everything
+ * else happens on the status calls and between bands (stop.c).
  */
 #include "progress.h"
 
 #include <string.h>
 
-#include "output.h"
-
-volatile sig_atomic_t tolva_interrupted = 0;
-
-/* The first Ctrl-C asks the filter to stop; a second one ends the process
- * at once, without leaving the temporary output behind. */
-static void on_interrupt(int signal)
-{
-    if (tolva_interrupted) {
-        tolva_output_remove_temporaries();
-        struct sigaction action;
-        memset(&action, 0, sizeof action);
-        action.sa_handler = SIG_DFL;
-        sigaction(signal, &action, NULL);
-        raise(signal);
-        return;
-    }
-    tolva_interrupted = 1;
-}
-
-void tolva_catch_interrupt(void)
-{
-    struct sigaction action;
-    memset(&action, 0, sizeof action);
-    action.sa_handler = on_interrupt;
-    action.sa_flags = SA_NODEFER;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, NULL);
-}
+#include "stop.h"
 
 void tolva_progress_init(TolvaProgress *p, FILE *terminal, const char *label, int32_t cancelAt)
 {
@@ -49,20 +21,32 @@ void tolva_progress_init(TolvaProgress *p, FILE *terminal, const char *label, in
     p->cancelAt = cancelAt;
 }
 
+/* The share of the bar each stage fills, in permille: reading and decoding
+ * the picture, handing its bands to the filter, and the filter's own work
+ * up to the written GIF. */
+enum { kReadShare = 400, kBandShare = 100, kFilterShare = 500 };
+
 static void draw(TolvaProgress *p)
 {
     if (p->terminal == NULL) {
         return;
     }
-    int32_t permille = 0;
+    int32_t permille = kReadShare * p->readPermille / 1000;
+    const char *stage = "reading";
     if (p->bandCount > 0) {
-        permille = 500 * p->bandsSent / p->bandCount;
+        permille = kReadShare + kBandShare * p->bandsSent / p->bandCount;
+        stage = "sending";
     }
-    permille += 5 * (p->filterPercent < 0 ? 0 : p->filterPercent > 100 ? 100 : p->filterPercent);
-    if (permille == p->drawn) {
+    int32_t percent = p->filterPercent < 0 ? 0 : p->filterPercent > 100 ? 100 : p->filterPercent;
+    if (p->bandCount > 0 && p->bandsSent == p->bandCount) {
+        permille += kFilterShare * percent / 100;
+        stage = percent == 100 ? "done" : "writing";
+    }
+    if (permille == p->drawn && stage == p->stage) {
         return;
     }
     p->drawn = permille;
+    p->stage = stage;
     enum { kWidth = 30 };
     char bar[kWidth + 1];
     int32_t filled = permille * kWidth / 1000;
@@ -70,8 +54,14 @@ static void draw(TolvaProgress *p)
         bar[i] = i < filled ? '#' : '.';
     }
     bar[kWidth] = '\0';
-    fprintf(p->terminal, "\r%s [%s] %3d%%", p->label, bar, (int)(permille / 10));
+    fprintf(p->terminal, "\r%s [%s] %3d%% %-7s", p->label, bar, (int)(permille / 10), stage);
     fflush(p->terminal);
+}
+
+void tolva_progress_reading(TolvaProgress *p, int32_t permille)
+{
+    p->readPermille = permille < 0 ? 0 : permille > 1000 ? 1000 : permille;
+    draw(p);
 }
 
 void tolva_progress_bands(TolvaProgress *p, int32_t sent, int32_t count)
@@ -83,7 +73,7 @@ void tolva_progress_bands(TolvaProgress *p, int32_t sent, int32_t count)
 
 int tolva_progress_stopping(TolvaProgress *p)
 {
-    if (tolva_interrupted) {
+    if (tolva_stop_signal) {
         p->stop = 1;
     }
     return p->stop;

@@ -1,19 +1,23 @@
 /*
- * tolva.c - the tolva command: converts a picture to a GIF file by driving
+ * tolva.c - the tolva command: converts pictures to GIF files by driving
  * the libtolva export filter the way a host application does.
  *
  * Every failure ends in exactly one line on standard error that names the
  * file concerned, and leaves the output as it was: status 1 for an error, 2
- * for a usage error, 130 for a cancel.
+ * for a usage error, 128 + N for a stop by signal N (130 for Ctrl-C).
  */
 #include <errno.h>
 #include <limits.h>
 #include <signal.h>
+#include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
+#include "batch.h"
 #include "filter.h"
 #include "image.h"
 #include "messages.h"
@@ -21,6 +25,9 @@
 #include "output.h"
 #include "picture.h"
 #include "progress.h"
+#include "resample.h"
+#include "sizing.h"
+#include "stop.h"
 #include "transparency.h"
 
 #ifndef TOLVA_VERSION_STRING
@@ -29,14 +36,25 @@
 
 enum { EXIT_USAGE = 2, EXIT_CANCELLED = 130 };
 
-static int report(int status, const char *file, const char *format, const char *detail)
+/* One write per message, so that messages of processes sharing standard
+ * error never interleave within a line. */
+static int report(int status, const char *file, const char *format, ...)
 {
-    fprintf(stderr, "tolva: ");
-    if (file != NULL) {
-        fprintf(stderr, "%s: ", file);
+    char line[2048];
+    int used = snprintf(line, sizeof line, "tolva: %s%s", file != NULL ? file : "",
+                        file != NULL ? ": " : "");
+    va_list args;
+    va_start(args, format);
+    if (used >= 0 && (size_t)used < sizeof line) {
+        used += vsnprintf(line + used, sizeof line - (size_t)used, format, args);
     }
-    fprintf(stderr, format, detail);
-    fputc('\n', stderr);
+    va_end(args);
+    if (used < 0 || (size_t)used >= sizeof line - 1) {
+        used = (int)sizeof line - 2;
+    }
+    line[used++] = '\n';
+    ssize_t ignored = write(STDERR_FILENO, line, (size_t)used);
+    (void)ignored; /* nowhere left to report a failure to report */
     return status;
 }
 
@@ -55,17 +73,20 @@ static void own_path(char *path, size_t size, const char *argv0)
     }
 }
 
+/* The command's own version comes first, so that it is shown even when the
+ * filter cannot be loaded. */
 static int show_version(const TolvaOptions *o, const char *self)
 {
+    printf("tolva %s\n", TOLVA_VERSION_STRING);
+    fflush(stdout);
     TolvaFilter filter;
     char tried[PATH_MAX], error[512];
     if (tolva_filter_load(o->library, self, &filter, tried, sizeof tried, error, sizeof error)) {
         return report(EXIT_FAILURE, tried, "%s", error);
     }
     uint32_t version = filter.filterVersion();
-    printf("tolva %s\nfilter version %u.%u.%u (%s)\n", TOLVA_VERSION_STRING,
-           (unsigned)(version >> 24), (unsigned)((version >> 16) & 0xff),
-           (unsigned)(version & 0xffff), filter.path);
+    printf("filter version %u.%u.%u (%s)\n", (unsigned)(version >> 24),
+           (unsigned)((version >> 16) & 0xff), (unsigned)(version & 0xffff), filter.path);
     tolva_filter_unload(&filter);
     return EXIT_SUCCESS;
 }
@@ -85,37 +106,62 @@ static int profile_readable(const char *profile)
     return access(profile, R_OK) == 0;
 }
 
-static int load_picture(const TolvaOptions *o, TolvaImage *image, TolvaTransparency *t)
+static void watch_reading(void *context, int32_t permille)
 {
-    const char *name = display_name(o->input, "standard input");
+    tolva_progress_reading((TolvaProgress *)context, permille);
+}
+
+static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *image,
+                        TolvaProgress *progress, const char **format)
+{
+    const char *name = display_name(input, "standard input");
     uint8_t *data = NULL;
     size_t size = 0;
-    int failure = tolva_read_file(o->input, &data, &size);
+    tolva_progress_reading(progress, 0);
+    int failure = tolva_read_file(input, &data, &size);
     if (failure != 0) {
+        tolva_progress_finish(progress);
         return report(EXIT_FAILURE, name, "cannot read the picture (%s)", strerror(failure));
     }
     char error[512];
     TolvaReadSettings settings = {o->maxPixels, o->keepOrientation};
+    *format = tolva_picture_format(data, size);
+    tolva_watch_reading(watch_reading, progress);
     TolvaImageResult result = tolva_read_picture(data, size, &settings, image, error, sizeof error);
+    tolva_watch_reading(NULL, NULL);
     free(data);
-    if (result == TOLVA_IMAGE_OK) {
-        uint8_t matte[3];
-        tolva_matte_colour(o, matte);
-        result = tolva_flatten(image, matte, t, error, sizeof error);
-        if (result != TOLVA_IMAGE_OK) {
-            tolva_free_image(image);
-        }
-    }
     if (result != TOLVA_IMAGE_OK) {
+        tolva_progress_finish(progress);
+        return report(EXIT_FAILURE, name, "%s", error);
+    }
+    tolva_progress_reading(progress, 1000);
+    return EXIT_SUCCESS;
+}
+
+/* Transparency becomes the GIF's one transparent colour, and partly
+ * transparent pixels are blended over the matte. */
+static int flatten_picture(const TolvaOptions *o, TolvaImage *image, TolvaTransparency *t,
+                           const char *name)
+{
+    char error[512];
+    uint8_t matte[3];
+    tolva_matte_colour(o, matte);
+    if (tolva_flatten(image, matte, t, error, sizeof error) != TOLVA_IMAGE_OK) {
         return report(EXIT_FAILURE, name, "%s", error);
     }
     return EXIT_SUCCESS;
 }
 
+static int stopped(const char *name)
+{
+    return report(tolva_stop_status(), name, "%s", tolva_filter_message(TOLVA_ERR_STOPPED));
+}
+
 static int export_failure(int32_t result, const char *name, const char *error)
 {
     if (result == TOLVA_ERR_STOPPED) {
-        return report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
+        return tolva_stop_signal ? stopped(name)
+                                 : report(EXIT_CANCELLED, name, "%s", tolva_filter_message(result));
     }
     if (result == TOLVA_EXPORT_REFUSED) {
         return report(EXIT_USAGE, NULL, "%s", error);
@@ -126,9 +172,8 @@ static int export_failure(int32_t result, const char *name, const char *error)
     if (result == TOLVA_EXPORT_INCOMPLETE || (result > 0 && error[0] != '\0')) {
         return report(EXIT_FAILURE, name, "%s", error);
     }
-    char text[600];
-    snprintf(text, sizeof text, "%s (filter error %d)", tolva_filter_message(result), (int)result);
-    return report(EXIT_FAILURE, name, "%s", text);
+    return report(EXIT_FAILURE, name, "%s (filter error %d)", tolva_filter_message(result),
+                  (int)result);
 }
 
 /*
@@ -158,45 +203,66 @@ static int32_t transparency_holds(const TolvaOptions *o, const TolvaFilter *filt
     return result;
 }
 
-static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, TolvaImage *image,
-                          const TolvaTransparency *t)
+/* What -v says of the GIF, read before the file goes to its place. */
+typedef struct GifFacts {
+    int width, height;
+    long long bytes;
+} GifFacts;
+
+static void gif_facts(const char *path, GifFacts *facts)
 {
-    const char *name = display_name(o->output, "standard output");
+    uint8_t head[10] = {0};
+    FILE *file = fopen(path, "rb");
+    if (file != NULL) {
+        if (fread(head, 1, sizeof head, file) == sizeof head && fseek(file, 0, SEEK_END) == 0) {
+            facts->width = head[6] | head[7] << 8;
+            facts->height = head[8] | head[9] << 8;
+            facts->bytes = ftell(file);
+        }
+        fclose(file);
+    }
+}
+
+static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, TolvaImage *image,
+                          const TolvaTransparency *t, TolvaOutput *output, const char *name,
+                          TolvaProgress *progress, GifFacts *facts)
+{
     TolvaOptions settings = *o;
     if (t->active) {
         settings.transparent = 1;
         memcpy(settings.transparentColour, t->key, 3);
     }
-    TolvaOutput output;
-    int failure = tolva_output_begin(&output, o->output);
-    if (failure != 0) {
-        return report(EXIT_FAILURE, name, "cannot create the output file (%s)",
-                      strerror(failure));
-    }
-    TolvaProgress progress;
-    FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
-    tolva_progress_init(&progress, terminal, name, o->cancelAt);
     char error[512];
-    int32_t result = tolva_export(filter, image, &settings, output.filterPath, &progress, error,
+    int32_t result = tolva_export(filter, image, &settings, output->filterPath, progress, error,
                                   sizeof error);
     int holds = 1;
     if (result == 0 && t->active) {
-        result = transparency_holds(o, filter, t, output.filterPath, &holds, error, sizeof error);
+        result = transparency_holds(o, filter, t, output->filterPath, &holds, error, sizeof error);
     }
     if (result == 0 && !holds) {
         uint8_t matte[3];
         tolva_matte_colour(o, matte);
         tolva_fill_transparent(image, t, matte);
         settings.transparent = 0;
-        tolva_progress_init(&progress, terminal, name, o->cancelAt);
-        result = tolva_export(filter, image, &settings, output.filterPath, &progress, error,
+        tolva_progress_init(progress, progress->terminal, name, o->cancelAt);
+        tolva_progress_reading(progress, 1000); /* the picture is read already */
+        result = tolva_export(filter, image, &settings, output->filterPath, progress, error,
                               sizeof error);
     }
     if (result != 0) {
-        tolva_output_discard(&output);
+        tolva_output_discard(output);
         return export_failure(result, name, error);
     }
-    failure = tolva_output_commit(&output);
+    if (o->verbose) {
+        gif_facts(output->filterPath, facts);
+    }
+    int failure = tolva_output_commit(output);
+    if (failure == EINTR && tolva_stop_signal) {
+        return stopped(name);
+    }
+    if (failure == EEXIST && o->noClobber) {
+        return report(EXIT_FAILURE, name, "%s", "already exists; not replaced (--no-clobber)");
+    }
     if (failure != 0) {
         return report(EXIT_FAILURE, name, "cannot write the output file (%s)", strerror(failure));
     }
@@ -208,6 +274,180 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, Tolv
     return EXIT_SUCCESS;
 }
 
+/*
+ * The sizing for this picture. Without size options the GIF has the
+ * picture's own pixels, unless a profile was named: its size then applies.
+ * A pixel size is planned through the filter's own sizing, or with --smooth
+ * made by resampling first and then taken one to one.
+ */
+static int size_picture(TolvaOptions *o, TolvaImage *image, const char *name)
+{
+    if (o->pixelWidth == 0 && o->pixelHeight == 0) {
+        if (o->width == 0.0 && o->dpi == 0 && o->profile == NULL) {
+            o->actualSize = 1;
+        }
+        return EXIT_SUCCESS;
+    }
+    char error[512];
+    if (o->smooth) {
+        int32_t width = o->pixelWidth > 0 ? o->pixelWidth
+                                          : tolva_proportional_side(image->width, image->height,
+                                                                    0, o->pixelHeight);
+        int32_t height = o->pixelHeight > 0 ? o->pixelHeight
+                                            : tolva_proportional_side(image->width, image->height,
+                                                                      o->pixelWidth, 0);
+        /* The resampled picture is handed over one to one, within the
+         * sides the filter's picture record carries. */
+        if (width > TOLVA_IMAGE_MAX_SIDE || height > TOLVA_IMAGE_MAX_SIDE) {
+            return report(EXIT_FAILURE, name, "--smooth makes at most %d pixels a side",
+                          TOLVA_IMAGE_MAX_SIDE);
+        }
+        if (tolva_resample(image, width, height, error, sizeof error) != 0) {
+            return report(EXIT_FAILURE, name, "%s", error);
+        }
+        o->actualSize = 1;
+        return EXIT_SUCCESS;
+    }
+    if (tolva_plan_pixels(image->width, image->height, o->pixelWidth, o->pixelHeight,
+                          &o->plan) != 0) {
+        char width[16] = "any width", height[16] = "any height";
+        if (o->pixelWidth > 0) snprintf(width, sizeof width, "%d", (int)o->pixelWidth);
+        if (o->pixelHeight > 0) snprintf(height, sizeof height, "%d", (int)o->pixelHeight);
+        return report(EXIT_FAILURE, name,
+                      "the filter cannot make %s x %s pixels of this %dx%d picture "
+                      "(try --smooth)",
+                      width, height, (int)image->width, (int)image->height);
+    }
+    return EXIT_SUCCESS;
+}
+
+static void say_written(const TolvaOptions *o, const TolvaFilter *filter, const char *name,
+                        const GifFacts *facts, const struct timespec *start)
+{
+    char profile[160], section[160], used[400];
+    if (tolva_filter_settings_used(filter, o, profile, sizeof profile, section,
+                                   sizeof section) != 0 || profile[0] == '\0') {
+        snprintf(used, sizeof used, "the filter's built-in settings");
+    } else {
+        snprintf(used, sizeof used, "profile %s, section [%s]", profile, section);
+    }
+    struct timespec end;
+    clock_gettime(CLOCK_MONOTONIC, &end);
+    double seconds = (double)(end.tv_sec - start->tv_sec) + (end.tv_nsec - start->tv_nsec) / 1e9;
+    report(EXIT_SUCCESS, name, "GIF of %dx%d pixels, %lld bytes; %s; %.2f s", facts->width,
+           facts->height, facts->bytes, used, seconds);
+}
+
+/* What the output must never be: the input itself. NULL when the input
+ * cannot be looked at (reading it then says why). */
+static const struct stat *input_identity(const char *input, struct stat *info)
+{
+    int known = strcmp(input, "-") == 0 ? fstat(STDIN_FILENO, info) == 0 : stat(input, info) == 0;
+    return known ? info : NULL;
+}
+
+/* One whole conversion: the output is checked and prepared before the
+ * picture is read, so that a refusal costs nothing and writes nothing. */
+static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char *input,
+                   const char *output)
+{
+    const char *name = display_name(output, "standard output");
+    struct stat inputInfo;
+    const struct stat *identity = input_identity(input, &inputInfo);
+    TolvaOutput out;
+    char error[512];
+    const char *about = NULL;
+    if (tolva_output_begin(&out, output, o->noClobber, identity, error, sizeof error, &about) != 0) {
+        if (tolva_stop_signal) {
+            return stopped(name); /* a FIFO's open waits for its reader */
+        }
+        return report(EXIT_FAILURE, display_name(about, "standard output"), "%s", error);
+    }
+    TolvaProgress progress;
+    FILE *terminal = (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL;
+    tolva_progress_init(&progress, terminal, name, o->cancelAt);
+    struct timespec start;
+    clock_gettime(CLOCK_MONOTONIC, &start);
+    TolvaImage image;
+    const char *format = NULL;
+    int status = load_picture(o, input, &image, &progress, &format);
+    if (status != EXIT_SUCCESS) {
+        tolva_output_discard(&out);
+        return status;
+    }
+    /* Resampling comes before flattening, so that a partly covered edge is
+     * blended once, at the final size. */
+    TolvaOptions sized = *o;
+    TolvaTransparency transparency;
+    memset(&transparency, 0, sizeof transparency);
+    const char *inputName = display_name(input, "standard input");
+    if (o->verbose) {
+        tolva_progress_finish(&progress); /* the bar goes on below the line */
+        report(EXIT_SUCCESS, inputName, "%s, %dx%d pixels", format != NULL ? format : "?",
+               (int)image.width, (int)image.height);
+    }
+    status = size_picture(&sized, &image, inputName);
+    if (status == EXIT_SUCCESS) {
+        status = flatten_picture(&sized, &image, &transparency, inputName);
+    }
+    if (status != EXIT_SUCCESS) {
+        tolva_progress_finish(&progress);
+        tolva_output_discard(&out);
+    } else if (tolva_stop_signal) {
+        tolva_output_discard(&out);
+        tolva_progress_finish(&progress);
+        status = stopped(name);
+    } else {
+        GifFacts facts = {0, 0, 0};
+        status = export_picture(&sized, filter, &image, &transparency, &out, name, &progress,
+                                &facts);
+        if (status == EXIT_SUCCESS && o->verbose) {
+            say_written(o, filter, name, &facts, &start);
+        }
+    }
+    tolva_free_image(&image);
+    tolva_free_transparency(&transparency);
+    return status;
+}
+
+typedef struct BatchContext {
+    const TolvaOptions *options;
+    const TolvaFilter *filter;
+} BatchContext;
+
+static int convert_in_batch(void *context, int index, const char *output)
+{
+    const BatchContext *c = (const BatchContext *)context;
+    TolvaOptions o = *c->options;
+    o.quiet = 1; /* the batch draws the only progress line */
+    return convert(&o, c->filter, o.inputs[index], output);
+}
+
+static long core_count(void)
+{
+    long cores = sysconf(_SC_NPROCESSORS_ONLN);
+    return cores < 1 ? 1 : cores > TOLVA_MAX_JOBS ? TOLVA_MAX_JOBS : cores;
+}
+
+static int run_batch(const TolvaOptions *o, const TolvaFilter *filter)
+{
+    struct stat info;
+    if (stat(o->outputDir, &info) != 0) {
+        return report(EXIT_FAILURE, o->outputDir, "cannot use the output directory (%s)",
+                      strerror(errno));
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        return report(EXIT_FAILURE, o->outputDir, "%s", "is not a directory");
+    }
+    BatchContext context = {o, filter};
+    int jobs = o->jobs > 0 ? o->jobs : (int)core_count();
+    TolvaBatch batch = {o->inputs, o->inputCount, o->outputDir,
+                        jobs < o->inputCount ? jobs : o->inputCount,
+                        (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL,
+                        convert_in_batch, &context};
+    return tolva_run_batch(&batch);
+}
+
 int main(int argc, char **argv)
 {
     TolvaOptions o;
@@ -217,7 +457,7 @@ int main(int argc, char **argv)
         return EXIT_USAGE;
     }
     if (o.action == TOLVA_RUN_HELP) {
-        fputs(tolva_usage_text, stdout);
+        tolva_print_usage(stdout);
         return EXIT_SUCCESS;
     }
     char self[PATH_MAX];
@@ -225,39 +465,23 @@ int main(int argc, char **argv)
     if (o.action == TOLVA_RUN_VERSION) {
         return show_version(&o, self);
     }
-    if (strcmp(o.output, "-") == 0 && isatty(STDOUT_FILENO)) {
-        return report(EXIT_USAGE, NULL, "%s",
-                      "refusing to write a GIF to a terminal (redirect standard output)");
+    if (o.output != NULL && strcmp(o.output, "-") == 0 && isatty(STDOUT_FILENO)) {
+        return report(EXIT_USAGE, "standard output", "%s",
+                      "is a terminal; a GIF is not written to one (redirect it)");
     }
     if (o.profile != NULL && !profile_readable(o.profile)) {
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
-    tolva_catch_interrupt();
+    tolva_catch_stops();
     tolva_output_guard_signals();
-    /* A closed pipe must end in a message and a clean-up, not a silent death. */
-    signal(SIGPIPE, SIG_IGN);
 
-    TolvaImage image;
-    TolvaTransparency transparency;
-    int status = load_picture(&o, &image, &transparency);
-    if (status != EXIT_SUCCESS) {
-        return status;
-    }
     TolvaFilter filter;
     char tried[PATH_MAX];
     if (tolva_filter_load(o.library, self, &filter, tried, sizeof tried, error, sizeof error)) {
-        tolva_free_image(&image);
-        tolva_free_transparency(&transparency);
         return report(EXIT_FAILURE, tried, "%s", error);
     }
-    if (tolva_interrupted) {
-        status = report(EXIT_CANCELLED, display_name(o.output, "standard output"), "%s",
-                        tolva_filter_message(TOLVA_ERR_STOPPED));
-    } else {
-        status = export_picture(&o, &filter, &image, &transparency);
-    }
+    int status = o.outputDir != NULL ? run_batch(&o, &filter)
+                                     : convert(&o, &filter, o.input, o.output);
     tolva_filter_unload(&filter);
-    tolva_free_image(&image);
-    tolva_free_transparency(&transparency);
     return status;
 }

@@ -185,6 +185,7 @@ TOLVA_API extern int16_t _debug_color_res;
 #define TOLVA_RESOLUTION_GIVEN 309
 #define TOLVA_ESCAPE_SELECT_DISPLAY 0  /* selector of 307 and 600 */
 #define TOLVA_ESCAPE_SELECT_GIVEN 2    /* selector of 309 and 602 */
+#define TOLVA_ESCAPE_SELECT_OWN 1      /* selector of 308 (the block's own) and 601 */
 
 /* Switches the host sets in the Setup block; any other value is off. */
 #define TOLVA_INTERLACE_ON 715
