@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev
           libbenchmark-dev libgif-dev libpng-dev libjpeg-dev libwebp-dev libtiff-dev
           libnetpbm-dev libexif-dev libpixman-1-dev pkg-config
-          libgsf-bin)
+          libgsf-bin clang-format)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

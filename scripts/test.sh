@@ -2,7 +2,8 @@
 # Builds the project and runs the whole test suite twice: a g++ build with
 # warnings as errors, then a clang build under AddressSanitizer and
 # UndefinedBehaviorSanitizer (any report fails the run), and a short fuzz run of
-# each fuzz target from its corpus, with leak detection.
+# each fuzz target from its corpus, with leak detection; last, that the
+# sources are formatted.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/deps.sh
@@ -27,3 +28,5 @@ UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
   ctest --test-dir build/sanitize --output-on-failure -j "$jobs"
 
 scripts/fuzz.sh "${TOLVA_FUZZ_SECONDS:-15}"
+
+scripts/format.sh --check

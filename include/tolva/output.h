@@ -15,6 +15,10 @@ extern "C" {
 #endif
 
 /** The offscreen callback: operation 0 query, 1 init, 2 terminate, 3 draw. */
+#define TOLVA_OFFSCREEN_QUERY 0
+#define TOLVA_OFFSCREEN_INIT 1
+#define TOLVA_OFFSCREEN_TERMINATE 2
+#define TOLVA_OFFSCREEN_DRAW 3
 typedef intptr_t (*OffscreenCallback)(int32_t operation, void *record, intptr_t arg1,
                                       intptr_t arg2);
 

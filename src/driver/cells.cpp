@@ -3,10 +3,13 @@
 //
 // Primitive -5 opens a picture bitmap; cell arrays then fill it row by row,
 // downward from row 0 or upward from the top, and primitive -6 hands it to
-// OutputPicture. A cell array outside that bracket is written on its own
-// through RasterWriteCellData. Rows are copied only where they land inside
-// the bitmap: a block with more rows than the picture has left loses the
-// rest.
+// OutputPicture. Rows are copied only where they land inside the bitmap,
+// and no more than the picture has left: a block with more loses the rest.
+// A cell array outside that bracket is written on its own through
+// RasterWriteCellData, in a bitmap of its own size, but its rows are still
+// counted against the height and row position of the last picture opened:
+// before any picture none are copied, and the image is written blank (every
+// index 0); after one, only as many as that picture had left.
 //
 // A picture wider or taller than the picture record can say (32767) is
 // refused at -5 and again at -6 with 300: nothing is collected or written,
@@ -15,11 +18,6 @@
 #include <string.h>
 
 #include "driver/driver.h"
-
-using tolva_driver::load_f64;
-using tolva_driver::load_i16;
-using tolva_driver::load_i32;
-using tolva_driver::load_u32;
 
 namespace {
 
@@ -33,8 +31,8 @@ int32_t cell_bits(int32_t bits) {
 
 // The pixel width of a row from the device window's x extent, capped.
 int64_t row_width(const EMData *em, int64_t cap) {
-    int64_t x1 = tolva_driver::trunc_i32(em->deviceWindow[0]);
-    int64_t x2 = tolva_driver::trunc_i32(em->deviceWindow[3]);
+    int64_t x1 = host_trunc_i32(em->deviceWindow[0]);
+    int64_t x2 = host_trunc_i32(em->deviceWindow[3]);
     int64_t width = (x2 > x1 ? x2 - x1 : x1 - x2) + 1;
     return width < cap ? width : cap;
 }
@@ -54,27 +52,27 @@ HGLOBAL bitmap_for(int64_t bytes, int64_t rows) {
 // Rows of a cell array run bottom-up when the corners and the device window
 // disagree about the direction of y.
 bool runs_upward(const EMData *em, const void *block) {
-    double y1 = load_f64(block, TOLVA_CELLS_FIRST_Y);
-    double y2 = load_f64(block, TOLVA_CELLS_SECOND_Y);
+    double y1 = host_load_f64(block, TOLVA_CELLS_FIRST_Y);
+    double y2 = host_load_f64(block, TOLVA_CELLS_SECOND_Y);
     double w1 = em->deviceWindow[1];
     double w2 = em->deviceWindow[4];
     return (y2 < y1 && w2 > w1) || (y2 > y1 && w2 < w1);
 }
 
 bool too_large(const EMData *em) {
-    return em->pictureWidth > tolva_driver::kLargestPictureSide ||
-           em->pictureHeight > tolva_driver::kLargestPictureSide;
+    return em->pictureWidth > TOLVA_PICTURE_MAX_EXTENT ||
+           em->pictureHeight > TOLVA_PICTURE_MAX_EXTENT;
 }
 
 void open_picture(EMData *em, const uint8_t *data) {
     uint8_t head[TOLVA_PICTURE_DATA_SIZE];
     memcpy(head, data, sizeof head);
-    em->cellFlag = load_i16(head, TOLVA_PICTURE_CELL_FLAG);
+    em->cellFlag = host_load_i16(head, TOLVA_PICTURE_CELL_FLAG);
     em->accumulating = 1;
-    int32_t bits = cell_bits(load_i32(head, TOLVA_PICTURE_BITS));
-    int64_t width = row_width(em, load_i32(head, TOLVA_PICTURE_WIDTH));
+    int32_t bits = cell_bits(host_load_i32(head, TOLVA_PICTURE_BITS));
+    int64_t width = row_width(em, host_load_i32(head, TOLVA_PICTURE_WIDTH));
     int64_t bytes = row_bytes(width, bits);
-    int32_t height = load_i32(head, TOLVA_PICTURE_HEIGHT);
+    int32_t height = host_load_i32(head, TOLVA_PICTURE_HEIGHT);
     em->pictureWidth = static_cast<int32_t>(width);
     em->pictureHeight = height;
     em->pictureDepth = bits;
@@ -85,7 +83,7 @@ void open_picture(EMData *em, const uint8_t *data) {
     if (too_large(em)) {
         // Its cell arrays then find no bitmap and push 300 each.
         push_er(TOLVA_ERR_MEMORY);
-        tolva_driver::discard_output();
+        driver_discard_output();
         return;
     }
     em->pictureBitmap = bitmap_for(bytes, height);
@@ -134,9 +132,9 @@ extern "C" {
 void *d_gdp(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    int32_t id = load_i32(block, TOLVA_PRIMITIVE_ID);
+    int32_t id = host_load_i32(block, TOLVA_PRIMITIVE_ID);
     if (id == TOLVA_PRIMITIVE_OPEN) {
-        int64_t points = load_u32(block, TOLVA_PRIMITIVE_POINTS);
+        int64_t points = host_load_u32(block, TOLVA_PRIMITIVE_POINTS);
         open_picture(em, static_cast<const uint8_t *>(block) + TOLVA_PRIMITIVE_DATA(points));
     } else if (id == TOLVA_PRIMITIVE_CLOSE) {
         close_picture(em);
@@ -148,14 +146,14 @@ void *d_ca(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
     const uint8_t *data = static_cast<const uint8_t *>(block) + TOLVA_CELLS_DATA;
-    int32_t declared = load_i32(block, TOLVA_CELLS_BITS);
+    int32_t declared = host_load_i32(block, TOLVA_CELLS_BITS);
     if (declared < 0) {
         // The cells live elsewhere; their address sits unaligned at byte 102.
         memcpy(&data, static_cast<const uint8_t *>(block) + TOLVA_CELLS_DATA, sizeof(const uint8_t *));
     }
     int32_t bits = cell_bits(declared);
-    uint32_t cells = load_u32(block, TOLVA_CELLS_PER_ROW);
-    uint32_t rows = load_u32(block, TOLVA_CELLS_ROWS);
+    uint32_t cells = host_load_u32(block, TOLVA_CELLS_PER_ROW);
+    uint32_t rows = host_load_u32(block, TOLVA_CELLS_ROWS);
 
     int64_t width = row_width(em, cells);
     int64_t bytes = row_bytes(width, bits);

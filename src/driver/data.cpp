@@ -32,7 +32,7 @@ int32_t AllocGlobal(void) {
 
 int32_t FreeGlobal(void) {
     if (lpEMData != nullptr) {
-        (void)GlobalUnlock(hEMData);  // nominal: unlocking never fails
+        (void)GlobalUnlock(hEMData);
         (void)GlobalFree(hEMData);
         hEMData = 0;
         lpEMData = nullptr;

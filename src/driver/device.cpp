@@ -5,10 +5,9 @@
 // The state moves whatever happens to the stream: a failed open or close is
 // reported through the error stack, never by refusing the transition.
 #include "driver/driver.h"
+#include "stream/sinks.h"
 
 namespace {
-
-constexpr intptr_t kMemoryGrowth = 4096;
 
 // Without a Setup block the memory output has no host-visible home.
 void *g_memory_fallback = nullptr;
@@ -33,23 +32,19 @@ void **memory_output_ref() {
 
 }  // namespace
 
-namespace tolva_driver {
-
-void release_memory_output(void) {
+void driver_release_memory_output(void) {
     void **ref = memory_output_ref();
     void *closed = g_memory_closed;
     g_memory_closed = nullptr;
     if (closed == nullptr || *ref != closed) return;  // the host took it
-    (void)GlobalFree(GlobalHandle(closed));           // always 0
+    (void)GlobalFree(GlobalHandle(closed));
     *ref = nullptr;
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = 0;
 }
 
-void note_file_name_fits(bool fits) { g_file_name_fits = fits; }
+void driver_note_file_name_fits(bool fits) { g_file_name_fits = fits; }
 
-void discard_output(void) { g_discard_output = true; }
-
-}  // namespace tolva_driver
+void driver_discard_output(void) { g_discard_output = true; }
 
 extern "C" {
 
@@ -61,12 +56,10 @@ void *d_opdv(void *block) {
     g_discard_output = false;
 
     if (lpSetup != nullptr && lpSetup->outputDevice != 0) {
-        const intptr_t *record = em->statusRecord;
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            record != nullptr ? record[TOLVA_STATUS_DEVICE] : 0, 0, 0, 0, lpSetup->outputDevice, 0};
         // The host's I/O procedure reports its own failures: a null stream
         // on this path is not an error of ours.
-        em->outputStream = zunOpen(em->fileName, descriptor, TOLVA_STREAM_OUTPUT);
+        em->outputStream =
+            stream_open_procedure(em->fileName, lpSetup->outputDevice, em->statusRecord);
         return block;
     }
     if (!g_file_name_fits) {
@@ -77,25 +70,21 @@ void *d_opdv(void *block) {
         return block;
     }
     if (em->fileName[0] != '\0') {
-        em->outputStream = zunOpen(em->fileName, nullptr, TOLVA_STREAM_OUTPUT);
+        em->outputStream = stream_open_file(em->fileName);
         if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
         return block;
     }
     // No name: the picture goes into a memory block that the stream grows.
     // The block of an earlier device goes now, unless the host took it.
-    tolva_driver::release_memory_output();
-    HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
+    driver_release_memory_output();
+    HGLOBAL work = 0;
+    em->outputStream = stream_open_memory(&work, memory_output_ref());
     if (work == 0) {
         push_er(TOLVA_ERR_MEMORY);
         return block;
     }
-    void **ref = memory_output_ref();
-    *ref = GlobalLock(work);
     g_memory_open = true;
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = work;
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(ref), 0,
-                                                          kMemoryGrowth, 0, 0, 0};
-    em->outputStream = zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
     if (em->outputStream == 0) push_er(TOLVA_ERR_STREAM);
     return block;
 }
@@ -105,14 +94,14 @@ void *d_cldv(void *block) {
     if (em == nullptr) return block;
     em->deviceState = TOLVA_STATE_INITIALISED;
     // Only a file this device opened itself is ever deleted for a refusal.
-    const bool own_file = em->outputStream != 0 && em->fileName[0] != '\0' &&
-                          (lpSetup == nullptr || lpSetup->outputDevice == 0);
+    const bool ownFile = em->outputStream != 0 && em->fileName[0] != '\0' &&
+                         (lpSetup == nullptr || lpSetup->outputDevice == 0);
     if (RASTER_escape() != 0) {
         // The host asked to stop (901 is already pushed): no output survives.
-        (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
-    } else if (g_discard_output && own_file) {
+        (void)zunCloseandDelete(em->outputStream, em->fileName);
+    } else if (g_discard_output && ownFile) {
         // A refused picture (its code is already pushed) leaves no file.
-        (void)zunCloseandDelete(em->outputStream, em->fileName);  // always 0
+        (void)zunCloseandDelete(em->outputStream, em->fileName);
     } else if (zunClose(em->outputStream) != 0) {
         push_er(TOLVA_ERR_STREAM);
     }

@@ -7,7 +7,6 @@
 #define TOLVA_DRIVER_DRIVER_H
 
 #include <stddef.h>
-#include <string.h>
 
 #include "tolva/host.h"
 #include "tolva/stream.h"
@@ -16,63 +15,31 @@
 #include "tolva/output.h"
 #include "tolva/driver.h"
 
-namespace tolva_driver {
-
-inline int32_t load_i32(const void *block, size_t at) {
-    int32_t v;
-    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
-    return v;
-}
-
-inline uint32_t load_u32(const void *block, size_t at) {
-    uint32_t v;
-    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
-    return v;
-}
-
-inline int16_t load_i16(const void *block, size_t at) {
-    int16_t v;
-    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
-    return v;
-}
-
-inline double load_f64(const void *block, size_t at) {
-    double v;
-    memcpy(&v, static_cast<const uint8_t *>(block) + at, sizeof v);
-    return v;
-}
+#include "host/numeric.h"
+#include "host/unaligned.h"
 
 // Error entry `index` of the stack, where -1 is the first error record that
 // lies directly in front of entry 0. Indices outside -1..9 have no record
 // (a host-set capacity above 10 or below 0) and give null.
-TolvaErrorRecord *error_entry(EMData *em, int32_t index);
+TolvaErrorRecord *driver_error_entry(EMData *em, int32_t index);
 
 // Advances the reply position by `length` bytes, cut at the reply size the
 // way mov2buf cuts, without writing them: those bytes keep whatever the
 // reply area held.
-void reply_skip(uint32_t length);
-
-// Truncates toward zero into 32 bits; values beyond the range (or NaN) give
-// the nearest bound (0 for NaN) instead of undefined behaviour.
-int32_t trunc_i32(double value);
+void driver_reply_skip(uint32_t length);
 
 // Releases the block of the device's memory stream (its stream must be
 // closed) unless the host took it by clearing the Setup block's fields.
-void release_memory_output(void);
+void driver_release_memory_output(void);
 
 // Init notes whether the host's output file name fitted the EMData name
 // field; the open-device opcode refuses a name that did not (303) rather
 // than write under a cut one.
-void note_file_name_fits(bool fits);
+void driver_note_file_name_fits(bool fits);
 
 // Makes the close-device opcode delete the named output file: a picture was
 // refused, and a file without it must not survive. Opening the device again
 // clears the mark.
-void discard_output(void);
-
-// The picture record carries width and height as signed 16-bit values.
-constexpr int32_t kLargestPictureSide = 32767;
-
-}  // namespace tolva_driver
+void driver_discard_output(void);
 
 #endif

@@ -67,7 +67,7 @@ int32_t dd_entry(int16_t func, void *out, void *) {
 
 int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
     if (!touches_state(func)) return stateless_answer(func, block);
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     EMData *em = lpEMData;
     switch (func) {
@@ -78,7 +78,7 @@ int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
             if (em == nullptr) return 0;
             em->result = 0;
             if (em->deviceState <= 0) return 0;
-            OpcodeHandler handler = getfunc(tolva_driver::load_i32(block, 0));
+            OpcodeHandler handler = getfunc(host_load_i32(block, 0));
             (void)handler(block);  // handlers return their block, never a result
             return em->result;
         }
@@ -92,7 +92,7 @@ int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
 
 int32_t dd_entry32(intptr_t, int16_t func, void *block) {
     if (!touches_state(func)) return stateless_answer(func, block);
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     CommonBlock *common = common_block();
     switch (func) {
@@ -103,7 +103,7 @@ int32_t dd_entry32(intptr_t, int16_t func, void *block) {
             if (common == nullptr) return 0;
             common->result = 0;
             if (common->deviceState > 0) {
-                OpcodeHandler handler = getfunc(tolva_driver::load_i32(block, 0));
+                OpcodeHandler handler = getfunc(host_load_i32(block, 0));
                 esc_mode(1);
                 (void)handler(block);  // handlers return their block, never a result
                 esc_mode(0);

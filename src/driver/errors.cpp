@@ -12,9 +12,7 @@
 
 #include "driver/driver.h"
 
-namespace tolva_driver {
-
-TolvaErrorRecord *error_entry(EMData *em, int32_t index) {
+TolvaErrorRecord *driver_error_entry(EMData *em, int32_t index) {
     if (index == -1) return &em->firstError;
     if (index < 0 || index >= 10) return nullptr;
     return &em->errors[index];
@@ -32,15 +30,11 @@ uint32_t reply_room(const EMData *em, uint32_t length) {
 
 }  // namespace
 
-void reply_skip(uint32_t length) {
+void driver_reply_skip(uint32_t length) {
     EMData *em = lpEMData;
     if (em == nullptr || em->replyBuffer == nullptr) return;
     em->replyPosition += reply_room(em, length);
 }
-
-}  // namespace tolva_driver
-
-using tolva_driver::error_entry;
 
 extern "C" {
 
@@ -51,7 +45,7 @@ void push_er(int32_t code) {
     int32_t opcode = em->currentOpcode;
 
     if (em->errorCount != 0) {
-        const TolvaErrorRecord *top = error_entry(em, em->errorCount - 1);
+        const TolvaErrorRecord *top = driver_error_entry(em, em->errorCount - 1);
         if (top != nullptr && top->opcode == opcode && top->code == code16) return;
     }
     if (em->errorCount == 0) {
@@ -60,10 +54,10 @@ void push_er(int32_t code) {
     }
     TolvaErrorRecord *slot;
     if (em->errorCount >= em->errorCapacity) {
-        slot = error_entry(em, em->errorCapacity - 1);
+        slot = driver_error_entry(em, em->errorCapacity - 1);
         em->lostErrors += 1;
     } else {
-        slot = error_entry(em, em->errorCount);
+        slot = driver_error_entry(em, em->errorCount);
         em->errorCount += 1;
     }
     // A capacity the host set outside 0..10 names no record: the push is
@@ -79,7 +73,7 @@ void push_er(int32_t code) {
 void mov2buf(const void *address, uint32_t length) {
     EMData *em = lpEMData;
     if (em == nullptr || em->replyBuffer == nullptr) return;
-    length = tolva_driver::reply_room(em, length);
+    length = reply_room(em, length);
     if (length != 0) memcpy(em->replyBuffer + em->replyPosition, address, length);
     em->replyPosition += length;
 }
@@ -87,12 +81,12 @@ void mov2buf(const void *address, uint32_t length) {
 void *d_popes(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    int32_t n = tolva_driver::load_i32(block, TOLVA_POP_WANTED);
+    int32_t n = host_load_i32(block, TOLVA_POP_WANTED);
     if (em->errorCount < n) n = em->errorCount;
     mov2buf(&n, 4);
     for (int32_t i = 0; i < n; ++i) {
         em->errorCount -= 1;
-        const TolvaErrorRecord *entry = error_entry(em, em->errorCount);
+        const TolvaErrorRecord *entry = driver_error_entry(em, em->errorCount);
         TolvaErrorRecord none = {0, 0, 0};
         mov2buf(entry != nullptr ? entry : &none, sizeof(TolvaErrorRecord));
     }

@@ -7,10 +7,9 @@
 #include <string.h>
 
 #include "driver/driver.h"
+#include "stream/sinks.h"
 
 namespace {
-
-constexpr intptr_t kMemoryGrowth = 4096;
 
 intptr_t status_word(const intptr_t *record, int index) {
     return record != nullptr ? record[index] : 0;
@@ -29,24 +28,18 @@ bool copy_name(char (&field)[144], const char *name) {
 // Opens the output stream into raster->outputStream; 0 or the init result.
 int32_t open_output(SetupBlock *raster) {
     if (raster->outputDevice != 0) {
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            status_word(raster->statusRecord, TOLVA_STATUS_DEVICE), 0, 0, 0, raster->outputDevice,
-            0};
         // The host's I/O procedure reports its own failures; a null stream
         // here is not checked.
-        raster->outputStream = zunOpen(raster->fileName, descriptor, TOLVA_STREAM_OUTPUT);
+        raster->outputStream =
+            stream_open_procedure(raster->fileName, raster->outputDevice, raster->statusRecord);
         return TOLVA_OK;
     }
     if (raster->fileName[0] != '\0') {
-        raster->outputStream = zunOpen(raster->fileName, nullptr, TOLVA_STREAM_OUTPUT);
+        raster->outputStream = stream_open_file(raster->fileName);
     } else {
-        HGLOBAL work = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
-        if (work == 0) return TOLVA_ERR_WORK_BUFFER;
-        raster->exportMemoryBlock = work;
-        raster->exportMemoryData = GlobalLock(work);
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            reinterpret_cast<intptr_t>(&raster->exportMemoryData), 0, kMemoryGrowth, 0, 0, 0};
-        raster->outputStream = zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
+        raster->outputStream =
+            stream_open_memory(&raster->exportMemoryBlock, &raster->exportMemoryData);
+        if (raster->exportMemoryBlock == 0) return TOLVA_ERR_WORK_BUFFER;
     }
     return raster->outputStream == 0 ? TOLVA_ERR_STREAM : TOLVA_OK;
 }
@@ -135,7 +128,7 @@ int32_t termdvr(int32_t) {
             result = OutputPicture(raster->outputStream, descriptor, DrawPlatformMetafile);
             if (escape() != 0) (void)zunOpen(raster->fileName, nullptr, TOLVA_STREAM_DELETE);
         }
-        (void)DeleteMetaFileHandle(descriptor[TOLVA_METAFILE_HANDLE]);  // always 0
+        (void)DeleteMetaFileHandle(descriptor[TOLVA_METAFILE_HANDLE]);
         hook = TermPlatformMetafileFilter(raster->hookResult);
         if (raster->outputStream != 0) {
             if (zunClose(raster->outputStream) != 0) result = TOLVA_ERR_STREAM;

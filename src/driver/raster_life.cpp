@@ -45,11 +45,11 @@ void take_colour_mode(EMData *em, const SetupBlock *setup) {
 void take_file_name(EMData *em, const char *name) {
     if (name == nullptr) {
         em->fileName[0] = '\0';
-        tolva_driver::note_file_name_fits(true);
+        driver_note_file_name_fits(true);
         return;
     }
     size_t n = strnlen(name, sizeof em->fileName);
-    tolva_driver::note_file_name_fits(n < sizeof em->fileName);
+    driver_note_file_name_fits(n < sizeof em->fileName);
     if (n == sizeof em->fileName) --n;
     memcpy(em->fileName, name, n);
     em->fileName[n] = '\0';
@@ -84,7 +84,7 @@ int32_t RASTER_initdvr(intptr_t *block) {
     em->replySize = static_cast<uint32_t>(block[TOLVA_INIT_REPLY_SIZE]);
     HGLOBAL reply = GlobalAlloc(TOLVA_GMEM_FLAGS, em->replySize);
     if (reply == 0) {
-        (void)FreeGlobal();  // always 0
+        (void)FreeGlobal();
         return TOLVA_ERR_MEMORY;
     }
     em->replyHandle = reply;
@@ -106,7 +106,7 @@ int32_t RASTER_termdvr(void) {
     EMData *em = lpEMData;
     if (em == nullptr) return TOLVA_OK;
     if (em->deviceState != TOLVA_STATE_INITIALISED) (void)d_cldv(nullptr);
-    tolva_driver::release_memory_output();
+    driver_release_memory_output();
     // A picture opened by primitive -5 and never closed by -6 still owns its
     // bitmap; term releases every block the device took.
     if (em->pictureBitmap != 0) {

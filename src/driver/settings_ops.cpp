@@ -10,27 +10,12 @@
 
 #include "driver/driver.h"
 
-using tolva_driver::load_f64;
-using tolva_driver::load_i16;
-using tolva_driver::load_i32;
-using tolva_driver::load_u32;
-
-namespace tolva_driver {
-
-int32_t trunc_i32(double value) {
-    if (!(value == value)) return 0;
-    if (value >= 2147483647.0) return INT32_MAX;
-    if (value <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(value);
-}
-
-}  // namespace tolva_driver
-
 extern "C" {
 
 void *ds_dvwn(void *block) {
     if (lpEMData == nullptr) return block;
-    for (int i = 0; i < 6; ++i) lpEMData->deviceWindow[i] = load_f64(block, TOLVA_WINDOW_X1 + 8 * i);
+    for (int i = 0; i < 6; ++i)
+        lpEMData->deviceWindow[i] = host_load_f64(block, TOLVA_WINDOW_X1 + 8 * i);
     return block;
 }
 
@@ -44,22 +29,22 @@ void *ds_dvvp(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
     // Only x and y of the two corners; the z slots stay as they are.
-    em->deviceViewport[0] = load_f64(block, TOLVA_VIEWPORT_X1);
-    em->deviceViewport[1] = load_f64(block, TOLVA_VIEWPORT_Y1);
-    em->deviceViewport[3] = load_f64(block, TOLVA_VIEWPORT_X2);
-    em->deviceViewport[4] = load_f64(block, TOLVA_VIEWPORT_Y2);
+    em->deviceViewport[0] = host_load_f64(block, TOLVA_VIEWPORT_X1);
+    em->deviceViewport[1] = host_load_f64(block, TOLVA_VIEWPORT_Y1);
+    em->deviceViewport[3] = host_load_f64(block, TOLVA_VIEWPORT_X2);
+    em->deviceViewport[4] = host_load_f64(block, TOLVA_VIEWPORT_Y2);
     return block;
 }
 
 void *ds_vpsm(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    int16_t mode = load_i16(block, TOLVA_SCALING_MODE);
-    double unit = load_f64(block, TOLVA_SCALING_UNIT);
+    int16_t mode = host_load_i16(block, TOLVA_SCALING_MODE);
+    double unit = host_load_f64(block, TOLVA_SCALING_UNIT);
     if (mode < 0 || mode > 2 || (em->deviceState & 128) != 0) return block;
     if (mode == TOLVA_SCALING_METRIC && unit != 0.0) {
         // The unit is a millimetre size; dots per inch, rounded to nearest.
-        em->resolution = tolva_driver::trunc_i32(TOLVA_MM_PER_INCH / unit + 0.5);
+        em->resolution = host_trunc_i32(TOLVA_MM_PER_INCH / unit + 0.5);
     } else {
         em->resolution = 0;
     }
@@ -78,18 +63,18 @@ void *dq_dvvp(void *block) {
     // are never written and keep whatever the reply area held.
     mov2buf(&em->deviceViewport[0], 8);
     mov2buf(&em->deviceViewport[4], 8);
-    tolva_driver::reply_skip(8);
+    driver_reply_skip(8);
     mov2buf(&em->deviceViewport[1], 8);
     mov2buf(&em->deviceViewport[3], 8);
-    tolva_driver::reply_skip(8);
+    driver_reply_skip(8);
     return block;
 }
 
 void *ds_ct(void *block) {
     EMData *em = lpEMData;
     if (em == nullptr) return block;
-    uint32_t length = load_u32(block, TOLVA_COLOURS_LENGTH);
-    uint32_t first = load_u32(block, TOLVA_COLOURS_FIRST);
+    uint32_t length = host_load_u32(block, TOLVA_COLOURS_LENGTH);
+    uint32_t first = host_load_u32(block, TOLVA_COLOURS_FIRST);
     uint8_t *colours = static_cast<uint8_t *>(block) + TOLVA_COLOURS_RGB;
     // A length below 2 would count billions of colours past the host's
     // block; it carries none.

@@ -16,14 +16,10 @@ std::atomic<bool> g_busy{false};
 
 }  // namespace
 
-namespace tolva_host {
-
-bool enter_call(void) {
+bool host_enter_call(void) {
     bool expected = false;
     return g_busy.compare_exchange_strong(expected, true, std::memory_order_acquire,
                                           std::memory_order_relaxed);
 }
 
-void leave_call(void) { g_busy.store(false, std::memory_order_release); }
-
-}  // namespace tolva_host
+void host_leave_call(void) { g_busy.store(false, std::memory_order_release); }

@@ -11,29 +11,25 @@
 #ifndef TOLVA_HOST_BUSY_H
 #define TOLVA_HOST_BUSY_H
 
-namespace tolva_host {
-
 // Takes the mark; false when another call holds it.
-bool enter_call(void);
-// Drops the mark taken by a successful enter_call.
-void leave_call(void);
+bool host_enter_call(void);
+// Drops the mark taken by a successful host_enter_call.
+void host_leave_call(void);
 
 // The mark for the lifetime of one host entry.
-class CallGuard {
+class HostCallGuard {
 public:
-    CallGuard() : entered_(enter_call()) {}
-    ~CallGuard() {
-        if (entered_) leave_call();
+    HostCallGuard() : entered_(host_enter_call()) {}
+    ~HostCallGuard() {
+        if (entered_) host_leave_call();
     }
-    CallGuard(const CallGuard &) = delete;
-    CallGuard &operator=(const CallGuard &) = delete;
+    HostCallGuard(const HostCallGuard &) = delete;
+    HostCallGuard &operator=(const HostCallGuard &) = delete;
     // False when the call must be refused with TOLVA_ERR_BUSY.
     bool entered() const { return entered_; }
 
 private:
     bool entered_;
 };
-
-}  // namespace tolva_host
 
 #endif

@@ -6,6 +6,7 @@
 // that GlobalHandle can turn an address back into its handle. Nothing ever
 // moves and there is no lock count: locking only yields the pointer.
 #include "host/memory.h"
+#include "host/unaligned.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,11 +30,7 @@ constexpr uint64_t kSlack = kHeaderSize + 14;
 
 uint8_t *header(HGLOBAL h) { return reinterpret_cast<uint8_t *>(h); }
 
-uint8_t *data_address(HGLOBAL h) {
-    uint8_t *address;
-    std::memcpy(&address, header(h) + kAddressAt, sizeof address);
-    return address;
-}
+uint8_t *data_address(HGLOBAL h) { return host_load<uint8_t *>(header(h), kAddressAt); }
 
 size_t allocation_bytes(uint32_t size) { return static_cast<size_t>((uint64_t{size} + kSlack) / 8 * 8); }
 
@@ -50,10 +47,10 @@ uint8_t *write_header(uint8_t *block, uint32_t size, uint32_t flags) {
     uintptr_t base = reinterpret_cast<uintptr_t>(block);
     size_t fill = (8 - ((base + kHeaderSize) % 8)) % 8;
     uint8_t *data = block + kHeaderSize + fill;
-    std::memcpy(block + kSizeAt, &size, 4);
-    std::memcpy(block + kFlagsAt, &flags, 4);
-    std::memset(block + kReservedAt, 0, 4);
-    std::memcpy(block + kAddressAt, &data, sizeof data);
+    host_store(block, kSizeAt, size);
+    host_store(block, kFlagsAt, flags);
+    host_store(block, kReservedAt, uint32_t{0});
+    host_store(block, kAddressAt, data);
     block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize + fill);
     std::memset(block + kOffsetAt + 1, 0, 3);
     return data;
@@ -68,7 +65,7 @@ extern "C" {
 
 HGLOBAL GlobalAlloc(uint32_t flags, uint32_t size) {
     size_t bytes = allocation_bytes(size);
-    auto *block = static_cast<uint8_t *>(tolva_host_calloc(bytes / 8, 8));
+    auto *block = static_cast<uint8_t *>(host_calloc(bytes / 8, 8));
     if (block == nullptr) out_of_memory(bytes);
     // calloc's memory is zero already; not touching it leaves the pages of a
     // large block unmapped until they are used.
@@ -99,21 +96,21 @@ HGLOBAL GlobalReAlloc(HGLOBAL h, uint32_t size, uint32_t flags) {
     // signed values); the new tail is zero. Owned blocks grow in place with
     // realloc, so that a memory stream growing step by step does not copy its
     // whole block at every step.
-    int32_t old_size = static_cast<int32_t>(GlobalSize(h));
-    int32_t new_size = static_cast<int32_t>(size);
-    int32_t keep = old_size < new_size ? old_size : new_size;
+    int32_t oldSize = static_cast<int32_t>(GlobalSize(h));
+    int32_t newSize = static_cast<int32_t>(size);
+    int32_t keep = oldSize < newSize ? oldSize : newSize;
     size_t kept = keep > 0 ? static_cast<size_t>(keep) : 0;
     if (h != 0 && owns_data(h)) {
-        size_t old_offset = header(h)[kOffsetAt];
+        size_t oldOffset = header(h)[kOffsetAt];
         size_t bytes = allocation_bytes(size);
-        auto *block = static_cast<uint8_t *>(tolva_host_realloc(header(h), bytes));
+        auto *block = static_cast<uint8_t *>(host_realloc(header(h), bytes));
         if (block == nullptr) {
             std::free(header(h));
             out_of_memory(bytes);
         }
         size_t fill = (8 - ((reinterpret_cast<uintptr_t>(block) + kHeaderSize) % 8)) % 8;
-        if (kHeaderSize + fill != old_offset)
-            std::memmove(block + kHeaderSize + fill, block + old_offset, kept);
+        if (kHeaderSize + fill != oldOffset)
+            std::memmove(block + kHeaderSize + fill, block + oldOffset, kept);
         uint8_t *data = write_header(block, size, flags);
         std::memset(block + kHeaderSize, 0, fill);
         std::memset(data + kept, 0, static_cast<size_t>(block + bytes - (data + kept)));
@@ -135,19 +132,17 @@ HGLOBAL GlobalHandle(const void *address) {
 
 uint32_t GlobalSize(HGLOBAL h) {
     if (h == 0) return 0;
-    uint32_t size;
-    std::memcpy(&size, header(h) + kSizeAt, 4);
-    return size;
+    return host_load<uint32_t>(header(h), kSizeAt);
 }
 
 HGLOBAL GlobalPointerToHandle(void *address, uint32_t size) {
-    auto *block = static_cast<uint8_t *>(tolva_host_malloc(kHeaderSize));
+    auto *block = static_cast<uint8_t *>(host_malloc(kHeaderSize));
     if (block == nullptr) return 0;
     // The flags word keeps whatever the allocator left there; set it anyway so
     // that the header is never read uninitialised.
     std::memset(block, 0, kHeaderSize);
-    std::memcpy(block + kSizeAt, &size, 4);
-    std::memcpy(block + kAddressAt, &address, sizeof address);
+    host_store(block, kSizeAt, size);
+    host_store(block, kAddressAt, address);
     block[kOffsetAt] = static_cast<uint8_t>(kHeaderSize);
     return reinterpret_cast<HGLOBAL>(block);
 }
@@ -161,19 +156,19 @@ namespace {
 long g_fail_countdown = 0;
 }
 
-void tolva_host_fail_allocation(long nth) { g_fail_countdown = nth; }
+void host_fail_allocation(long nth) { g_fail_countdown = nth; }
 
-void *tolva_host_calloc(size_t count, size_t size) {
+void *host_calloc(size_t count, size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::calloc(count, size);
 }
 
-void *tolva_host_realloc(void *block, size_t size) {
+void *host_realloc(void *block, size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::realloc(block, size);
 }
 
-void *tolva_host_malloc(size_t size) {
+void *host_malloc(size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
     return std::malloc(size);
 }

@@ -7,13 +7,13 @@
 #include "tolva/host.h"
 
 // The system allocator as every handle function reaches it.
-void *tolva_host_calloc(size_t count, size_t size);
-void *tolva_host_malloc(size_t size);
-void *tolva_host_realloc(void *block, size_t size);
+void *host_calloc(size_t count, size_t size);
+void *host_malloc(size_t size);
+void *host_realloc(void *block, size_t size);
 
 // Test-only: make the Nth allocation from now on fail (0 switches it off).
 // GlobalAlloc aborts on failure, so this reaches GlobalPointerToHandle's
 // failure path and lets death tests check the abort message.
-void tolva_host_fail_allocation(long nth);
+void host_fail_allocation(long nth);
 
 #endif

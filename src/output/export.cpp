@@ -12,15 +12,10 @@
 
 #include "host/busy.h"
 #include "output/pipeline.h"
-
-using tolva_output::replace_bitmap;
+#include "stream/sinks.h"
 
 namespace {
 
-enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
-
-constexpr uint32_t kWriteMode = 4097;       // create or truncate, then write
-constexpr intptr_t kMemoryGrowth = 4096;    // bytes added whenever a memory stream grows
 constexpr int kSettingsWord = 2;            // of the host argument block
 constexpr int kHostValueWord = 6;
 constexpr int kBandRowsWord = 1;            // of the init information
@@ -72,7 +67,7 @@ intptr_t init(TolvaOffscreen *record, const intptr_t *information) {
     auto *own = static_cast<ExportPrivate *>(GlobalLock(privateHandle));
     if (own == nullptr || source == nullptr || information == nullptr) {
         if (privateHandle != 0) (void)GlobalFree(privateHandle);
-        push_er(TOLVA_ERR_STREAM);
+        output_push_error(TOLVA_ERR_STREAM);
         return 0;
     }
     record->privateBlock = privateHandle;
@@ -123,8 +118,8 @@ intptr_t draw(TolvaOffscreen *record) {
     int32_t currentWidth = sourceWidth;
     int32_t currentHeight = sourceHeight;
     if (!(width >= sourceWidth && rows >= sourceHeight)) {
-        replace_bitmap(made, current,
-                       rlShrinkBitmap(current, from, sourceWidth, sourceHeight, width, rows));
+        output_replace_bitmap(
+            made, current, rlShrinkBitmap(current, from, sourceWidth, sourceHeight, width, rows));
         currentWidth = width;
         currentHeight = rows;
         changed = true;
@@ -136,15 +131,15 @@ intptr_t draw(TolvaOffscreen *record) {
                                   own->table, record->colourCount)
                 : rlConvertBitmapDepth(current, currentWidth, currentHeight, from, to,
                                        source->palette, own->table, record->colourCount);
-        replace_bitmap(made, current, converted);
+        output_replace_bitmap(made, current, converted);
         changed = true;
     }
     // A bitmap that the shrink already brought to the target size is left
     // as it is: stretching it to its own size would copy it unchanged.
     if ((width > sourceWidth || rows > sourceHeight) &&
         (currentWidth != width || currentHeight != rows)) {
-        replace_bitmap(made, current,
-                       rlStretchBitmap(current, to, currentWidth, currentHeight, width, rows));
+        output_replace_bitmap(
+            made, current, rlStretchBitmap(current, to, currentWidth, currentHeight, width, rows));
         changed = true;
     }
 
@@ -173,14 +168,15 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
     (void)arg2;
     if (record == nullptr) return 0;
     switch (operation) {
-    case kQuery:
+    case TOLVA_OFFSCREEN_QUERY:
         return query(static_cast<const TolvaPicture *>(record),
                      reinterpret_cast<TolvaOffscreenQuery *>(arg1));
-    case kInit:
-        return init(static_cast<TolvaOffscreen *>(record), reinterpret_cast<const intptr_t *>(arg1));
-    case kTerminate:
+    case TOLVA_OFFSCREEN_INIT:
+        return init(static_cast<TolvaOffscreen *>(record),
+                    reinterpret_cast<const intptr_t *>(arg1));
+    case TOLVA_OFFSCREEN_TERMINATE:
         return terminate(static_cast<TolvaOffscreen *>(record));
-    case kDraw:
+    case TOLVA_OFFSCREEN_DRAW:
         return draw(static_cast<TolvaOffscreen *>(record));
     default:
         return 0;
@@ -189,7 +185,7 @@ intptr_t DrawExportCellData(int32_t operation, void *record, intptr_t arg1, intp
 
 int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cellDescriptor,
                        intptr_t *hostArguments) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (hostArguments == nullptr) return TOLVA_ERR_NO_SETUP;
     HGLOBAL setup = static_cast<HGLOBAL>(hostArguments[kSettingsWord]);
@@ -205,25 +201,14 @@ int32_t ExportCellData(const char *fileName, void *pictureInformation, void *cel
     HGLOBAL stream = 0;
     bool inMemory = false;
     if (block->outputDevice != 0) {
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            block->statusRecord != nullptr ? block->statusRecord[TOLVA_STATUS_DEVICE] : 0,
-            0, 0, 0, block->outputDevice, 0};
-        stream = zunOpen(fileName, descriptor, kWriteMode);
+        stream = stream_open_procedure(fileName, block->outputDevice, block->statusRecord);
     } else if (fileName != nullptr && fileName[0] != '\0') {
-        stream = zunOpen(fileName, nullptr, kWriteMode);
+        stream = stream_open_file(fileName);
     } else {
         // A block left by an earlier export is the host's; it is not freed.
-        block->exportMemoryBlock = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
-        block->exportMemoryData = GlobalLock(block->exportMemoryBlock);
-        if (block->exportMemoryData == nullptr) {
-            block->exportMemoryBlock = 0;
-            return TOLVA_ERR_STREAM;
-        }
-        intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-            reinterpret_cast<intptr_t>(&block->exportMemoryData), 0, kMemoryGrowth, 0, 0, 0};
-        stream = zunOpen(nullptr, descriptor, kWriteMode);
+        stream = stream_open_memory(&block->exportMemoryBlock, &block->exportMemoryData);
         if (stream == 0) {
-            (void)GlobalFree(block->exportMemoryBlock);
+            if (block->exportMemoryBlock != 0) (void)GlobalFree(block->exportMemoryBlock);
             block->exportMemoryBlock = 0;
             block->exportMemoryData = nullptr;
             return TOLVA_ERR_STREAM;

@@ -12,19 +12,25 @@
 #include "tolva/host.h"
 #include "tolva/stream.h"
 #include "tolva/output.h"
-#include "tolva/driver.h"
+
+#include "output/device.h"
 
 // Interlaced images of more pixels than this are spooled to a temporary file
 // rather than to memory.
 constexpr uint32_t kGifMemorySpoolPixels = 349999;
 
+// The four interlace passes: the image row each starts at and the rows it
+// steps by (rows 0, 8, 16...; 4, 12...; 2, 6, 10...; 1, 3, 5...).
+constexpr int32_t kGifPassStart[4] = {0, 4, 2, 1};
+constexpr int32_t kGifPassStep[4] = {8, 8, 4, 2};
+
 // The choices of the current Setup block; all off without one.
 struct GifSettings {
     bool interlace;
     bool transparent;
-    uint8_t transparent_colour[3];
+    uint8_t transparentColour[3];
     bool background;
-    uint8_t background_colour[3];
+    uint8_t backgroundColour[3];
 };
 
 inline GifSettings gif_settings(void) {
@@ -35,8 +41,8 @@ inline GifSettings gif_settings(void) {
     s.transparent = setup->transparency == TOLVA_TRANSPARENCY_ON;
     s.background = setup->backgroundChoice == TOLVA_BACKGROUND_ON;
     for (int k = 0; k < 3; ++k) {
-        s.transparent_colour[k] = setup->transparentColour[k];
-        s.background_colour[k] = setup->backgroundColour[k];
+        s.transparentColour[k] = setup->transparentColour[k];
+        s.backgroundColour[k] = setup->backgroundColour[k];
     }
     return s;
 }

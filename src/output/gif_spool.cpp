@@ -9,17 +9,12 @@
 
 #include "output/gif.h"
 #include "output/lzw.h"
+#include "stream/sinks.h"
 
 namespace {
 
-constexpr uint32_t kOpenForWriting = 4097;
-constexpr uint32_t kDeleteFile = 512;
-constexpr intptr_t kMemoryGrowth = 4096;
 // One buffer-load of rows, and one LZW segment, at most.
 constexpr uint32_t kLoadBytes = 65536;
-
-constexpr int32_t kPassStart[4] = {0, 4, 2, 1};
-constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
 
 }  // namespace
 
@@ -34,28 +29,23 @@ HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
         if (ZUNGetTempFileName(0, "", 0, name) != 0 && std::strlen(name) < sizeof state->spoolName) {
             std::memcpy(state->spoolName, name, std::strlen(name) + 1);
         }
-        spool = zunOpen(state->spoolName, nullptr, kOpenForWriting);
+        spool = stream_open_file(state->spoolName);
         if (spool == 0) {
             error = TOLVA_ERR_STREAM;
             // The name service may have created the file already.
-            if (state->spoolName[0] != '\0') (void)zunOpen(state->spoolName, nullptr, kDeleteFile);
+            if (state->spoolName[0] != '\0')
+                (void)zunOpen(state->spoolName, nullptr, TOLVA_STREAM_DELETE);
         }
     } else {
-        HGLOBAL block = GlobalAlloc(TOLVA_GMEM_FLAGS, 1);
-        state->spoolBlock = block;
-        state->spoolData = GlobalLock(block);
-        if (state->spoolData == nullptr) {
+        // The stream keeps state->spoolData pointing at the block as it
+        // grows, which is how EndCellBitmap finds the block to free.
+        spool = stream_open_memory(&state->spoolBlock, &state->spoolData);
+        if (state->spoolBlock == 0)
             error = TOLVA_ERR_WORK_BUFFER;
-        } else {
-            // The stream keeps state->spoolData pointing at the block as it
-            // grows, which is how EndCellBitmap finds the block to free.
-            intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
-                reinterpret_cast<intptr_t>(&state->spoolData), 0, kMemoryGrowth, 0, 0, 0};
-            spool = zunOpen(nullptr, descriptor, kOpenForWriting);
-            if (spool == 0) error = TOLVA_ERR_STREAM;
-        }
+        else if (spool == 0)
+            error = TOLVA_ERR_STREAM;
     }
-    if (error != TOLVA_OK) push_er(error);
+    if (error != TOLVA_OK) output_push_error(error);
     return spool;
 }
 
@@ -68,16 +58,16 @@ int32_t GifCloseSpoolFile(CellBitmapState *state) {
 }
 
 int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
-    HGLOBAL pixel_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
-    HGLOBAL work_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
-    auto *pixels = static_cast<uint8_t *>(GlobalLock(pixel_handle));
-    auto *work = static_cast<uint8_t *>(GlobalLock(work_handle));
+    HGLOBAL pixelHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
+    HGLOBAL workHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLoadBytes);
+    auto *pixels = static_cast<uint8_t *>(GlobalLock(pixelHandle));
+    auto *work = static_cast<uint8_t *>(GlobalLock(workHandle));
     int32_t result = TOLVA_OK;
-    const uint32_t row_bytes = state->bytesPerRow;
+    const uint32_t rowBytes = state->bytesPerRow;
     // A row longer than a buffer-load can never be read back: no load would
     // make progress, so nothing is compressed at all.
-    if (pixels != nullptr && work != nullptr && row_bytes <= kLoadBytes) {
-        const uint32_t rows_per_load = row_bytes == 0 ? UINT32_MAX : kLoadBytes / row_bytes;
+    if (pixels != nullptr && work != nullptr && rowBytes <= kLoadBytes) {
+        const uint32_t rowsPerLoad = rowBytes == 0 ? UINT32_MAX : kLoadBytes / rowBytes;
         const int32_t height = state->height;
         int32_t first = 1;
         int32_t last = 0;
@@ -86,28 +76,30 @@ int32_t GifInterlaceandWrite(CellBitmapState *state, HGLOBAL stream) {
         int64_t row = 0;
         while (row < height && pass <= 3) {
             uint32_t filled = 0;
-            while (filled < rows_per_load && row < height) {
-                auto offset = static_cast<int32_t>(static_cast<uint32_t>(row) * row_bytes);
+            while (filled < rowsPerLoad && row < height) {
+                auto offset = static_cast<int32_t>(static_cast<uint32_t>(row) * rowBytes);
                 (void)zunSeek(state->spoolStream, offset, 0);
-                (void)zunRead(state->spoolStream, pixels + filled * row_bytes,
-                              static_cast<int32_t>(row_bytes));
+                (void)zunRead(state->spoolStream, pixels + filled * rowBytes,
+                              static_cast<int32_t>(rowBytes));
                 ++filled;
-                row += kPassStep[pass];
+                row += kGifPassStep[pass];
             }
-            // Only the load that ends the fourth pass ends the image: a
-            // picture too short for a fourth pass gets no end code.
+            // Only the load that ends the fourth pass ends the image. A
+            // picture of 2 to 4 rows never reaches the second pass (it starts
+            // at row 4), so passes 2 to 4 are not written at all and there is
+            // no end code; a picture of one row loses only the end code.
             if (pass == 3 && row >= height) last = 1;
-            result = CompressAndWrite(stream, pixels, work, static_cast<int32_t>(filled * row_bytes),
+            result = CompressAndWrite(stream, pixels, work, static_cast<int32_t>(filled * rowBytes),
                                       first, last, &carry);
             first = 0;
             if (row >= height) {
                 ++pass;
-                if (pass < 4) row = kPassStart[pass];
+                if (pass < 4) row = kGifPassStart[pass];
             }
         }
     }
-    if (pixel_handle != 0) GlobalFree(pixel_handle);
-    if (work_handle != 0) GlobalFree(work_handle);
+    if (pixelHandle != 0) GlobalFree(pixelHandle);
+    if (workHandle != 0) GlobalFree(workHandle);
     return result;
 }
 

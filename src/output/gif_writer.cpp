@@ -22,9 +22,6 @@ constexpr uint8_t kTrailer = 0x3B;
 // Pixels are always written one byte each, so the code size is always 8.
 constexpr uint8_t kCodeSize = 8;
 
-constexpr int32_t kPassStart[4] = {0, 4, 2, 1};
-constexpr int32_t kPassStep[4] = {8, 8, 4, 2};
-
 // The palette entry nearest to a colour. The search covers at least 16
 // entries of the caller's array, also when the table written has fewer (or
 // none, at 24 bits), so the entry found may lie past the table: its index is
@@ -50,12 +47,12 @@ void turn_rows_in_place(uint8_t *band, int32_t rows, uint32_t r, uint32_t s) {
 // top row first, or in the order of the four interlace passes (image rows 0,
 // 8, 16...; 4, 12...; 2, 6, 10...; 1, 3, 5...). Rows that lie past the band's
 // block (a band smaller than it claims) stay zero.
-void turn_rows(uint8_t *dst, const uint8_t *band, uint32_t band_size, int32_t rows, uint32_t r,
+void turn_rows(uint8_t *dst, const uint8_t *band, uint32_t bandSize, int32_t rows, uint32_t r,
                uint32_t s, bool interlaced) {
     uint32_t place = 0;
     auto copy = [&](int64_t y) {
         uint64_t from = static_cast<uint64_t>(rows - 1 - y) * s;
-        if (from + r <= band_size) std::memcpy(dst + uint64_t{place} * r, band + from, r);
+        if (from + r <= bandSize) std::memcpy(dst + uint64_t{place} * r, band + from, r);
         ++place;
     };
     if (!interlaced) {
@@ -63,7 +60,7 @@ void turn_rows(uint8_t *dst, const uint8_t *band, uint32_t band_size, int32_t ro
         return;
     }
     for (int pass = 0; pass < 4; ++pass) {
-        for (int64_t y = kPassStart[pass]; y < rows; y += kPassStep[pass]) copy(y);
+        for (int64_t y = kGifPassStart[pass]; y < rows; y += kGifPassStep[pass]) copy(y);
     }
 }
 
@@ -76,15 +73,15 @@ int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height, int16_t b
     const GifSettings settings = gif_settings();
     int32_t entries = 0;
     if (bitsPerPixel >= 1 && bitsPerPixel <= 8) entries = 1 << bitsPerPixel;
-    int32_t transparent_index = -1;
-    int32_t background_index = -1;
+    int32_t transparentIndex = -1;
+    int32_t backgroundIndex = -1;
     if (settings.transparent) {
-        transparent_index = nearest_entry(settings.transparent_colour, palette, entries);
+        transparentIndex = nearest_entry(settings.transparentColour, palette, entries);
         if (palette != nullptr)
-            std::memcpy(palette + 3 * transparent_index, settings.transparent_colour, 3);
+            std::memcpy(palette + 3 * transparentIndex, settings.transparentColour, 3);
     }
     if (settings.background) {
-        background_index = nearest_entry(settings.background_colour, palette, entries);
+        backgroundIndex = nearest_entry(settings.backgroundColour, palette, entries);
     }
 
     GifScreenRecord screen = {{'G', 'I', 'F', '8', '9', 'a'},
@@ -92,14 +89,14 @@ int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height, int16_t b
                               static_cast<uint16_t>(height),
                               // Colour table present, resolution 7, size 2^bits.
                               static_cast<uint8_t>(bitsPerPixel - 17),
-                              static_cast<uint8_t>(background_index < 0 ? 0 : background_index),
+                              static_cast<uint8_t>(backgroundIndex < 0 ? 0 : backgroundIndex),
                               0};
     GifControlRecord control = {kExtensionIntroducer,
                                 kControlLabel,
                                 4,
                                 static_cast<uint8_t>(settings.transparent ? 1 : 0),
                                 0,
-                                static_cast<uint8_t>(transparent_index < 0 ? 0 : transparent_index),
+                                static_cast<uint8_t>(transparentIndex < 0 ? 0 : transparentIndex),
                                 0};
     GifImageRecord image = {kImageSeparator,
                             0,
@@ -144,8 +141,8 @@ int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
     auto *st = static_cast<CellBitmapState *>(GlobalLock(state));
     int32_t first = 0;
     int32_t last = 0;
-    uint32_t lost_carry = 0;
-    uint32_t *carry = &lost_carry;
+    uint32_t lostCarry = 0;
+    uint32_t *carry = &lostCarry;
     if (st != nullptr) {
         st->rowsToCome -= rows;
         first = st->calls == 0;
@@ -154,29 +151,29 @@ int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
         carry = &st->carry;
     }
 
-    const int32_t n_rows = rows > 0 ? rows : 0;
+    const int32_t rowCount = rows > 0 ? rows : 0;
     const uint32_t r = gif_row_bytes(width, bitsPerPixel);
     const uint32_t s = (r + 3) & ~3u;
-    const uint64_t temp_size = uint64_t{s} * static_cast<uint32_t>(n_rows);
-    const auto count = static_cast<int32_t>(uint64_t{r} * static_cast<uint32_t>(n_rows));
+    const uint64_t tempSize = uint64_t{s} * static_cast<uint32_t>(rowCount);
+    const auto count = static_cast<int32_t>(uint64_t{r} * static_cast<uint32_t>(rowCount));
     const bool interlace = gif_settings().interlace;
     // A whole band written straight on is turned where it lies and encoded
     // from there, with a work buffer of its own. Only segments long enough
     // that the encoder clears the start of its work buffer qualify: shorter
     // ones OR their first codes onto what the band's bytes held.
-    const bool in_place = band != 0 && !interlace && GlobalSize(band) >= temp_size &&
+    const bool inPlace = band != 0 && !interlace && GlobalSize(band) >= tempSize &&
                           count >= static_cast<int32_t>(kLzwWorkBytes);
-    HGLOBAL temp_handle = 0;
-    if (!in_place && temp_size <= UINT32_MAX) {
-        temp_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(temp_size));
+    HGLOBAL tempHandle = 0;
+    if (!inPlace && tempSize <= UINT32_MAX) {
+        tempHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(tempSize));
     }
-    auto *temp = static_cast<uint8_t *>(GlobalLock(temp_handle));
+    auto *temp = static_cast<uint8_t *>(GlobalLock(tempHandle));
 
-    if (in_place) {
-        auto *band_data = static_cast<uint8_t *>(GlobalLock(band));
-        turn_rows_in_place(band_data, n_rows, r, s);
+    if (inPlace) {
+        auto *bandData = static_cast<uint8_t *>(GlobalLock(band));
+        turn_rows_in_place(bandData, rowCount, r, s);
         uint8_t work[kLzwWorkBytes] = {};
-        int32_t result = CompressAndWrite(stream, band_data, work, count, first, last, carry);
+        int32_t result = CompressAndWrite(stream, bandData, work, count, first, last, carry);
         GlobalUnlock(band);
         if (st != nullptr) GlobalUnlock(state);
         return result;
@@ -185,11 +182,11 @@ int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
     if (band == 0 || temp == nullptr) {
         result = TOLVA_ERR_MEMORY;
     } else {
-        auto *band_data = static_cast<uint8_t *>(GlobalLock(band));
-        const uint32_t band_size = GlobalSize(band);
-        const bool whole_image = first && last;
-        turn_rows(temp, band_data, band_size, n_rows, r, s, interlace && whole_image);
-        if (interlace && !whole_image) {
+        auto *bandData = static_cast<uint8_t *>(GlobalLock(band));
+        const uint32_t bandSize = GlobalSize(band);
+        const bool wholeImage = first && last;
+        turn_rows(temp, bandData, bandSize, rowCount, r, s, interlace && wholeImage);
+        if (interlace && !wholeImage) {
             // Spooled for the interlace passes at the end; a failed spool
             // write is not reported.
             (void)GifWriteSpoolFile(st != nullptr ? st->spoolStream : 0, temp, count);
@@ -201,22 +198,22 @@ int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
             }
             // The band doubles as the encoder's work buffer, unless it is
             // too small to be one.
-            HGLOBAL work_handle = 0;
-            uint8_t *work = band_data;
-            if (band_size < kLzwWorkBytes) {
-                work_handle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLzwWorkBytes);
-                work = static_cast<uint8_t *>(GlobalLock(work_handle));
+            HGLOBAL workHandle = 0;
+            uint8_t *work = bandData;
+            if (bandSize < kLzwWorkBytes) {
+                workHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kLzwWorkBytes);
+                work = static_cast<uint8_t *>(GlobalLock(workHandle));
             }
             if (work == nullptr) {
                 result = TOLVA_ERR_MEMORY;
             } else {
                 result = CompressAndWrite(stream, temp, work, count, first, last, carry);
             }
-            if (work_handle != 0) GlobalFree(work_handle);
+            if (workHandle != 0) GlobalFree(workHandle);
         }
         GlobalUnlock(band);
     }
-    if (temp_handle != 0) GlobalFree(temp_handle);
+    if (tempHandle != 0) GlobalFree(tempHandle);
     if (st != nullptr) GlobalUnlock(state);
     return result;
 }

@@ -60,7 +60,7 @@ constexpr uint32_t kLzwStageGroups = 16;
 constexpr uint32_t kLzwStageBytes = kLzwStageGroups * kLzwGroupBytes;
 
 struct LzwTable {
-    uint32_t first_child[kLzwCodes];
+    uint32_t firstChild[kLzwCodes];
     uint32_t slot[kLzwHashSize];
     uint32_t where[kLzwCodes];  // the slot each code since the last reset took
     // Whole words are stored past the last complete byte: room for one
@@ -74,7 +74,7 @@ inline uint32_t lzw_hash(uint32_t key) { return (key * 0x9E3779B1u) >> (32 - kLz
 // *where then says where it belongs.
 inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t pixel,
                                uint32_t *where) {
-    uint32_t first = table->first_child[prefix];
+    uint32_t first = table->firstChild[prefix];
     if (first == 0) {
         *where = kLzwFirstChild | prefix;
         return 0;
@@ -96,7 +96,7 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
 inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t prefix, uint32_t pixel,
                           uint32_t code) {
     if ((where & kLzwFirstChild) != 0) {
-        table->first_child[prefix] = (pixel << 16) | code;
+        table->firstChild[prefix] = (pixel << 16) | code;
     } else {
         table->slot[where] = (((prefix << 8) | pixel) << 12) | code;
     }
@@ -108,7 +108,7 @@ inline void lzw_table_forget(LzwTable *table, uint32_t next) {
     for (uint32_t code = kLzwFirstCode; code < next; ++code) {
         uint32_t where = table->where[code];
         if ((where & kLzwFirstChild) != 0) {
-            table->first_child[where & (kLzwCodes - 1)] = 0;
+            table->firstChild[where & (kLzwCodes - 1)] = 0;
         } else {
             table->slot[where] = 0;
         }
@@ -125,7 +125,7 @@ struct LzwSink {
     int32_t (*write)(void *context, const void *bytes, int32_t count);
     // Steps back over the last byte written, stores it in *byte, and leaves
     // the position on it so that the next write replaces it.
-    void (*take_back)(void *context, uint8_t *byte);
+    void (*takeBack)(void *context, uint8_t *byte);
 };
 
 // Writes n bytes as data sub-blocks of at most 254 bytes, each behind its

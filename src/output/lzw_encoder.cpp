@@ -95,8 +95,8 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
 
     if (count > 1) {
         uint32_t prefix = pixels[0];
-        const int32_t final_index = count - 1;
-        for (int32_t i = 1; i < final_index; ++i) {
+        const int32_t finalIndex = count - 1;
+        for (int32_t i = 1; i < finalIndex; ++i) {
             uint32_t c = pixels[i];
             uint32_t where = 0;
             uint32_t code = lzw_table_find(table, prefix, c, &where);
@@ -126,7 +126,7 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
 
         // The last pixel: the segment ends here whether or not it extends the
         // current string, and the table is not searched again.
-        uint32_t c = pixels[final_index];
+        uint32_t c = pixels[finalIndex];
         uint32_t where = 0;
         uint32_t code = lzw_table_find(table, prefix, c, &where);
         // The string is counted as a new entry even when it was found, which

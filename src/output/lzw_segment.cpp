@@ -19,7 +19,7 @@ uint32_t lzw_compress(const LzwSink *sink, const uint8_t *pixels, uint8_t *work,
         if (handle != 0) GlobalFree(handle);
         return 0;
     }
-    if (*carry != 0) sink->take_back(sink->context, &work[0]);
+    if (*carry != 0) sink->takeBack(sink->context, &work[0]);
     uint32_t n = lzw_encode_segment(table, sink, pixels, work, count, first, last, carry);
     GlobalUnlock(handle);
     GlobalFree(handle);

@@ -7,11 +7,11 @@
 
 namespace {
 
-int32_t stream_write(void *context, const void *bytes, int32_t count) {
+int32_t write_to_stream(void *context, const void *bytes, int32_t count) {
     return zunWrite(reinterpret_cast<HGLOBAL>(context), bytes, count);
 }
 
-void stream_take_back(void *context, uint8_t *byte) {
+void take_back_from_stream(void *context, uint8_t *byte) {
     HGLOBAL stream = reinterpret_cast<HGLOBAL>(context);
     // Only the byte matters; a stream that cannot step back has already lost
     // the segment's start, and the results say no more than that.
@@ -20,8 +20,8 @@ void stream_take_back(void *context, uint8_t *byte) {
     (void)zunSeek(stream, -1, 1);
 }
 
-LzwSink stream_sink(HGLOBAL stream) {
-    return LzwSink{reinterpret_cast<void *>(stream), stream_write, stream_take_back};
+LzwSink sink_of_stream(HGLOBAL stream) {
+    return LzwSink{reinterpret_cast<void *>(stream), write_to_stream, take_back_from_stream};
 }
 
 }  // namespace
@@ -30,18 +30,18 @@ extern "C" {
 
 int32_t CompressAndWrite(HGLOBAL stream, const uint8_t *pixels, uint8_t *work, int32_t count,
                          int32_t first, int32_t last, uint32_t *carry) {
-    LzwSink sink = stream_sink(stream);
+    LzwSink sink = sink_of_stream(stream);
     return lzw_compress_and_write(&sink, pixels, work, count, first, last, carry);
 }
 
 int32_t LZWCompression(HGLOBAL stream, const uint8_t *pixels, uint8_t *work, int32_t count,
                        int32_t first, int32_t last, uint32_t *carry) {
-    LzwSink sink = stream_sink(stream);
+    LzwSink sink = sink_of_stream(stream);
     return static_cast<int32_t>(lzw_compress(&sink, pixels, work, count, first, last, carry));
 }
 
 int32_t LZWWriteSubBlocks(HGLOBAL stream, const uint8_t *bytes, uint32_t n) {
-    LzwSink sink = stream_sink(stream);
+    LzwSink sink = sink_of_stream(stream);
     return lzw_write_sub_blocks(&sink, bytes, n);
 }
 

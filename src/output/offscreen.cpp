@@ -17,19 +17,15 @@
 
 namespace {
 
-enum : int32_t { kQuery = 0, kInit = 1, kTerminate = 2, kDraw = 3 };
-
 // What DrawPlatformMetafile answers to the query, handed on to the writer.
 constexpr int16_t kMetafileQueryValue = 4;
 
-// The metafile descriptor that the export variant's close hands over is a
-// block of intptr_t words: word 0 the metafile, words 1..4 the page bounds
-// {left, top, right, bottom} (y grows upward), word 5 their resolution.
-constexpr int kLeft = 1;
-constexpr int kTop = 2;
-constexpr int kRight = 3;
-constexpr int kBottom = 4;
-constexpr int kResolution = 5;
+// The page bounds in the metafile descriptor that the export variant's close
+// hands over: {left, top, right, bottom}, y growing upward.
+constexpr int kLeft = TOLVA_METAFILE_BOUNDS;
+constexpr int kTop = TOLVA_METAFILE_BOUNDS + 1;
+constexpr int kRight = TOLVA_METAFILE_BOUNDS + 2;
+constexpr int kBottom = TOLVA_METAFILE_BOUNDS + 3;
 
 }  // namespace
 
@@ -38,7 +34,7 @@ extern "C" {
 void QueryPlatformOffscreen(TolvaOffscreenQuery *query, void *hostContext,
                             OffscreenCallback callback) {
     if (callback == nullptr) return;
-    (void)callback(kQuery, hostContext, reinterpret_cast<intptr_t>(query), 0);
+    (void)callback(TOLVA_OFFSCREEN_QUERY, hostContext, reinterpret_cast<intptr_t>(query), 0);
 }
 
 TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t depth,
@@ -61,7 +57,8 @@ TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t 
     record->flag = flag;
     intptr_t information[5] = {width, *bandRows, depth, colourCount,
                                reinterpret_cast<intptr_t>(colourTable)};
-    intptr_t answer = callback(kInit, record, reinterpret_cast<intptr_t>(information), 0);
+    intptr_t answer =
+        callback(TOLVA_OFFSCREEN_INIT, record, reinterpret_cast<intptr_t>(information), 0);
     // A band height beyond 32 bits is no band the writer could take.
     *bandRows = answer > 0 && answer <= INT32_MAX ? static_cast<int32_t>(answer) : 0;
     return record;
@@ -69,12 +66,13 @@ TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t 
 
 HGLOBAL DrawPlatformOffscreen(TolvaOffscreen *record, int32_t lowerRow, int32_t upperRow) {
     if (record == nullptr || record->callback == nullptr) return 0;
-    return static_cast<HGLOBAL>(record->callback(kDraw, record, lowerRow, upperRow));
+    return static_cast<HGLOBAL>(record->callback(TOLVA_OFFSCREEN_DRAW, record, lowerRow, upperRow));
 }
 
 void TermPlatformOffscreen(TolvaOffscreen *record) {
     if (record == nullptr) return;
-    if (record->callback != nullptr) (void)record->callback(kTerminate, record, 0, 0);
+    if (record->callback != nullptr)
+        (void)record->callback(TOLVA_OFFSCREEN_TERMINATE, record, 0, 0);
     (void)zunPtrGlobalFree(record);
 }
 
@@ -109,13 +107,13 @@ int32_t DeleteMetaFileHandle(intptr_t a) {
 intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1, intptr_t arg2) {
     (void)arg2;
     switch (operation) {
-    case kQuery: {
+    case TOLVA_OFFSCREEN_QUERY: {
         const auto *bounds = static_cast<const intptr_t *>(record);
         auto *query = reinterpret_cast<TolvaOffscreenQuery *>(arg1);
         if (bounds == nullptr || query == nullptr) return 0;
         double width = static_cast<double>(bounds[kRight]) - static_cast<double>(bounds[kLeft]);
         double height = static_cast<double>(bounds[kTop]) - static_cast<double>(bounds[kBottom]);
-        query->resolution = static_cast<int32_t>(bounds[kResolution]);
+        query->resolution = static_cast<int32_t>(bounds[TOLVA_METAFILE_RESOLUTION]);
         if (query->resolution != 0) {
             width /= query->resolution;
             height /= query->resolution;
@@ -125,9 +123,9 @@ intptr_t DrawPlatformMetafile(int32_t operation, void *record, intptr_t arg1, in
         query->value = kMetafileQueryValue;
         return 0;
     }
-    case kInit:
+    case TOLVA_OFFSCREEN_INIT:
         return 0;  // no band: nothing can be rendered on this platform
-    case kTerminate:
+    case TOLVA_OFFSCREEN_TERMINATE:
         return record == nullptr ? 1 : 0;
     default:
         return 0;

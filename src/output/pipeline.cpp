@@ -16,11 +16,6 @@
 #include "output/pipeline.h"
 #include "settings/settings.h"
 
-using tolva_output::kOutputDepth;
-using tolva_output::replace_bitmap;
-using tolva_output::to_pixels;
-using tolva_output::trunc_i32;
-
 namespace {
 
 constexpr int32_t kProgressStep = 20;
@@ -29,38 +24,17 @@ constexpr uint32_t kDeviceTableBytes = 768;
 constexpr int32_t kModelCMYK = 2;
 constexpr int32_t kModelAlpha = 3;
 
-struct DisplayAnswer {
-    double width;
-    double height;
-    int16_t xDpi;
-    int16_t yDpi;
-    bool asked;
-};
-
-void ask_display(DisplayAnswer &display) {
-    if (display.asked) return;
-    (void)GetDisplayInfo(&display.width, &display.height, &display.xDpi, &display.yDpi);
-    display.asked = true;
-}
-
 // Progress of RasterWriteCellData, reported straight through the device's
-// status hook (words 1 and 2 of the host status record).
+// status record.
 struct Progress {
     const intptr_t *record;
     int32_t percent;
 };
 
-// True when the host answered "stop".
-bool report(const Progress &progress) {
-    if (progress.record == nullptr) return false;
-    auto function = reinterpret_cast<StatusFunction>(progress.record[TOLVA_STATUS_FUNCTION]);
-    return CallGetSet_Status(function, progress.record[TOLVA_STATUS_CONTEXT], 0, 0, 0,
-                             progress.percent, 0, 0) != 0;
-}
-
+// One step of the preparation done; true when the host answered "stop".
 bool advance(Progress &progress) {
     progress.percent += kProgressStep;
-    return report(progress);
+    return output_report_progress(progress.record, progress.percent);
 }
 
 // The writer reads `rows` rows of `width` 8-bit pixels, each row padded to 4
@@ -79,8 +53,142 @@ HGLOBAL band_within_bounds(HGLOBAL &made, HGLOBAL current, int32_t width, int32_
     if (to != nullptr && from != nullptr) memcpy(to, from, have);
     (void)GlobalUnlock(current);
     (void)GlobalUnlock(padded);
-    replace_bitmap(made, current, padded);
+    output_replace_bitmap(made, current, padded);
     return current;
+}
+
+// The picture RasterWriteCellData writes: its size as the format query
+// decides it. Only the heights decide whether to scale; the width follows.
+struct CellTarget {
+    double width;  // pixels
+    double height;
+    int32_t outWidth;  // the same, truncated
+    int32_t outHeight;
+    int16_t depth;         // always kOutputDepth
+    int32_t sourceHeight;  // the bitmap's own height
+};
+
+// The target size in inches when the device gave a resolution (the device
+// window's extent in whole units over that resolution), else the bitmap's own
+// pixels, whose aspect alone then counts; then the format query's pixels.
+CellTarget cell_target(const OutputDevice &device, int32_t width, int32_t height, int32_t scale) {
+    CellTarget t = {
+        static_cast<double>(width), static_cast<double>(height), 0, 0, kOutputDepth, height};
+    if (scale != 0) {
+        const double *window = device.window;
+        t.width = (fabs(trunc(window[3]) - trunc(window[0])) + 1.0) / scale;
+        t.height = (fabs(trunc(window[4]) - trunc(window[1])) + 1.0) / scale;
+    }
+    int32_t resolution = scale;
+    (void)QueryCellFormat(&t.width, &t.height, &t.depth, &resolution, nullptr, nullptr);
+    t.outWidth = host_trunc_i32(t.width);
+    t.outHeight = host_trunc_i32(t.height);
+    return t;
+}
+
+// The bitmap on its way to the writer: the caller's at first, then each
+// step's result. Only what is made here is freed here.
+struct CellWork {
+    HGLOBAL current;
+    HGLOBAL made;  // the latest bitmap made here, 0 while it is the caller's
+    int32_t width;
+    int32_t height;
+    int16_t depth;
+    HGLOBAL deviceTable;  // a copy of the device's colour table, for bitmaps below 24 bits
+    HGLOBAL madeTable;    // the table the depth change made
+};
+
+// Shrinks or stretches the bitmap to the target (the two raster entries
+// are one function under two names).
+using ScaleBitmap = HGLOBAL (*)(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
+                                int32_t srcHeight, int32_t dstWidth, int32_t dstHeight);
+void scale_to_target(CellWork &work, const CellTarget &target, ScaleBitmap scale) {
+    output_replace_bitmap(work.made, work.current,
+                          scale(work.current, work.depth, work.width, work.height, target.outWidth,
+                                target.outHeight));
+    work.width = target.outWidth;
+    work.height = target.outHeight;
+}
+
+// CMYK and alpha bitmaps become RGB in place when the depth is to come down.
+// Both conversions leave three bytes a pixel packed without row padding,
+// which the depth change still reads as padded 24-bit rows.
+void to_rgb(CellWork &work, const CellTarget &target, int32_t colourModel) {
+    if ((colourModel != kModelCMYK && colourModel != kModelAlpha) || target.depth >= work.depth)
+        return;
+    if (colourModel == kModelAlpha)
+        rlALPHAtoRGB(work.current, work.width, work.height);
+    else
+        rlCMYKtoRGB(work.current, work.width, work.height);
+    work.depth = 24;
+}
+
+void change_depth(CellWork &work, const CellTarget &target) {
+    HGLOBAL table = work.deviceTable;
+    HGLOBAL converted = rlChangeColorResolution(work.current, work.width, work.height, work.depth,
+                                                target.depth, &table);
+    work.madeTable = table;
+    output_replace_bitmap(work.made, work.current, converted);
+    work.depth = target.depth;
+}
+
+// Shrinks, converts the colour model, changes the depth and stretches, as
+// far as each is needed, reporting a step after each but the colour model,
+// and at least kProgressBeforeWriting before the writing. False when the
+// host asked to stop.
+bool prepare_bitmap(CellWork &work, const CellTarget &target, const OutputDevice &device,
+                    int32_t colourModel, Progress &progress) {
+    if (target.height < target.sourceHeight) {
+        scale_to_target(work, target, rlShrinkBitmap);
+        if (advance(progress)) return false;
+    }
+    if (work.depth < 24) {
+        work.deviceTable = GlobalAlloc(TOLVA_GMEM_FLAGS, kDeviceTableBytes);
+        auto *table = static_cast<uint8_t *>(GlobalLock(work.deviceTable));
+        if (table != nullptr) memcpy(table, device.colourTable, kDeviceTableBytes);
+    }
+    to_rgb(work, target, colourModel);
+    if (work.depth != target.depth) {
+        change_depth(work, target);
+        if (advance(progress)) return false;
+    }
+    if (target.height > target.sourceHeight) {
+        scale_to_target(work, target, rlStretchBitmap);
+        if (advance(progress)) return false;
+    }
+    if (progress.percent < kProgressBeforeWriting) {
+        progress.percent = kProgressBeforeWriting;
+        if (output_report_progress(progress.record, progress.percent)) return false;
+    }
+    return true;
+}
+
+// Writes the prepared bitmap as the one image of the device's stream.
+void write_bitmap(CellWork &work, const CellTarget &target, const OutputDevice &device) {
+    // The table the writer gets must hold 256 entries; a made table that
+    // came back shorter is widened with zero entries.
+    HGLOBAL tableHandle = work.madeTable != 0 ? work.madeTable : work.deviceTable;
+    if (tableHandle != 0 && GlobalSize(tableHandle) < kDeviceTableBytes) {
+        HGLOBAL wide = GlobalReAlloc(tableHandle, kDeviceTableBytes, TOLVA_GMEM_FLAGS);
+        if (tableHandle == work.madeTable)
+            work.madeTable = wide;
+        else
+            work.deviceTable = wide;
+        tableHandle = wide;
+    }
+    // Without a table of its own the writer gets the device's table itself,
+    // which a transparent colour then changes.
+    uint8_t *palette = device.colourTable;
+    if (tableHandle != 0) palette = static_cast<uint8_t *>(GlobalLock(tableHandle));
+    HGLOBAL band = band_within_bounds(work.made, work.current, target.outWidth, target.outHeight);
+    HGLOBAL state = 0;
+    // The writer's results are not passed on: the host learns of a failed
+    // write from the error stack and from closing the stream.
+    (void)BeginCellBitmap(device.stream, target.outWidth, target.outHeight, target.depth, palette,
+                          &state);
+    (void)WriteCellBits(device.stream, band, target.outWidth, target.outHeight, target.depth, 0,
+                        state);
+    (void)EndCellBitmap(device.stream, state);
 }
 
 }  // namespace
@@ -96,36 +204,17 @@ int32_t QueryCellFormat(double *width, double *height, int16_t *bitsPerPixel, in
         if (bitsPerPixel != nullptr) *bitsPerPixel = kOutputDepth;
         return TOLVA_ERR_NO_SETUP;
     }
-    const int32_t given = *resolution;
-    DisplayAnswer display = {};
-
-    // A picture that brings its own resolution keeps its own size; one
-    // sized by the display takes the display's.
-    if (block->sizeMode == TOLVA_SIZE_GIVEN && given != 0) {
-        block->width = *width;
-        block->height = *height;
-    } else if (block->sizeMode == TOLVA_SIZE_DISPLAY) {
-        ask_display(display);
-        if (display.xDpi != 0) {
-            block->width = display.width;
-            block->height = display.height;
-        }
-    }
-
-    if (block->resolutionMode == TOLVA_RESOLUTION_GIVEN && given != 0) {
-        block->xResolution = static_cast<int16_t>(given);
-        block->yResolution = static_cast<int16_t>(given);
-    } else if (block->resolutionMode == TOLVA_RESOLUTION_DISPLAY) {
-        ask_display(display);
-        if (display.xDpi != 0) {
-            block->xResolution = display.xDpi;
-            block->yResolution = display.xDpi;
-        }
-    }
-
-    double size[2] = {block->width, block->height};
-    if (block->sizeMode != TOLVA_SIZE_GIVEN || given == 0)
-        (void)RasterAdjustAspect(size, *width, *height);  // always 0
+    const SettingsPicture picture = {*width, *height, *resolution, *width, *height};
+    auto display = [](const void *) {
+        SettingsDisplay d = {};
+        int16_t xDpi = 0;
+        int16_t yDpi = 0;
+        (void)GetDisplayInfo(&d.width, &d.height, &xDpi, &yDpi);
+        d.dpi = xDpi;
+        return d;
+    };
+    double size[2];
+    settings_choose_size(block, picture, display, nullptr, size);
 
     if (block->xResolution != 0) {
         *width = size[0] * block->xResolution;
@@ -138,113 +227,16 @@ int32_t QueryCellFormat(double *width, double *height, int16_t *bitsPerPixel, in
 
 void RasterWriteCellData(HGLOBAL bitmap, int32_t width, int32_t height, int32_t scale,
                          int16_t bitsPerPixel, int32_t colourModel) {
-    EMData *em = lpEMData;
-    if (em == nullptr) return;
-    Progress progress = {em->statusRecord, 0};
-
-    // The target size in inches when the device gave a resolution (the
-    // device window's extent in whole units over that resolution), else the
-    // bitmap's own pixels, whose aspect alone then counts.
-    double targetWidth = width;
-    double targetHeight = height;
-    if (scale != 0) {
-        const double *window = em->deviceWindow;
-        targetWidth = (fabs(trunc(window[3]) - trunc(window[0])) + 1.0) / scale;
-        targetHeight = (fabs(trunc(window[4]) - trunc(window[1])) + 1.0) / scale;
-    }
-    int16_t outputDepth = kOutputDepth;
-    int32_t resolution = scale;
-    (void)QueryCellFormat(&targetWidth, &targetHeight, &outputDepth, &resolution, nullptr, nullptr);
-    const int32_t outWidth = trunc_i32(targetWidth);
-    const int32_t outHeight = trunc_i32(targetHeight);
-
-    HGLOBAL current = bitmap;
-    HGLOBAL made = 0;
-    int32_t currentWidth = width;
-    int32_t currentHeight = height;
-    int16_t depth = bitsPerPixel;
-    HGLOBAL deviceCopy = 0;
-    HGLOBAL madeTable = 0;
-
-    // Only the heights decide whether to scale; the width follows.
-    if (targetHeight < height) {
-        replace_bitmap(made, current,
-                       rlShrinkBitmap(current, depth, currentWidth, currentHeight, outWidth,
-                                      outHeight));
-        currentWidth = outWidth;
-        currentHeight = outHeight;
-        if (advance(progress)) goto clean_up;
-    }
-
-    if (depth < 24) {
-        deviceCopy = GlobalAlloc(TOLVA_GMEM_FLAGS, kDeviceTableBytes);
-        auto *table = static_cast<uint8_t *>(GlobalLock(deviceCopy));
-        if (table != nullptr) memcpy(table, em->colourTable, kDeviceTableBytes);
-    }
-
-    // Both conversions leave three bytes a pixel packed without row padding,
-    // which the depth change below still reads as padded 24-bit rows.
-    if ((colourModel == kModelCMYK || colourModel == kModelAlpha) && outputDepth < depth) {
-        if (colourModel == kModelAlpha)
-            rlALPHAtoRGB(current, currentWidth, currentHeight);
-        else
-            rlCMYKtoRGB(current, currentWidth, currentHeight);
-        depth = 24;
-    }
-
-    if (depth != outputDepth) {
-        HGLOBAL table = deviceCopy;
-        HGLOBAL converted = rlChangeColorResolution(current, currentWidth, currentHeight, depth,
-                                                    outputDepth, &table);
-        madeTable = table;
-        replace_bitmap(made, current, converted);
-        depth = outputDepth;
-        if (advance(progress)) goto clean_up;
-    }
-
-    if (targetHeight > height) {
-        replace_bitmap(made, current,
-                       rlStretchBitmap(current, depth, currentWidth, currentHeight, outWidth,
-                                       outHeight));
-        currentWidth = outWidth;
-        currentHeight = outHeight;
-        if (advance(progress)) goto clean_up;
-    }
-
-    if (progress.percent < kProgressBeforeWriting) {
-        progress.percent = kProgressBeforeWriting;
-        if (report(progress)) goto clean_up;
-    }
-
-    {
-        // The table the writer gets must hold 256 entries; a made table that
-        // came back shorter is widened with zero entries.
-        HGLOBAL tableHandle = madeTable != 0 ? madeTable : deviceCopy;
-        if (tableHandle != 0 && GlobalSize(tableHandle) < kDeviceTableBytes) {
-            HGLOBAL wide = GlobalReAlloc(tableHandle, kDeviceTableBytes, TOLVA_GMEM_FLAGS);
-            if (tableHandle == madeTable)
-                madeTable = wide;
-            else
-                deviceCopy = wide;
-            tableHandle = wide;
-        }
-        // Without a table of its own the writer gets the device's table
-        // itself, which a transparent colour then changes.
-        uint8_t *palette = em->colourTable;
-        if (tableHandle != 0) palette = static_cast<uint8_t *>(GlobalLock(tableHandle));
-        HGLOBAL band = band_within_bounds(made, current, outWidth, outHeight);
-        HGLOBAL state = 0;
-        // The writer's results are not passed on: the host learns of a failed
-        // write from the error stack and from closing the stream.
-        (void)BeginCellBitmap(em->outputStream, outWidth, outHeight, outputDepth, palette, &state);
-        (void)WriteCellBits(em->outputStream, band, outWidth, outHeight, outputDepth, 0, state);
-        (void)EndCellBitmap(em->outputStream, state);
-    }
-
-clean_up:
-    if (madeTable != 0) (void)GlobalFree(madeTable);
-    if (deviceCopy != 0) (void)GlobalFree(deviceCopy);
-    if (made != 0) (void)GlobalFree(made);
+    OutputDevice device;
+    if (!output_device(&device)) return;
+    Progress progress = {device.statusRecord, 0};
+    const CellTarget target = cell_target(device, width, height, scale);
+    CellWork work = {bitmap, 0, width, height, bitsPerPixel, 0, 0};
+    if (prepare_bitmap(work, target, device, colourModel, progress))
+        write_bitmap(work, target, device);
+    if (work.madeTable != 0) (void)GlobalFree(work.madeTable);
+    if (work.deviceTable != 0) (void)GlobalFree(work.deviceTable);
+    if (work.made != 0) (void)GlobalFree(work.made);
 }
 
 int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callback) {
@@ -266,8 +258,8 @@ int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callb
             GlobalLock(GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(colours) * 3)));
     }
 
-    const int32_t outWidth = static_cast<int32_t>(to_pixels(width));
-    uint32_t evenHeight = to_pixels(height);
+    const int32_t outWidth = static_cast<int32_t>(output_to_pixels(width));
+    uint32_t evenHeight = output_to_pixels(height);
     evenHeight += evenHeight & 1u;
     const int32_t outHeight = static_cast<int32_t>(evenHeight);
 
@@ -305,7 +297,8 @@ int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callb
                                                  static_cast<int32_t>(upper));
             result = WriteCellBits(stream, band, outWidth, static_cast<int32_t>(upper - lower),
                                    depth, query->value, state);
-            if (result == TOLVA_OK) result = UpdateStatus(static_cast<int32_t>((k + 1) * 100 / bands));
+            if (result == TOLVA_OK)
+                result = output_update_status(static_cast<int32_t>((k + 1) * 100 / bands));
         }
         if (result == TOLVA_OK) {
             (void)EndCellBitmap(stream, state);  // a failed trailer shows when the stream closes

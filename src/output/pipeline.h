@@ -4,7 +4,7 @@
 // Sizes travel as doubles between the settings and the writer; every
 // conversion to a pixel count goes through these helpers so that NaN,
 // negative and out-of-range values become bounded integers instead of
-// undefined behaviour.
+// undefined behaviour (host_trunc_i32 where a signed value is wanted).
 #ifndef TOLVA_OUTPUT_PIPELINE_H
 #define TOLVA_OUTPUT_PIPELINE_H
 
@@ -15,26 +15,18 @@
 #include "tolva/raster.h"
 #include "tolva/settings.h"
 #include "tolva/output.h"
-#include "tolva/driver.h"
 
-namespace tolva_output {
+#include "output/device.h"
+
+#include "host/numeric.h"
 
 // The depth every GIF of this filter is written with.
 constexpr int16_t kOutputDepth = 8;
 
-// Truncates toward zero into 32 bits; NaN gives 0 and values beyond the
-// range stick at its ends.
-inline int32_t trunc_i32(double value) {
-    if (!(value == value)) return 0;
-    if (value >= 2147483647.0) return INT32_MAX;
-    if (value <= -2147483648.0) return INT32_MIN;
-    return static_cast<int32_t>(value);
-}
-
 // A double turned into an unsigned pixel count, kept within what the
 // writer's signed 32-bit counts can carry (and one below, so that rounding
 // up to an even height cannot overflow). Negative values and NaN give 0.
-inline uint32_t to_pixels(double value) {
+inline uint32_t output_to_pixels(double value) {
     if (!(value > 0.0)) return 0;
     if (value >= 2147483646.0) return 2147483646u;
     return static_cast<uint32_t>(value);
@@ -43,12 +35,10 @@ inline uint32_t to_pixels(double value) {
 // Replaces the bitmap being worked on by `fresh` and frees the intermediate
 // one it supersedes. `made` is the last bitmap this code allocated (0 while
 // the caller's bitmap is still current); the caller's bitmap is never freed.
-inline void replace_bitmap(HGLOBAL &made, HGLOBAL &current, HGLOBAL fresh) {
+inline void output_replace_bitmap(HGLOBAL &made, HGLOBAL &current, HGLOBAL fresh) {
     if (made != 0) (void)GlobalFree(made);
     made = fresh;
     current = fresh;
 }
-
-}  // namespace tolva_output
 
 #endif

@@ -46,14 +46,14 @@ int32_t rlUnlockMemory(HGLOBAL h) { return h == 0 ? 0 : GlobalUnlock(h); }
 
 int32_t rlFreeNewData(HGLOBAL h) {
     if (h == 0) return 0;
-    (void)GlobalFree(h);  // always 0; the wrapper reports that it freed something
+    (void)GlobalFree(h);  // the wrapper reports that it freed something
     return 1;
 }
 
 HGLOBAL rlPointertoHandle(const void *pointer) { return GlobalHandle(pointer); }
 
 int32_t rlFreeColormap(HGLOBAL map) {
-    (void)rlFreeNewData(map);  // freeing a map has no result worth reporting
+    (void)rlFreeNewData(map);
     return 0;
 }
 

@@ -32,7 +32,7 @@ void rlRGB4toCMYK(HGLOBAL bits, int32_t width, int32_t height) {
         p[2] = static_cast<uint8_t>(255 - p[2]);
         p[3] = 0;
     }
-    (void)rlUnlockMemory(bits);  // unlocking cannot fail
+    (void)rlUnlockMemory(bits);
 }
 
 void rlCMYKtoRGB(HGLOBAL bits, int32_t width, int32_t height) {

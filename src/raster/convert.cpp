@@ -39,7 +39,7 @@ struct Conversion {
 void convert_literal(const Conversion &c) {
     for (int32_t y = 0; y < c.rows; ++y) {
         for (int32_t x = 0; x < c.width; ++x) {
-            (void)rlSetPixel(c.dst, c.dstRow, x, y, c.dstBits,  // always 0
+            (void)rlSetPixel(c.dst, c.dstRow, x, y, c.dstBits,
                              rlGetPixel(c.src, c.srcRow, x, y, c.srcBits), c.map, c.table, c.count);
         }
         if (_debug_color_res == 1 || _debug_color_res == 2) std::fputc('.', stderr);
@@ -222,7 +222,7 @@ HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height, int16_
         }
         bool rowWise = rl_pixel_depth(srcBits) && rl_pixel_depth(dstBits) && _debug_color_res <= 3;
         if (!rowWise || !convert_rows(c)) convert_literal(c);
-        (void)rlFreeColormap(map);  // always 0
+        (void)rlFreeColormap(map);
     }
     if (_debug_color_res != 0) std::fprintf(stderr, "\nColor resolution conversion complete\n");
     (void)rlFreeNewData(padded);  // 0 when no copy was needed

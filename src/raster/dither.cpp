@@ -48,7 +48,7 @@ HGLOBAL fixed_table(const uint8_t *entries, int16_t count) {
     HGLOBAL table = rlGetMemory(3, count);
     auto *t = static_cast<uint8_t *>(rlLockMemory(table));
     if (t != nullptr) std::memcpy(t, entries, 3 * static_cast<size_t>(count));
-    (void)rlUnlockMemory(table);  // unlocking cannot fail
+    (void)rlUnlockMemory(table);
     return table;
 }
 
@@ -76,8 +76,8 @@ HGLOBAL reduced_table(HGLOBAL work, int32_t width, int32_t height, int16_t entri
         size_t room = 3 * static_cast<size_t>(entries) - at;
         std::memcpy(t + at, must_have_colors, room < 24 ? room : 24);
     }
-    (void)rlUnlockMemory(reduced);  // unlocking cannot fail
-    (void)rlFreeNewData(reduced);   // 0 when nothing was reduced
+    (void)rlUnlockMemory(reduced);
+    (void)rlFreeNewData(reduced);  // 0 when nothing was reduced
     (void)rlUnlockMemory(table);
     return table;
 }
@@ -89,7 +89,7 @@ void print_table(HGLOBAL table, int16_t count) {
     for (int16_t i = 0; i < shown; ++i) {
         std::printf("color %d: [%d, %d, %d]\n", i, t[3 * i], t[3 * i + 1], t[3 * i + 2]);
     }
-    (void)rlUnlockMemory(table);  // unlocking cannot fail
+    (void)rlUnlockMemory(table);
 }
 
 // The table choice of rlDitherBitmap (callerAlwaysWins: a caller's table that
@@ -101,7 +101,7 @@ TableChoice choose_table(HGLOBAL bits, int32_t width, int32_t height, int16_t sr
                          HGLOBAL *work) {
     TableChoice choice{0, entries_for_depth(dstBits)};
     bool callerLocks = callerAlwaysWins && rlLockMemory(callerTable) != nullptr;
-    if (callerAlwaysWins) (void)rlUnlockMemory(callerTable);  // unlocking cannot fail
+    if (callerAlwaysWins) (void)rlUnlockMemory(callerTable);
     if (choice.count < 3 || callerLocks) {
         if (callerTable != 0) {
             choice.table = callerTable;
@@ -160,7 +160,7 @@ bool direct_open(DirectMap *m, int32_t width, int32_t height, int16_t dstBits, c
 }
 
 void direct_close(DirectMap *m) {
-    (void)rlUnlockMemory(m->result);  // unlocking cannot fail
+    (void)rlUnlockMemory(m->result);
     (void)rlFreeNewData(m->chosenHandle);  // 0 when it was never made
     (void)rlFreeNewData(m->entryHandle);
 }
@@ -203,7 +203,7 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
                 if (y == 0) rev_rgb(width, current, 3);
                 if (next != nullptr) rev_rgb(width, next, 3);
             }
-            if (dither_row(current, next, &search, width, direct ? map.chosen : nullptr) &&
+            if (rl_dither_row(current, next, &search, width, direct ? map.chosen : nullptr) &&
                 direct) {
                 store_indices(map.out + static_cast<ptrdiff_t>(y) * outLine, map.chosen,
                               map.entryIndex, width, dstBits);
@@ -213,7 +213,7 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
         rl_nearest_close(&search);
     }
     if (tracing_rows()) std::printf("\n");
-    (void)rlUnlockMemory(table);  // unlocking cannot fail
+    (void)rlUnlockMemory(table);
     (void)rlUnlockMemory(work);
     HGLOBAL result;
     if (direct) {

@@ -13,7 +13,7 @@
 // colour recorded in chosen[x] (when chosen is not null; width entries).
 // False, with nothing changed, for a missing table, a count below 1 or a
 // width below 1.
-bool dither_row(uint8_t *current, uint8_t *next, RlNearest *search, int32_t width,
-                int16_t *chosen);
+bool rl_dither_row(uint8_t *current, uint8_t *next, RlNearest *search, int32_t width,
+                   int16_t *chosen);
 
 #endif

@@ -48,8 +48,8 @@ int16_t diffuse(uint8_t *current, uint8_t *next, RlNearest *search, int32_t widt
 
 }  // namespace
 
-bool dither_row(uint8_t *current, uint8_t *next, RlNearest *search, int32_t width,
-                int16_t *chosen) {
+bool rl_dither_row(uint8_t *current, uint8_t *next, RlNearest *search, int32_t width,
+                   int16_t *chosen) {
     const uint8_t *table = search->table;
     if (table == nullptr || search->count < 1 || width < 1 || current == nullptr) return false;
     // A row of one pixel takes entry 0.
@@ -70,7 +70,7 @@ void _rlDitherOneLine(uint8_t *current, uint8_t *next, const uint8_t *table, int
                       int16_t count) {
     RlNearest search;
     (void)rl_nearest_open(&search, table, count, kRlNearestFew);  // falls back by itself
-    (void)dither_row(current, next, &search, width, nullptr);  // rows left alone need no note
+    (void)rl_dither_row(current, next, &search, width, nullptr);  // rows left alone need no note
     rl_nearest_close(&search);
 }
 

@@ -66,7 +66,7 @@ void median_cut(RlColorContext *ctx, const uint16_t *histogram, RlColorBox *boxe
         HeapSort(&list[ctx->currentFirst], boxes[slot].axis,
                  ctx->currentLast - ctx->currentFirst + 1);
         ctx->median = static_cast<uint16_t>(find_median(list, &boxes[slot]));
-        (void)split(boxes, slot, ctx->median, &ctx->boxCount, status, list, n);  // always 1
+        (void)split(boxes, slot, ctx->median, &ctx->boxCount, status, list, n);
     }
     for (int32_t s = 0; s < n; ++s) {
         emit(table, s, boxes[s].meanRed, boxes[s].meanGreen, boxes[s].meanBlue);
@@ -150,7 +150,7 @@ int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height, int
         std::memset(histogram, 0, kKeys * sizeof(uint16_t));
         ctx->distinct = 0;
     }
-    (void)rlUnlockMemory(ctx->status);  // unlocking never fails
+    (void)rlUnlockMemory(ctx->status);
     (void)rlUnlockMemory(ctx->boxes);
     (void)rlUnlockMemory(ctx->histogram);
     (void)rlUnlockMemory(context);

@@ -1,19 +1,13 @@
 // Nearest-colour search and colour maps.
 //
 // All colour mapping rests on rlNearestRGBIndex: greys match only greys and
-// colours only colours, distance is the unweighted squared distance in
-// wrapping 32-bit arithmetic, and among equal distances the lowest index wins.
+// colours only colours (the class rule of raster.h), distance is the
+// unweighted squared distance in wrapping 32-bit arithmetic, and among equal
+// distances the lowest index wins.
 // Any faster search must return the very same index.
 #include "raster/raster.h"
 
 namespace {
-
-// A query counts as grey when its channels are within 4 of each other; a
-// table entry only when its channels are exactly equal. Keeping the two
-// classes apart stops a near-grey from picking up a tinted entry.
-bool query_is_grey(int16_t red, int16_t green, int16_t blue) {
-    return feqi(red, green, 4) != 0 && feqi(green, blue, 4) != 0 && feqi(red, blue, 4) != 0;
-}
 
 uint32_t square(uint32_t d) { return d * d; }
 
@@ -24,13 +18,12 @@ extern "C" {
 int16_t rlNearestRGBIndex(int16_t red, int16_t green, int16_t blue, const uint8_t *table,
                           int16_t count) {
     if (table == nullptr) return 0;
-    bool grey = query_is_grey(red, green, blue);
+    bool grey = rl_grey_query(red, green, blue) != 0;
     uint32_t best = 0x7FFFFFFFu;
     int16_t bestIndex = 0;
     for (int16_t i = 0; i < count; ++i) {
         const uint8_t *e = table + 3 * static_cast<size_t>(i);
-        bool entryGrey = e[0] == e[1] && e[1] == e[2];
-        if (entryGrey != grey) continue;
+        if (rl_grey_entry(e) != grey) continue;
         uint32_t db = static_cast<uint32_t>(blue) - e[2];
         uint32_t dg = static_cast<uint32_t>(green) - e[1];
         uint32_t dr = static_cast<uint32_t>(red) - e[0];
@@ -70,7 +63,7 @@ HGLOBAL rlBuildColormap(const uint8_t *srcTable, int16_t srcBits, const uint8_t 
         }
         rl_nearest_close(&near);
     }
-    (void)rlUnlockMemory(map);  // unlocking cannot fail
+    (void)rlUnlockMemory(map);
     return map;
 }
 

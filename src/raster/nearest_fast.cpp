@@ -122,9 +122,9 @@ void add_class(RlNearest *n, uint32_t grey) {
     list.start = n->poolUsed;
     for (int32_t i = 0; i < n->count; ++i) {
         const uint8_t *e = n->table + 3 * static_cast<size_t>(i);
-        bool isGrey = e[0] == e[1] && e[1] == e[2];
-        if (isGrey != (grey != 0)) continue;
-        n->pool[n->poolUsed++] = RlNearestCandidate{0, static_cast<uint16_t>(i), e[0], e[1], e[2], 0};
+        if (rl_grey_entry(e) != (grey != 0)) continue;
+        n->pool[n->poolUsed++] =
+            RlNearestCandidate{0, static_cast<uint16_t>(i), e[0], e[1], e[2], 0};
     }
     list.length = n->poolUsed - list.start;
     while (list.length != 0 && (n->poolUsed - list.start) % 4 != 0) n->pool[n->poolUsed++] = n->pool[list.start];
@@ -138,15 +138,19 @@ int corner_distance(const RlNearestCandidate &e, int r, int g, int b) {
 // The answer for every colour of a cell of colour queries (corner lo, each
 // side span + 1 wide) whose candidates are `list`, or kRlNearestMixed.
 //
-// The cell must hold no grey query: some pair of channels far enough apart at
-// its corner keeps every pair of its colours more than 4 apart. Then the
-// answer at the corner, A, is the answer everywhere when A beats every other
-// candidate B at all eight corners: the difference of the squared distances
-// to A and to B is linear in the colour, so over the cell it is largest at a
-// corner. Beating means nearer, or as near with the lower index.
+// The cell must hold no grey query: a pair of channels far enough apart at
+// its corner stays more than kRlGreyTolerance apart in every colour of the
+// cell. Then the answer at the corner, A, is the answer everywhere when A
+// beats every other candidate B at all eight corners: the difference of the
+// squared distances to A and to B is linear in the colour, so over the cell
+// it is largest at a corner. Beating means nearer, or as near with the lower
+// index.
 uint8_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], int span) {
-    auto apart = [span](int a, int c) { return a - c >= span + 5 || c - a >= span + 5; };
-    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2]))) return kRlNearestMixed;
+    auto apart = [span](int a, int c) {
+        return a - c > span + kRlGreyTolerance || c - a > span + kRlGreyTolerance;
+    };
+    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2])))
+        return kRlNearestMixed;
     const RlNearestCandidate *k = n->pool + list.start;
     int16_t a = rl_nearest_scan(k, list.length, static_cast<uint8_t>(lo[0]),
                                 static_cast<uint8_t>(lo[1]), static_cast<uint8_t>(lo[2]));

@@ -117,10 +117,23 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
                         uint8_t *out, uint32_t *waiting);
 
-// 1 for a query that counts as grey (channels within 4 of each other).
-inline uint32_t rl_grey_query(uint8_t r, uint8_t g, uint8_t b) {
-    auto near = [](int a, int c) { return static_cast<uint32_t>(a - c + 4) <= 8u ? 1u : 0u; };
+// Greys match only greys and colours only colours. A query counts as grey
+// when its channels are within kRlGreyTolerance of each other, a table entry
+// only when its three channels are equal: keeping the classes apart stops a
+// near-grey from picking up a tinted entry.
+constexpr int32_t kRlGreyTolerance = 4;
+
+// 1 for a query that counts as grey. Any 16-bit channels, not only 0-255.
+inline uint32_t rl_grey_query(int32_t r, int32_t g, int32_t b) {
+    auto near = [](int32_t a, int32_t c) {
+        return static_cast<uint32_t>(a - c + kRlGreyTolerance) <= 2u * kRlGreyTolerance ? 1u : 0u;
+    };
     return near(r, g) & near(g, b) & near(r, b);
+}
+
+// True for a table entry (red, green, blue) of the grey class.
+inline bool rl_grey_entry(const uint8_t *entry) {
+    return entry[0] == entry[1] && entry[1] == entry[2];
 }
 
 // A colour's cell at one level. A cell's eight parts follow one another, so
@@ -150,10 +163,10 @@ constexpr RlFineSpread rl_make_fine_spread() {
     }
     return s;
 }
-inline constexpr RlFineSpread rl_fine_spread = rl_make_fine_spread();
+inline constexpr RlFineSpread kRlFineSpread = rl_make_fine_spread();
 
 inline uint32_t rl_fine_position(uint8_t r, uint8_t g, uint8_t b) {
-    return rl_fine_spread.red[r] | rl_fine_spread.green[g] | rl_fine_spread.blue[b];
+    return kRlFineSpread.red[r] | kRlFineSpread.green[g] | kRlFineSpread.blue[b];
 }
 
 // The best of a list of candidates: the smallest distance, and among equal

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "raster/raster.h"
 #include "raster/scale.h"
 
 namespace {
@@ -66,11 +67,6 @@ void plan_stretch(int32_t *plan, int32_t srcWidth, int32_t dstWidth) {
     }
 }
 
-bool scaled_depth(int16_t bitsPerPixel) {
-    return bitsPerPixel == 1 || bitsPerPixel == 4 || bitsPerPixel == 8 ||
-           bitsPerPixel == 24 || bitsPerPixel == 32;
-}
-
 // Writes through rlSetPixel itself, in the sampling loop's order, so that the
 // per-pixel trace of a high debug level comes out exactly as the loop prints it.
 void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPerLine,
@@ -80,15 +76,14 @@ void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPer
         int32_t s = plan.source[k];
         if (s < 0) continue;
         uint32_t v = rlGetPixel(src, srcBytesPerLine, s, row, plan.bitsPerPixel);
-        (void)rlSetPixel(dst, dstBytesPerLine, k, row, plan.bitsPerPixel, v, nullptr, nullptr,
-                         0);  // always 0
+        (void)rlSetPixel(dst, dstBytesPerLine, k, row, plan.bitsPerPixel, v, nullptr, nullptr, 0);
     }
 }
 
 }  // namespace
 
-int32_t scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
-                        int32_t dstWidth, bool replicate) {
+int32_t rl_scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
+                           int32_t dstWidth, bool replicate) {
     plan->handle = 0;
     plan->source = nullptr;
     plan->dstWidth = dstWidth;
@@ -106,16 +101,16 @@ int32_t scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
     return 0;
 }
 
-void scale_plan_free(ScalePlan *plan) {
-    (void)rlUnlockMemory(plan->handle);  // unlocking cannot fail
-    (void)rlFreeNewData(plan->handle);   // 0 when there was no plan
+void rl_scale_plan_free(ScalePlan *plan) {
+    (void)rlUnlockMemory(plan->handle);
+    (void)rlFreeNewData(plan->handle);
     plan->handle = 0;
     plan->source = nullptr;
 }
 
-void scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcBytesPerLine,
-                      uint8_t *dst, int32_t dstBytesPerLine, int32_t row) {
-    if (!scaled_depth(plan->bitsPerPixel)) return;  // other depths read 0, write nothing
+void rl_scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcBytesPerLine,
+                         uint8_t *dst, int32_t dstBytesPerLine, int32_t row) {
+    if (!rl_pixel_depth(plan->bitsPerPixel)) return;  // other depths read 0, write nothing
     if (_debug_color_res > 3) {
         apply_traced(*plan, src, srcBytesPerLine, dst, dstBytesPerLine, row);
         return;
@@ -189,7 +184,7 @@ HGLOBAL scale_bitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth, int32
             (void)Shrink(src, dst, bitsPerPixel, srcWidth, srcHeight, dstWidth, dstHeight);
         }
     }
-    (void)rlUnlockMemory(bits);  // unlocking cannot fail
+    (void)rlUnlockMemory(bits);
     (void)rlUnlockMemory(result);
     return result;
 }
@@ -204,14 +199,14 @@ int32_t scale_rows(const uint8_t *srcRow, uint8_t *dstRow, int16_t bitsPerPixel,
                    int32_t rows, int32_t dstWidth, bool stretch, int32_t last) {
     if (!valid_sizes(srcRow, dstRow, srcWidth, rows, dstWidth, 1)) return 0;
     ScalePlan plan;
-    if (scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, stretch) == 0) {
+    if (rl_scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, stretch) == 0) {
         int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
         int32_t dstLine = rlBytesPerLine(dstWidth, bitsPerPixel);
         for (int32_t r = 0; r < last; ++r) {
-            scale_plan_apply(&plan, srcRow, srcLine, dstRow, dstLine, r);
+            rl_scale_plan_apply(&plan, srcRow, srcLine, dstRow, dstLine, r);
         }
     }
-    scale_plan_free(&plan);
+    rl_scale_plan_free(&plan);
     return 0;
 }
 
@@ -233,7 +228,7 @@ int32_t Shrink(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t s
                int32_t srcHeight, int32_t dstWidth, int32_t dstHeight) {
     if (!valid_sizes(src, dst, srcWidth, srcHeight, dstWidth, dstHeight)) return 0;
     ScalePlan plan;
-    if (scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, dstWidth > srcWidth) == 0) {
+    if (rl_scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, dstWidth > srcWidth) == 0) {
         int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
         int32_t dstLine = rlBytesPerLine(dstWidth, bitsPerPixel);
         double ratio = size_ratio(srcHeight, dstHeight);
@@ -250,17 +245,17 @@ int32_t Shrink(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t s
             uint8_t *dstRow = dst + static_cast<ptrdiff_t>(i - 1) * dstLine;
             if (i == dstHeight) {
                 // Scaled and then overwritten by the sampled row below.
-                scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(srcHeight - 1) * srcLine,
-                                 srcLine, dstRow, dstLine, 0);
+                rl_scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(srcHeight - 1) * srcLine,
+                                    srcLine, dstRow, dstLine, 0);
             }
             if (srcRow >= 0 && srcRow < srcHeight) {
-                scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(srcRow) * srcLine, srcLine,
-                                 dstRow, dstLine, 0);
+                rl_scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(srcRow) * srcLine, srcLine,
+                                    dstRow, dstLine, 0);
             }
             srcRow += step;
         }
     }
-    scale_plan_free(&plan);
+    rl_scale_plan_free(&plan);
     return 0;
 }
 
@@ -268,7 +263,7 @@ int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t 
                 int32_t srcHeight, int32_t dstWidth, int32_t dstHeight) {
     if (!valid_sizes(src, dst, srcWidth, srcHeight, dstWidth, dstHeight)) return 0;
     ScalePlan plan;
-    if (scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, dstWidth > srcWidth) == 0) {
+    if (rl_scale_plan_make(&plan, bitsPerPixel, srcWidth, dstWidth, dstWidth > srcWidth) == 0) {
         int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
         int32_t dstLine = rlBytesPerLine(dstWidth, bitsPerPixel);
         auto line = static_cast<size_t>(dstLine);
@@ -281,8 +276,8 @@ int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t 
             prev = pos;
             if (n == 0) continue;  // this source row is skipped
             if (dstRow >= 0) {
-                scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(sy) * srcLine, srcLine,
-                                 dst + static_cast<ptrdiff_t>(dstRow) * dstLine, dstLine, 0);
+                rl_scale_plan_apply(&plan, src + static_cast<ptrdiff_t>(sy) * srcLine, srcLine,
+                                    dst + static_cast<ptrdiff_t>(dstRow) * dstLine, dstLine, 0);
             }
             // Further copies are byte copies of the row just written, upward.
             for (int32_t k = 1; k < n && dstRow > 0; ++k, --dstRow) {
@@ -292,7 +287,7 @@ int32_t Stretch(const uint8_t *src, uint8_t *dst, int16_t bitsPerPixel, int32_t 
             dstRow -= 1;
         }
     }
-    scale_plan_free(&plan);
+    rl_scale_plan_free(&plan);
     return 0;
 }
 

@@ -21,11 +21,11 @@ struct ScalePlan {
 
 // Builds the plan of one row: replication (StretchX) or sampling (ShrinkX).
 // 0, or -1 for sizes below 1 (the plan is then empty; free it all the same).
-int32_t scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
-                        int32_t dstWidth, bool replicate);
-void scale_plan_free(ScalePlan *plan);
+int32_t rl_scale_plan_make(ScalePlan *plan, int16_t bitsPerPixel, int32_t srcWidth,
+                           int32_t dstWidth, bool replicate);
+void rl_scale_plan_free(ScalePlan *plan);
 // Scales row `row` of src into row `row` of dst (rows of the given lengths).
-void scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcBytesPerLine,
-                      uint8_t *dst, int32_t dstBytesPerLine, int32_t row);
+void rl_scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcBytesPerLine,
+                         uint8_t *dst, int32_t dstBytesPerLine, int32_t row);
 
 #endif

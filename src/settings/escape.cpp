@@ -9,17 +9,14 @@
 #include <cstring>
 
 #include "host/busy.h"
+#include "host/unaligned.h"
 #include "settings/settings.h"
 
 namespace {
 
-constexpr int32_t kDone = 1;
-constexpr int32_t kRefused = -1;
-constexpr int32_t kNotHandled = 0;
-
-constexpr int32_t kFirstClass = 101;
-constexpr int32_t kLastClass = 105;
-constexpr int32_t kClassToMode = TOLVA_COLOUR_NORMAL - kFirstClass;
+constexpr int32_t kFirstClass = TOLVA_COLOUR_NORMAL - TOLVA_COLOUR_CLASS_OFFSET;
+constexpr int32_t kLastClass = TOLVA_COLOUR_INVERT_LUMINANCE - TOLVA_COLOUR_CLASS_OFFSET;
+constexpr int32_t kClassToMode = TOLVA_COLOUR_CLASS_OFFSET;
 
 struct EscapeCall {
     int32_t selector;
@@ -40,55 +37,40 @@ struct EscapeRow {
     int32_t key;
 };
 
-int32_t load_int(const void *p) {
-    int32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
+template <typename T>
+void store_pair(void *out, T first, T second) {
+    host_store(out, 0, first);
+    host_store(out, sizeof first, second);
 }
-
-double load_double(const void *p) {
-    double v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-void store_pair(void *out, const void *first, const void *second, size_t size) {
-    auto *bytes = static_cast<unsigned char *>(out);
-    std::memcpy(bytes, first, size);
-    std::memcpy(bytes + size, second, size);
-}
-
-bool dpi_allowed(int32_t v) { return v >= 32 && v <= 400; }
-bool inches_allowed(double v) { return v >= 0.03125 && v <= 22.0; }
 
 int32_t set_colour_class(SetupBlock *block, EscapeCall *call) {
-    if (call->input == nullptr) return kRefused;
-    int32_t colourClass = load_int(call->input);
-    if (colourClass < kFirstClass || colourClass > kLastClass) return kRefused;
+    if (call->input == nullptr) return TOLVA_ESCAPE_REFUSED;
+    int32_t colourClass = host_load<int32_t>(call->input);
+    if (colourClass < kFirstClass || colourClass > kLastClass) return TOLVA_ESCAPE_REFUSED;
     block->colourMode = colourClass + kClassToMode;
     std::snprintf(call->text, sizeof call->text, "%d", block->colourMode);
-    return kDone;
+    return TOLVA_ESCAPE_DONE;
 }
 
 int32_t set_dpi(int16_t *field, EscapeCall *call) {
-    if (call->input == nullptr) return kRefused;
-    int32_t dpi = load_int(call->input);
-    if (!dpi_allowed(dpi)) return kRefused;
+    if (call->input == nullptr) return TOLVA_ESCAPE_REFUSED;
+    int32_t dpi = host_load<int32_t>(call->input);
+    if (!settings_dpi_allowed(dpi)) return TOLVA_ESCAPE_REFUSED;
     *field = static_cast<int16_t>(dpi);
     std::snprintf(call->text, sizeof call->text, "%d", dpi);
-    return kDone;
+    return TOLVA_ESCAPE_DONE;
 }
 
 int32_t set_x_dpi(SetupBlock *block, EscapeCall *call) { return set_dpi(&block->xResolution, call); }
 int32_t set_y_dpi(SetupBlock *block, EscapeCall *call) { return set_dpi(&block->yResolution, call); }
 
 int32_t set_inches(double *field, const char *format, EscapeCall *call) {
-    if (call->input == nullptr) return kRefused;
-    double inches = load_double(call->input);
-    if (!inches_allowed(inches)) return kRefused;
+    if (call->input == nullptr) return TOLVA_ESCAPE_REFUSED;
+    double inches = host_load<double>(call->input);
+    if (!settings_inches_allowed(inches)) return TOLVA_ESCAPE_REFUSED;
     *field = inches;
     std::snprintf(call->text, sizeof call->text, format, inches);
-    return kDone;
+    return TOLVA_ESCAPE_DONE;
 }
 
 // The width's format puts ".3" in front of the number; see the file comment.
@@ -101,34 +83,34 @@ int32_t set_height(SetupBlock *block, EscapeCall *call) {
 }
 
 int32_t query_resolution(SetupBlock *block, EscapeCall *call) {
-    if (call->output == nullptr) return kRefused;
+    if (call->output == nullptr) return TOLVA_ESCAPE_REFUSED;
     int32_t x = 0;
     int32_t y = 0;
     if (block->resolutionMode != TOLVA_RESOLUTION_GIVEN) {
         x = block->xResolution;
         y = block->yResolution;
     }
-    store_pair(call->output, &x, &y, sizeof x);
-    return kDone;
+    store_pair(call->output, x, y);
+    return TOLVA_ESCAPE_DONE;
 }
 
 int32_t query_size(SetupBlock *block, EscapeCall *call) {
-    if (call->output == nullptr) return kRefused;
+    if (call->output == nullptr) return TOLVA_ESCAPE_REFUSED;
     double w = 0.0;
     double h = 0.0;
     if (block->sizeMode != TOLVA_SIZE_GIVEN) {
         w = block->width;
         h = block->height;
     }
-    store_pair(call->output, &w, &h, sizeof w);
-    return kDone;
+    store_pair(call->output, w, h);
+    return TOLVA_ESCAPE_DONE;
 }
 
 // Selectors 0 to 3 pick one of four consecutive modes; any other selector
 // leaves the mode as it was and still counts as done.
 int32_t select_mode(int32_t *field, int32_t first, int32_t selector) {
     if (selector >= 0 && selector <= 3) *field = first + selector;
-    return kDone;
+    return TOLVA_ESCAPE_DONE;
 }
 
 int32_t set_resolution_mode(SetupBlock *block, EscapeCall *call) {
@@ -141,32 +123,33 @@ int32_t set_size_mode(SetupBlock *block, EscapeCall *call) {
 
 int32_t query_colour_class(SetupBlock *block, EscapeCall *call) {
     int32_t mode = block->colourMode;
-    if (mode < TOLVA_COLOUR_NORMAL || mode > TOLVA_COLOUR_INVERT_LUMINANCE) return kRefused;
-    if (call->output == nullptr) return kRefused;
+    if (mode < TOLVA_COLOUR_NORMAL || mode > TOLVA_COLOUR_INVERT_LUMINANCE)
+        return TOLVA_ESCAPE_REFUSED;
+    if (call->output == nullptr) return TOLVA_ESCAPE_REFUSED;
     int32_t colourClass = mode - kClassToMode;
-    std::memcpy(call->output, &colourClass, sizeof colourClass);
-    return kDone;
+    host_store(call->output, 0, colourClass);
+    return TOLVA_ESCAPE_DONE;
 }
 
 // The host's pointer itself becomes the output-device word (it is later the
 // I/O procedure of the output stream), not what it points at.
 int32_t set_output_device(SetupBlock *block, EscapeCall *call) {
     block->outputDevice = reinterpret_cast<intptr_t>(call->input);
-    return kDone;
+    return TOLVA_ESCAPE_DONE;
 }
 
 const EscapeRow kEscapes[] = {
-    {TOLVA_ESCAPE_COLOUR_CLASS, 4, kRefused, set_colour_class, 11},
-    {TOLVA_ESCAPE_X_RESOLUTION, 4, kRefused, set_x_dpi, 19},
-    {TOLVA_ESCAPE_Y_RESOLUTION, 4, kRefused, set_y_dpi, 20},
-    {TOLVA_ESCAPE_WIDTH, 8, kRefused, set_width, 21},
-    {TOLVA_ESCAPE_HEIGHT, 8, kRefused, set_height, 22},
+    {TOLVA_ESCAPE_COLOUR_CLASS, 4, TOLVA_ESCAPE_REFUSED, set_colour_class, kKeyColourMode},
+    {TOLVA_ESCAPE_X_RESOLUTION, 4, TOLVA_ESCAPE_REFUSED, set_x_dpi, kKeyXResolution},
+    {TOLVA_ESCAPE_Y_RESOLUTION, 4, TOLVA_ESCAPE_REFUSED, set_y_dpi, kKeyYResolution},
+    {TOLVA_ESCAPE_WIDTH, 8, TOLVA_ESCAPE_REFUSED, set_width, kKeyWidth},
+    {TOLVA_ESCAPE_HEIGHT, 8, TOLVA_ESCAPE_REFUSED, set_height, kKeyHeight},
     {TOLVA_ESCAPE_QUERY_RESOLUTION, 0, 0, query_resolution, -1},
     {TOLVA_ESCAPE_QUERY_SIZE, 0, 0, query_size, -1},
     {TOLVA_ESCAPE_RESOLUTION_MODE, 0, 0, set_resolution_mode, -1},
     {TOLVA_ESCAPE_SIZE_MODE, 0, 0, set_size_mode, -1},
-    {TOLVA_ESCAPE_QUERY_COLOUR_CLASS, 4, kDone, query_colour_class, -1},
-    {TOLVA_ESCAPE_OUTPUT_DEVICE, 4, kRefused, set_output_device, -1},
+    {TOLVA_ESCAPE_QUERY_COLOUR_CLASS, 4, TOLVA_ESCAPE_DONE, query_colour_class, -1},
+    {TOLVA_ESCAPE_OUTPUT_DEVICE, 4, TOLVA_ESCAPE_REFUSED, set_output_device, -1},
 };
 
 const EscapeRow *find_escape(int32_t code) {
@@ -189,22 +172,23 @@ extern "C" {
 
 int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
                      void *output, int32_t save) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
-    if (setup == 0) return kRefused;
+    if (setup == 0) return TOLVA_ESCAPE_REFUSED;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
-    if (block == nullptr) return kRefused;
-    int32_t result = kNotHandled;
+    if (block == nullptr) return TOLVA_ESCAPE_REFUSED;
+    int32_t result = TOLVA_ESCAPE_NOT_HANDLED;
     if (code == TOLVA_ESCAPE_RASTER_INFO) {
         GetRasterInfo(setup, static_cast<const int32_t *>(input), static_cast<int32_t *>(output));
-        result = kDone;
+        result = TOLVA_ESCAPE_DONE;
     } else if (const EscapeRow *row = find_escape(code)) {
         EscapeCall call = {sizeOrSelector, input, output, {}};
         if (row->size != 0 && sizeOrSelector != row->size)
             result = row->wrongSize;
         else
             result = row->run(block, &call);
-        if (result == kDone && save != 0 && row->key >= 0) save_setting(block, row->key, call.text);
+        if (result == TOLVA_ESCAPE_DONE && save != 0 && row->key >= 0)
+            save_setting(block, row->key, call.text);
     }
     GlobalUnlock(setup);
     return result;

@@ -2,27 +2,61 @@
 // the Setup block's size and resolution choices, and the cap on extents.
 //
 // GetRasterInfo makes the given block the current settings (lpRaster) and
-// then follows the same rules as the output pipeline's format query, so that
-// the host's dialog predicts exactly the size that will be written.
+// then applies settings_choose_size, the rules the output pipeline's format
+// query applies too, so that the host's dialog predicts exactly the size
+// that will be written.
 #include <cmath>
 #include <cstdint>
 
+#include "host/numeric.h"
 #include "settings/settings.h"
 
 namespace {
 
-constexpr double kLargestExtent = 22.0;  // inches
-
-// ceil's result as the 32-bit integer the host reads; NaN becomes 0 and
-// values beyond the range stick at its ends instead of being undefined.
-int32_t to_int32(double x) {
-    if (!(x == x)) return 0;
-    if (x <= -2147483648.0) return INT32_MIN;
-    if (x >= 2147483647.0) return INT32_MAX;
-    return static_cast<int32_t>(x);
-}
+// The largest side ScaleImageSize lets through: the largest size a Setup
+// block may hold.
+constexpr double kLargestExtent = kSettingsMaxInches;
 
 }  // namespace
+
+void settings_choose_size(SetupBlock *block, const SettingsPicture &picture,
+                          SettingsDisplayQuery display, const void *context, double size[2]) {
+    SettingsDisplay shown = {};
+    bool asked = false;
+    auto ask = [&]() {
+        if (!asked) shown = display(context);
+        asked = true;
+    };
+
+    // A picture that brings its own resolution keeps its own size; one
+    // sized by the display takes the display's.
+    if (block->sizeMode == TOLVA_SIZE_GIVEN && picture.dpi != 0) {
+        block->width = picture.width;
+        block->height = picture.height;
+    } else if (block->sizeMode == TOLVA_SIZE_DISPLAY) {
+        ask();
+        if (shown.dpi != 0) {
+            block->width = shown.width;
+            block->height = shown.height;
+        }
+    }
+
+    if (block->resolutionMode == TOLVA_RESOLUTION_GIVEN && picture.dpi != 0) {
+        block->xResolution = static_cast<int16_t>(picture.dpi);
+        block->yResolution = static_cast<int16_t>(picture.dpi);
+    } else if (block->resolutionMode == TOLVA_RESOLUTION_DISPLAY) {
+        ask();
+        if (shown.dpi != 0) {
+            block->xResolution = static_cast<int16_t>(shown.dpi);
+            block->yResolution = static_cast<int16_t>(shown.dpi);
+        }
+    }
+
+    size[0] = block->width;
+    size[1] = block->height;
+    if (block->sizeMode != TOLVA_SIZE_GIVEN || picture.dpi == 0)
+        (void)RasterAdjustAspect(size, picture.shapeWidth, picture.shapeHeight);
+}
 
 extern "C" {
 
@@ -52,29 +86,29 @@ void GetRasterInfo(HGLOBAL setup, const int32_t *input, int32_t *output) {
     SetupBlock *block = lpRaster;
     if (block == nullptr || input == nullptr || output == nullptr) return;
 
-    const int32_t displayDpi = input[0];
+    // input: display dpi, (unused), the picture's dpi, its width and height
+    // in pixels, the display's width and height in pixels.
     const int32_t givenDpi = input[2];
-    if (block->sizeMode == TOLVA_SIZE_GIVEN && givenDpi != 0) {
-        block->width = static_cast<double>(input[3]) / givenDpi;
-        block->height = static_cast<double>(input[4]) / givenDpi;
-    } else if (block->sizeMode == TOLVA_SIZE_DISPLAY && displayDpi != 0) {
-        block->width = static_cast<double>(input[5]) / displayDpi;
-        block->height = static_cast<double>(input[6]) / displayDpi;
+    SettingsPicture picture = {0.0, 0.0, givenDpi, static_cast<double>(input[3]),
+                               static_cast<double>(input[4])};
+    if (givenDpi != 0) {
+        picture.width = static_cast<double>(input[3]) / givenDpi;
+        picture.height = static_cast<double>(input[4]) / givenDpi;
     }
-    if (block->resolutionMode == TOLVA_RESOLUTION_GIVEN && givenDpi != 0) {
-        block->xResolution = static_cast<int16_t>(givenDpi);
-        block->yResolution = static_cast<int16_t>(givenDpi);
-    } else if (block->resolutionMode == TOLVA_RESOLUTION_DISPLAY && displayDpi != 0) {
-        block->xResolution = static_cast<int16_t>(displayDpi);
-        block->yResolution = static_cast<int16_t>(displayDpi);
-    }
+    auto display = [](const void *context) {
+        const auto *in = static_cast<const int32_t *>(context);
+        SettingsDisplay d = {0.0, 0.0, in[0]};
+        if (in[0] != 0) {
+            d.width = static_cast<double>(in[5]) / in[0];
+            d.height = static_cast<double>(in[6]) / in[0];
+        }
+        return d;
+    };
+    double size[2];
+    settings_choose_size(block, picture, display, input, size);
 
-    double size[2] = {block->width, block->height};
-    if (givenDpi == 0 || block->sizeMode != TOLVA_SIZE_GIVEN)
-        RasterAdjustAspect(size, input[3], input[4]);
-
-    output[0] = to_int32(std::ceil(block->xResolution * size[0]));
-    output[1] = to_int32(std::ceil(block->yResolution * size[1]));
+    output[0] = host_trunc_i32(std::ceil(block->xResolution * size[0]));
+    output[1] = host_trunc_i32(std::ceil(block->yResolution * size[1]));
     output[2] = 8;
     GlobalUnlock(setup);
 }

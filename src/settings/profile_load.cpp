@@ -14,19 +14,6 @@
 
 namespace {
 
-// String table identifiers of the keys read here.
-constexpr int32_t kKeyMode = 1;
-constexpr int32_t kKeyDriver = 4;
-constexpr int32_t kKeyColourMode = 11;
-constexpr int32_t kKeyResolutionMode = 18;
-constexpr int32_t kKeyXResolution = 19;
-constexpr int32_t kKeyYResolution = 20;
-constexpr int32_t kKeyWidth = 21;
-constexpr int32_t kKeyHeight = 22;
-constexpr int32_t kKeySizeMode = 24;
-constexpr int32_t kKeyLineMode = 34;
-
-constexpr int32_t kDriverNameText = 13;
 constexpr int32_t kInchesText = 30;
 constexpr int32_t kDefaultLineMode = 119;
 
@@ -62,7 +49,7 @@ extern "C" {
 HGLOBAL CreateSetup(intptr_t, const char *profileName, const char *sectionName, intptr_t) {
     // A handle is all the host gets back, so a refused call answers 0, as
     // a failed one does.
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return 0;
     HGLOBAL handle = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);
     if (handle == 0) return 0;
@@ -110,18 +97,22 @@ int32_t LoadProfile(intptr_t) {
     SetupBlock *block = settings_current();
     if (block == nullptr) return 0;
     // Read straight into the field: even a missing key clears its 13 bytes.
-    static_assert(sizeof block->driverName >= kDriverNameText, "the driver name fits its field");
+    static_assert(sizeof block->driverName >= kSettingsDriverNameText,
+                  "the driver name fits its field");
     if (GetPrivateProfileString(block->sectionName, key_name(kKeyDriver).text, "",
-                                block->driverName, kDriverNameText, block->profilePath) <= 0)
+                                block->driverName, kSettingsDriverNameText,
+                                block->profilePath) <= 0)
         return 0;
 
     block->colourMode = read_int(block, kKeyColourMode, TOLVA_COLOUR_NORMAL);
     block->sizeMode = read_int(block, kKeySizeMode, TOLVA_SIZE_GIVEN);
     block->resolutionMode = read_int(block, kKeyResolutionMode, TOLVA_RESOLUTION_GIVEN);
-    block->xResolution = static_cast<int16_t>(read_int(block, kKeyXResolution, 96));
-    block->yResolution = static_cast<int16_t>(read_int(block, kKeyYResolution, 96));
-    block->width = read_inches(block, kKeyWidth, "6.67");
-    block->height = read_inches(block, kKeyHeight, "5.0");
+    block->xResolution =
+        static_cast<int16_t>(read_int(block, kKeyXResolution, kSettingsDefaultDpi));
+    block->yResolution =
+        static_cast<int16_t>(read_int(block, kKeyYResolution, kSettingsDefaultDpi));
+    block->width = read_inches(block, kKeyWidth, kSettingsDefaultWidthText);
+    block->height = read_inches(block, kKeyHeight, kSettingsDefaultHeightText);
     block->lineMode = read_int(block, kKeyLineMode, kDefaultLineMode);
     (void)LimitCheck();  // repairs are silent; the host is not told
     return 1;

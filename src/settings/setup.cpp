@@ -8,28 +8,13 @@
 #include <cstring>
 
 #include "host/busy.h"
+#include "host/unaligned.h"
 #include "settings/settings.h"
 
 namespace {
 
-constexpr int16_t kDefaultDpi = 96;
-constexpr int16_t kMinDpi = 32;
-constexpr int16_t kMaxDpi = 400;
-constexpr double kDefaultWidth = 6.67;
-constexpr double kDefaultHeight = 5.0;
-constexpr double kMinInches = 0.03125;
-constexpr double kMaxInches = 22.0;
-constexpr size_t kDriverNameText = 13;
-
 // The reserved field's second 32-bit word holds the host's EditSetup value.
 constexpr size_t kEditValueAt = 4;
-
-bool dpi_out_of_range(int16_t dpi) { return dpi < kMinDpi || dpi > kMaxDpi; }
-
-// Written as "not inside", so that a NaN read from the profile is repaired too.
-bool inches_out_of_range(double inches) {
-    return !(inches >= kMinInches && inches <= kMaxInches);
-}
 
 }  // namespace
 
@@ -54,7 +39,7 @@ int32_t UseDefaultSettings(SetupBlock *block) {
     // a copy is upper-cased so that szFilter itself changes only in CreateSetup.
     // The name is cut so that the whole stays within the 13 bytes of text
     // that the profile's "Driver" value may hold.
-    char name[kDriverNameText - 2];
+    char name[kSettingsDriverNameText - 2];
     settings_copy_text(name, sizeof name, szFilter);
     strupr(name);
     std::snprintf(block->driverName, sizeof block->driverName, "%s.1", name);
@@ -63,10 +48,10 @@ int32_t UseDefaultSettings(SetupBlock *block) {
     block->secondMode = 0;
     block->sizeMode = TOLVA_SIZE_GIVEN;
     block->resolutionMode = TOLVA_RESOLUTION_GIVEN;
-    block->xResolution = kDefaultDpi;
-    block->yResolution = kDefaultDpi;
-    block->width = kDefaultWidth;
-    block->height = kDefaultHeight;
+    block->xResolution = kSettingsDefaultDpi;
+    block->yResolution = kSettingsDefaultDpi;
+    block->width = kSettingsDefaultWidth;
+    block->height = kSettingsDefaultHeight;
     return 0;
 }
 
@@ -74,37 +59,37 @@ int32_t LimitCheck(void) {
     SetupBlock *block = settings_current();
     if (block == nullptr) return 0;
     int32_t result = 0;
-    if (dpi_out_of_range(block->xResolution)) {
-        block->xResolution = kDefaultDpi;
+    if (!settings_dpi_allowed(block->xResolution)) {
+        block->xResolution = kSettingsDefaultDpi;
         result = TOLVA_LIMIT_RESOLUTION;
     }
-    if (dpi_out_of_range(block->yResolution)) {
-        block->yResolution = kDefaultDpi;
+    if (!settings_dpi_allowed(block->yResolution)) {
+        block->yResolution = kSettingsDefaultDpi;
         result = TOLVA_LIMIT_RESOLUTION;
     }
-    if (inches_out_of_range(block->width)) {
-        block->width = kDefaultWidth;
+    if (!settings_inches_allowed(block->width)) {
+        block->width = kSettingsDefaultWidth;
         result = TOLVA_LIMIT_SIZE;
     }
-    if (inches_out_of_range(block->height)) {
-        block->height = kDefaultHeight;
+    if (!settings_inches_allowed(block->height)) {
+        block->height = kSettingsDefaultHeight;
         result = TOLVA_LIMIT_SIZE;
     }
     return result;
 }
 
 int32_t EditSetup(HGLOBAL setup, int32_t value) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return -1;
-    std::memcpy(block->reserved + kEditValueAt, &value, sizeof value);
+    host_store(block->reserved, kEditValueAt, value);
     GlobalUnlock(setup);
     return 0;
 }
 
 int32_t DestroySetup(HGLOBAL setup) {
-    tolva_host::CallGuard guard;
+    HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return 1;

@@ -66,7 +66,7 @@ int32_t read_direct(StreamRecord *r, uint8_t *out, int32_t want) {
     if (n < want) {
         r->cursor = 0;
         r->lastValid = -1;
-        r->lastSlot = kStreamBufferSize - 1;
+        r->lastSlot = TOLVA_STREAM_BUFFER_SIZE - 1;
         r->bufferStart = r->nextFill + n;
         r->nextFill = r->bufferStart;
     } else {
@@ -87,13 +87,13 @@ int32_t write_direct(StreamRecord *r, const uint8_t *in, int32_t want) {
     if (wrote != static_cast<size_t>(want) || fflush(r->file) != 0) {
         // As buffering would stand after the flush that failed: the windows
         // before it written, the failed one in the buffer, still dirty.
-        size_t done = wrote / kStreamBufferSize * kStreamBufferSize;
-        if (done == static_cast<size_t>(want)) done -= kStreamBufferSize;
+        size_t done = wrote / TOLVA_STREAM_BUFFER_SIZE * TOLVA_STREAM_BUFFER_SIZE;
+        if (done == static_cast<size_t>(want)) done -= TOLVA_STREAM_BUFFER_SIZE;
         r->bufferStart += static_cast<int32_t>(done);
         r->nextFill = r->bufferStart;
-        memcpy(r->bufferData, in + done, kStreamBufferSize);
-        r->cursor = kStreamBufferSize;
-        r->lastValid = kStreamBufferSize - 1;
+        memcpy(r->bufferData, in + done, TOLVA_STREAM_BUFFER_SIZE);
+        r->cursor = TOLVA_STREAM_BUFFER_SIZE;
+        r->lastValid = TOLVA_STREAM_BUFFER_SIZE - 1;
         r->dirty = 1;
         r->error = -1;
         stream_measure(r);
@@ -109,7 +109,9 @@ int32_t write_direct(StreamRecord *r, const uint8_t *in, int32_t want) {
 // Whole windows of `left` bytes that buffering would move through the file
 // before the last window: a read that ends exactly on a window boundary, and
 // a write that does, keep their last window in the buffer.
-int32_t whole_windows(int32_t left) { return (left - 1) / kStreamBufferSize * kStreamBufferSize; }
+int32_t whole_windows(int32_t left) {
+    return (left - 1) / TOLVA_STREAM_BUFFER_SIZE * TOLVA_STREAM_BUFFER_SIZE;
+}
 
 // The memory block is grown to `bytes` bytes and the caller's variable
 // follows it. The old block goes even when the new one cannot be had, so on
@@ -170,7 +172,7 @@ int32_t stream_flush(StreamRecord *r) {
     int32_t at = r->bufferStart;
     r->cursor = 0;
     r->lastValid = -1;
-    r->lastSlot = kStreamBufferSize - 1;
+    r->lastSlot = TOLVA_STREAM_BUFFER_SIZE - 1;
     r->bufferStart += static_cast<int32_t>(wrote);
     r->nextFill = r->bufferStart;
     r->dirty = 0;
@@ -185,7 +187,7 @@ int32_t stream_fill(StreamRecord *r) {
         r->error = -1;
         return -1;
     }
-    size_t got = fread(r->bufferData, 1, kStreamBufferSize, r->file);
+    size_t got = fread(r->bufferData, 1, TOLVA_STREAM_BUFFER_SIZE, r->file);
     advance_file(r, got);
     if (got == 0 && ferror(r->file)) {
         clearerr(r->file);
@@ -195,7 +197,7 @@ int32_t stream_fill(StreamRecord *r) {
     int32_t count = static_cast<int32_t>(got);
     r->cursor = 0;
     r->lastValid = count - 1;
-    r->lastSlot = kStreamBufferSize - 1;
+    r->lastSlot = TOLVA_STREAM_BUFFER_SIZE - 1;
     r->bufferStart = r->nextFill;
     r->nextFill += count;
     return count;
@@ -323,8 +325,8 @@ int32_t zunSeek(HGLOBAL s, int32_t offset, int32_t origin) {
         target += here;
     }
     if (origin == SEEK_SET) {
-        bool may_extend = (r->mode & (kModeWrite | kModeUpdate)) != 0;
-        if (target < 0 || target > INT32_MAX || (target > r->size && !may_extend)) {
+        bool mayExtend = (r->mode & (TOLVA_STREAM_WRITE | TOLVA_STREAM_UPDATE)) != 0;
+        if (target < 0 || target > INT32_MAX || (target > r->size && !mayExtend)) {
             r->error = -1;
             return -1;
         }

@@ -15,10 +15,7 @@
 
 namespace {
 
-constexpr uint32_t kSector = 512;
-constexpr uint32_t kLinksPerSector = kSector / 4;
-constexpr uint32_t kMiniSector = 64;
-constexpr uint32_t kMiniCutoff = 4096;
+constexpr uint32_t kLinksPerSector = kDocSector / 4;
 constexpr uint32_t kEndOfChain = 0xFFFFFFFEu;
 constexpr uint32_t kNoStream = 0xFFFFFFFFu;
 constexpr uint32_t kEntrySize = 128;
@@ -27,10 +24,9 @@ constexpr uint8_t kSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE
 
 enum EntryType : uint8_t { kStorage = 1, kStream = 2, kRoot = 5 };
 
-uint32_t le32(const uint8_t *p) {
-    return uint32_t{p[0]} | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24;
-}
-uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+// The document's numbers are little-endian.
+uint32_t le32(const uint8_t *p) { return static_cast<uint32_t>(stream_load_bytes(p, 4, false)); }
+uint16_t le16(const uint8_t *p) { return static_cast<uint16_t>(stream_load_bytes(p, 2, false)); }
 
 // One growable table of u32 values in a memory handle.
 struct Table {
@@ -64,9 +60,9 @@ struct Document {
 
 bool read_sector(const Document &d, uint32_t sector, uint8_t *out) {
     if (sector >= d.sectors) return false;
-    auto at = static_cast<int32_t>((sector + 1) * kSector);
+    auto at = static_cast<int32_t>((sector + 1) * kDocSector);
     return zunSeek(d.stream, at, SEEK_SET) == at &&
-           zunRead(d.stream, out, kSector) == static_cast<int32_t>(kSector);
+           zunRead(d.stream, out, kDocSector) == static_cast<int32_t>(kDocSector);
 }
 
 // Follows a chain from `start` through the allocation table, calling `visit`
@@ -89,14 +85,14 @@ bool follow(const Table &fat, uint32_t start, uint32_t limit, uint32_t needed, V
 uint32_t blocks(uint64_t bytes, uint32_t size) { return static_cast<uint32_t>((bytes + size - 1) / size); }
 
 int32_t load_fat(Document *d, const uint8_t *header) {
-    uint32_t fat_sectors = le32(header + 0x2C);
-    uint32_t difat_next = le32(header + 0x44);
-    uint32_t difat_sectors = le32(header + 0x48);
-    if (fat_sectors == 0 || fat_sectors > d->sectors || difat_sectors > d->sectors) {
+    uint32_t fatSectors = le32(header + 0x2C);
+    uint32_t difatNext = le32(header + 0x44);
+    uint32_t difatSectors = le32(header + 0x48);
+    if (fatSectors == 0 || fatSectors > d->sectors || difatSectors > d->sectors) {
         return TOLVA_DOC_CORRUPT;
     }
-    if (!table_make(&d->fat, fat_sectors * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
-    uint8_t sector[kSector];
+    if (!table_make(&d->fat, fatSectors * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
+    uint8_t sector[kDocSector];
     uint32_t loaded = 0;
     auto load = [&](uint32_t where) {
         if (!read_sector(*d, where, sector)) return false;
@@ -105,17 +101,17 @@ int32_t load_fat(Document *d, const uint8_t *header) {
         ++loaded;
         return true;
     };
-    for (uint32_t i = 0; i < kHeaderDifat && loaded < fat_sectors; ++i) {
+    for (uint32_t i = 0; i < kHeaderDifat && loaded < fatSectors; ++i) {
         if (!load(le32(header + 0x4C + 4 * i))) return TOLVA_DOC_CORRUPT;
     }
     // Extension sectors: 127 FAT sector numbers, then the next one's number.
-    uint8_t difat[kSector];
-    for (uint32_t seen = 0; loaded < fat_sectors; ++seen) {
-        if (seen >= difat_sectors || !read_sector(*d, difat_next, difat)) return TOLVA_DOC_CORRUPT;
-        for (uint32_t i = 0; i < kLinksPerSector - 1 && loaded < fat_sectors; ++i) {
+    uint8_t difat[kDocSector];
+    for (uint32_t seen = 0; loaded < fatSectors; ++seen) {
+        if (seen >= difatSectors || !read_sector(*d, difatNext, difat)) return TOLVA_DOC_CORRUPT;
+        for (uint32_t i = 0; i < kLinksPerSector - 1 && loaded < fatSectors; ++i) {
             if (!load(le32(difat + 4 * i))) return TOLVA_DOC_CORRUPT;
         }
-        difat_next = le32(difat + kSector - 4);
+        difatNext = le32(difat + kDocSector - 4);
     }
     return 0;
 }
@@ -129,11 +125,11 @@ int32_t load_directory(Document *d, const uint8_t *header) {
     if (!table_make(&d->directory, count * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
     auto *bytes = reinterpret_cast<uint8_t *>(d->directory.links);
     if (!follow(d->fat, le32(header + 0x30), d->sectors, 1, [&](uint32_t s, uint32_t i) {
-            return read_sector(*d, s, bytes + uint64_t{i} * kSector);
+            return read_sector(*d, s, bytes + uint64_t{i} * kDocSector);
         })) {
         return TOLVA_DOC_CORRUPT;
     }
-    d->entries = count * (kSector / kEntrySize);
+    d->entries = count * (kDocSector / kEntrySize);
     return 0;
 }
 
@@ -145,7 +141,7 @@ int32_t load_mini_fat(Document *d, const uint8_t *header) {
         return TOLVA_DOC_CORRUPT;
     }
     if (!table_make(&d->miniFat, count * kLinksPerSector)) return TOLVA_DOC_CORRUPT;
-    uint8_t sector[kSector];
+    uint8_t sector[kDocSector];
     bool ok = follow(d->fat, start, d->sectors, 1, [&](uint32_t s, uint32_t i) {
         if (!read_sector(*d, s, sector)) return false;
         for (uint32_t k = 0; k < kLinksPerSector; ++k) {
@@ -219,18 +215,18 @@ int32_t find_child(const Document &d, uint32_t parent, const uint16_t *want, uin
 }
 
 int32_t open_document(Document *d, const char *path, StreamRecord *r) {
-    uint8_t header[kSector];
+    uint8_t header[kDocSector];
     int32_t length = zunSeek(d->stream, 0, SEEK_END);
-    if (length < static_cast<int32_t>(kSector) || zunSeek(d->stream, 0, SEEK_SET) != 0 ||
-        zunRead(d->stream, header, kSector) != static_cast<int32_t>(kSector)) {
+    if (length < static_cast<int32_t>(kDocSector) || zunSeek(d->stream, 0, SEEK_SET) != 0 ||
+        zunRead(d->stream, header, kDocSector) != static_cast<int32_t>(kDocSector)) {
         return TOLVA_DOC_NOT_COMPOUND;
     }
     if (memcmp(header, kSignature, 8) != 0 || le16(header + 0x1C) != 0xFFFE ||
         le16(header + 0x1A) != 3 || le16(header + 0x1E) != 9 || le16(header + 0x20) != 6 ||
-        le32(header + 0x38) != kMiniCutoff) {
+        le32(header + 0x38) != kDocMiniCutoff) {
         return TOLVA_DOC_NOT_COMPOUND;
     }
-    d->sectors = static_cast<uint32_t>(length) / kSector - 1;
+    d->sectors = static_cast<uint32_t>(length) / kDocSector - 1;
     int32_t result = load_fat(d, header);
     if (result == 0) result = load_directory(d, header);
     if (result == 0) result = load_mini_fat(d, header);
@@ -259,11 +255,11 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
     const uint8_t *e = entry(*d, id);
     uint32_t size = le32(e + 0x78);
     uint32_t start = le32(e + 0x74);
-    uint32_t mini_start = le32(root + 0x74);
+    uint32_t miniStart = le32(root + 0x74);
     if (size == 0) {
         // Nothing will be read; the chain is not looked at.
-    } else if (size >= kMiniCutoff) {
-        if (!follow(d->fat, start, d->sectors, blocks(size, kSector),
+    } else if (size >= kDocMiniCutoff) {
+        if (!follow(d->fat, start, d->sectors, blocks(size, kDocSector),
                     [](uint32_t, uint32_t) { return true; })) {
             return TOLVA_DOC_CORRUPT;
         }
@@ -271,15 +267,15 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
         // The mini-sectors must lie inside the container, and the container's
         // chain must hold every sector they can reach.
         uint32_t container = 0;
-        if (!follow(d->fat, mini_start, d->sectors, blocks(le32(root + 0x78), kSector),
+        if (!follow(d->fat, miniStart, d->sectors, blocks(le32(root + 0x78), kDocSector),
                     [&](uint32_t, uint32_t) { return ++container, true; })) {
             return TOLVA_DOC_CORRUPT;
         }
-        uint64_t minis = uint64_t{container} * (kSector / kMiniSector);
-        uint64_t root_minis = blocks(le32(root + 0x78), kMiniSector);
-        if (root_minis < minis) minis = root_minis;
+        uint64_t minis = uint64_t{container} * (kDocSector / kDocMiniSector);
+        uint64_t rootMinis = blocks(le32(root + 0x78), kDocMiniSector);
+        if (rootMinis < minis) minis = rootMinis;
         auto limit = static_cast<uint32_t>(minis);
-        if (!follow(d->miniFat, start, limit, blocks(size, kMiniSector),
+        if (!follow(d->miniFat, start, limit, blocks(size, kDocMiniSector),
                     [](uint32_t, uint32_t) { return true; })) {
             return TOLVA_DOC_CORRUPT;
         }
@@ -289,7 +285,7 @@ int32_t open_document(Document *d, const char *path, StreamRecord *r) {
     r->docMiniSectorTable = d->miniFat.handle;
     d->fat = Table{};
     d->miniFat = Table{};
-    r->docMiniStreamStart = mini_start;
+    r->docMiniStreamStart = miniStart;
     r->docStartSector = start;
     r->docSize = size;
     r->docPosition = 0;

@@ -10,10 +10,6 @@
 
 namespace {
 
-constexpr uint32_t kSector = 512;
-constexpr uint32_t kMiniSector = 64;
-constexpr uint32_t kMiniStreamCutoff = 4096;
-
 struct Chain {
     const uint32_t *links;
     uint32_t count;
@@ -43,7 +39,7 @@ bool next_link(const Chain &c, uint32_t *sector) {
 
 // File offset of byte `within` of sector `sector`; false past 32 bits.
 bool sector_offset(uint32_t sector, uint32_t within, int32_t *offset) {
-    uint64_t at = (uint64_t{sector} + 1) * kSector + within;
+    uint64_t at = (uint64_t{sector} + 1) * kDocSector + within;
     if (at > INT32_MAX) return false;
     *offset = static_cast<int32_t>(at);
     return true;
@@ -83,8 +79,8 @@ int32_t docRead(HGLOBAL s, void *buffer, int32_t count) {
 
     Chain big = chain_of(r->docSectorTable);
     Chain mini = chain_of(r->docMiniSectorTable);
-    bool small = r->docSize < kMiniStreamCutoff;
-    uint32_t block = small ? kMiniSector : kSector;
+    bool small = r->docSize < kDocMiniCutoff;
+    uint32_t block = small ? kDocMiniSector : kDocSector;
     auto *out = static_cast<uint8_t *>(buffer);
     int32_t total = 0;
     uint32_t sector = 0;
@@ -96,11 +92,12 @@ int32_t docRead(HGLOBAL s, void *buffer, int32_t count) {
         if (piece > left) piece = static_cast<uint32_t>(left);
         int32_t at = 0;
         if (small) {
-            uint64_t place = uint64_t{sector} * kMiniSector + within;
+            uint64_t place = uint64_t{sector} * kDocMiniSector + within;
             uint32_t container = 0;
-            ok = place / kSector <= UINT32_MAX &&
-                 walk(big, r->docMiniStreamStart, static_cast<uint32_t>(place / kSector), &container) &&
-                 sector_offset(container, static_cast<uint32_t>(place % kSector), &at);
+            ok = place / kDocSector <= UINT32_MAX &&
+                 walk(big, r->docMiniStreamStart, static_cast<uint32_t>(place / kDocSector),
+                      &container) &&
+                 sector_offset(container, static_cast<uint32_t>(place % kDocSector), &at);
         } else {
             ok = sector_offset(sector, within, &at);
         }

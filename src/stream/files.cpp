@@ -20,17 +20,17 @@ int32_t zunCopy(const char *source, const char *destination) {
     HGLOBAL in = zunOpen(source, nullptr, 0);
     HGLOBAL out = zunOpen(destination, nullptr, TOLVA_STREAM_OUTPUT);
     uint8_t chunk[kCopyStep];
-    int64_t read_total = 0;
-    int64_t write_total = 0;
+    int64_t readTotal = 0;
+    int64_t writeTotal = 0;
     for (;;) {
         int32_t got = zunRead(in, chunk, kCopyStep);
         if (got < 1) break;
-        read_total += got;
-        write_total += zunWrite(out, chunk, got);
+        readTotal += got;
+        writeTotal += zunWrite(out, chunk, got);
     }
     (void)zunClose(in);  // the difference of the counts is the answer
     (void)zunClose(out);
-    return static_cast<int32_t>(write_total - read_total);
+    return static_cast<int32_t>(writeTotal - readTotal);
 }
 
 int32_t ZUNGetTempFileName(int32_t, const char *, uint32_t, char *buffer) {

@@ -157,12 +157,12 @@ void walk_record(Walk *w, const char *format) {
 int32_t walk_records(HGLOBAL s, const char *format, uint8_t *buffer, int32_t records,
                      bool reading) {
     if (format == nullptr) return 0;
-    int32_t record_align = GetPadWidth(format);
+    int32_t recordAlign = GetPadWidth(format);
     Walk w{s, buffer, reading, 0, false, 1, 0};
     for (int32_t i = 0; i < records && w.last >= 1; ++i) {
         walk_record(&w, format);
         if (w.last < 1) break;
-        pad(&w.offset, record_align, buffer, reading);
+        pad(&w.offset, recordAlign, buffer, reading);
         w.records += 1;
     }
     return w.last < 1 ? w.last : w.records;

@@ -14,16 +14,12 @@
 #include "tolva/host.h"
 #include "tolva/stream.h"
 
-// The buffer of a file stream, in bytes; fills and flushes move whole windows of it.
-constexpr int32_t kStreamBufferSize = 12288;
-
-// Open-mode flags of zunOpen.
-constexpr uint32_t kModeWrite = 0x0001;
-constexpr uint32_t kModeUpdate = 0x0002;
-constexpr uint32_t kModeDelete = 0x0200;
-constexpr uint32_t kModeCreate = 0x1000;
-constexpr uint32_t kModeExists = 0x4000;
-constexpr uint32_t kModeWrap = 0xFFFFFFFFu;
+// Compound documents (version 3): 512-byte sectors after a header of one
+// sector, 64-byte mini-sectors, and streams below 4096 bytes kept in the
+// mini-stream. The opener and the reader walk the same chains with these.
+constexpr uint32_t kDocSector = 512;
+constexpr uint32_t kDocMiniSector = 64;
+constexpr uint32_t kDocMiniCutoff = 4096;
 
 // Operations of a host I/O procedure.
 enum StreamProcOperation : int32_t {
@@ -50,7 +46,7 @@ enum StreamDescriptorWord {
 // layout the host documentation gives, widened where a pointer lives.
 struct StreamRecord {
     FILE *file;                 // null for memory and procedure streams
-    HGLOBAL bufferHandle;       // file: the 12288-byte buffer; memory: the caller's block
+    HGLOBAL bufferHandle;  // file: the TOLVA_STREAM_BUFFER_SIZE buffer; memory: the caller's block
     void **blockPointerRef;     // memory: the caller's variable holding the block's address
     int32_t cursor;             // next byte to read or write in the buffer
     int32_t lastValid;          // last valid byte in the buffer, -1 when empty
@@ -60,7 +56,6 @@ struct StreamRecord {
     int32_t dirty;              // 1 when the buffer holds bytes not yet in the file
     int32_t growBy;             // memory: bytes added at each growth
     int32_t size;               // file: its length; memory: lastValid at open
-    void **ownedBlockRef;       // when set, close-and-delete frees this block instead
     StreamIOProc ioProc;        // the host's procedure, or null
     intptr_t ioInstance;        // first argument of ioProc
     uint32_t mode;              // flags given to zunOpen
@@ -110,6 +105,19 @@ inline bool stream_put_byte(StreamRecord *r, uint8_t byte) {
     r->dirty = 1;
     return true;
 }
+// An n-byte unsigned value stored in file bytes, most significant byte first
+// or last; written as bytes against the value, so that nothing depends on the
+// machine's own byte order.
+inline uint64_t stream_load_bytes(const uint8_t *p, int n, bool msbFirst) {
+    uint64_t v = 0;
+    for (int i = 0; i < n; ++i) v = (v << 8) | p[msbFirst ? i : n - 1 - i];
+    return v;
+}
+
+inline void stream_store_bytes(uint8_t *p, uint64_t v, int n, bool msbFirst) {
+    for (int i = 0; i < n; ++i) p[msbFirst ? n - 1 - i : i] = static_cast<uint8_t>(v >> (8 * i));
+}
+
 // Releases what the record holds apart from the caller's memory block.
 void stream_release_tables(StreamRecord *r);
 

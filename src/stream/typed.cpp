@@ -16,16 +16,6 @@ namespace {
 bool big_endian(HGLOBAL s) { return s != 0 && stream_lock(s)->dataFormat == 1; }
 bool fixed_point(HGLOBAL s) { return s != 0 && stream_lock(s)->floatFormat == 1; }
 
-uint64_t load_bytes(const uint8_t *p, int n, bool msb_first) {
-    uint64_t v = 0;
-    for (int i = 0; i < n; ++i) v = (v << 8) | p[msb_first ? i : n - 1 - i];
-    return v;
-}
-
-void store_bytes(uint8_t *p, uint64_t v, int n, bool msb_first) {
-    for (int i = 0; i < n; ++i) p[msb_first ? n - 1 - i : i] = static_cast<uint8_t>(v >> (8 * i));
-}
-
 // One read of count elements of `width` bytes; true when all arrived.
 bool read_all(HGLOBAL s, void *buffer, int32_t count, int width) {
     int64_t bytes = int64_t{count} * width;
@@ -61,7 +51,7 @@ int32_t read_integers(HGLOBAL s, void *buffer, int32_t count, int width) {
     bool msb = big_endian(s);
     auto *p = static_cast<uint8_t *>(buffer);
     for (int32_t i = 0; i < count; ++i, p += width) {
-        uint64_t v = load_bytes(p, width, msb);
+        uint64_t v = stream_load_bytes(p, width, msb);
         if (width == 2) {
             auto v16 = static_cast<uint16_t>(v);
             memcpy(p, &v16, 2);
@@ -104,7 +94,7 @@ int32_t zunReadFloat(HGLOBAL s, void *buffer, int32_t count) {
     bool fixed = fixed_point(s);
     auto *p = static_cast<uint8_t *>(buffer);
     for (int32_t i = 0; i < count; ++i, p += 4) {
-        auto bits = static_cast<uint32_t>(load_bytes(p, 4, msb));
+        auto bits = static_cast<uint32_t>(stream_load_bytes(p, 4, msb));
         float value;
         if (fixed) {
             value = static_cast<float>(static_cast<int32_t>(bits) / 65536.0);
@@ -126,7 +116,7 @@ int32_t zunWriteShort(HGLOBAL s, const void *buffer, int32_t count) {
     return write_each(s, buffer, count, 2, [msb](const uint8_t *in, uint8_t *out) {
         uint16_t v;
         memcpy(&v, in, 2);
-        store_bytes(out, v, 2, msb);
+        stream_store_bytes(out, v, 2, msb);
     });
 }
 
@@ -135,7 +125,7 @@ int32_t zunWriteLong(HGLOBAL s, const void *buffer, int32_t count) {
     return write_each(s, buffer, count, 4, [msb](const uint8_t *in, uint8_t *out) {
         uint32_t v;
         memcpy(&v, in, 4);
-        store_bytes(out, v, 4, msb);
+        stream_store_bytes(out, v, 4, msb);
     });
 }
 
@@ -148,7 +138,7 @@ int32_t zunWriteFloat(HGLOBAL s, const void *buffer, int32_t count) {
         if (!fixed) {
             uint32_t bits;
             memcpy(&bits, &value, 4);
-            store_bytes(out, bits, 4, msb);
+            stream_store_bytes(out, bits, 4, msb);
             return;
         }
         // Fraction first, then the integer part, each most significant byte
@@ -157,8 +147,8 @@ int32_t zunWriteFloat(HGLOBAL s, const void *buffer, int32_t count) {
         int32_t whole = truncate_saturating(value);
         float rest = value - static_cast<float>(whole);
         int32_t fraction = truncate_saturating(rest * 65536.0);
-        store_bytes(out, static_cast<uint16_t>(fraction), 2, true);
-        store_bytes(out + 2, static_cast<uint16_t>(whole), 2, true);
+        stream_store_bytes(out, static_cast<uint16_t>(fraction), 2, true);
+        stream_store_bytes(out + 2, static_cast<uint16_t>(whole), 2, true);
     });
 }
 
@@ -167,7 +157,7 @@ int32_t zunWriteDouble(HGLOBAL s, const void *buffer, int32_t count) {
     return write_each(s, buffer, count, 8, [msb](const uint8_t *in, uint8_t *out) {
         uint64_t bits;
         memcpy(&bits, in, 8);
-        store_bytes(out, bits, 8, false);
+        stream_store_bytes(out, bits, 8, false);
         // Big-endian doubles put the two 32-bit halves in the opposite order
         // to the reader's: the low word's bytes come first, most significant
         // first, then the high word's, least significant first.

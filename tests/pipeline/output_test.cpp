@@ -3,6 +3,8 @@
 // with the metafile hooks, which have no picture to give on this platform.
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "test_host.h"
 #include "tolva/output.h"
 #include "tolva/stream.h"
@@ -52,6 +54,44 @@ TEST(QueryCellFormat, SizeAndResolutionChoices) {
     EXPECT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr),
               TOLVA_ERR_NO_SETUP);
     EXPECT_EQ(std::make_pair(width, resolution), std::make_pair(3.0, 7));
+}
+
+// The host's dialog (GetRasterInfo, in pixels) and the writer (the format
+// query, in inches) describe one picture in different units; under every
+// size and resolution mode, with and without a resolution of the picture's
+// own, the dialog must predict exactly the size written and save the same
+// settings.
+TEST(QueryCellFormat, TheDialogPredictsTheWrittenSize) {
+    setenv("DISPLAYINFO", "1280x1024x100x100", 1);
+    for (int32_t sizeMode = 600; sizeMode <= 603; ++sizeMode) {
+        for (int32_t resolutionMode = 307; resolutionMode <= 310; ++resolutionMode) {
+            for (int32_t dpi : {0, 120}) {
+                Device dialog, writer;
+                for (SetupBlock *block : {dialog.settings, writer.settings}) {
+                    block->sizeMode = sizeMode;
+                    block->resolutionMode = resolutionMode;
+                }
+                double width = dpi != 0 ? 1000.0 / dpi : 1000.0;
+                double height = dpi != 0 ? 600.0 / dpi : 600.0;
+                int32_t resolution = dpi;
+                int16_t bits = 0;
+                ASSERT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr),
+                          0);
+                const int32_t input[7] = {100, 0, dpi, 1000, 600, 1280, 1024};
+                int32_t predicted[3] = {};
+                GetRasterInfo(dialog.setup, input, predicted);
+                const auto written = std::make_tuple(static_cast<int32_t>(std::ceil(width)),
+                                                     static_cast<int32_t>(std::ceil(height)));
+                EXPECT_EQ(std::make_tuple(predicted[0], predicted[1]), written)
+                    << sizeMode << " " << resolutionMode << " " << dpi;
+                const SetupBlock &a = *dialog.settings, &b = *writer.settings;
+                EXPECT_EQ(std::make_tuple(a.width, a.height, a.xResolution, a.yResolution),
+                          std::make_tuple(b.width, b.height, b.xResolution, b.yResolution))
+                    << sizeMode << " " << resolutionMode << " " << dpi;
+            }
+        }
+    }
+    unsetenv("DISPLAYINFO");
 }
 
 // The host's picture: every row holds its own bottom-up row number. A band

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <tuple>
 
-#include "../host/profile_fixture.h"
+#include "../profile/profile_fixture.h"
 #include "tolva/host.h"
 #include "tolva/profile.h"
 #include "tolva/settings.h"

@@ -14,12 +14,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "host/profile.h"
+#include "profile/profile.h"
 
 namespace {
 
-constexpr int32_t kKeepNothing = 0;
-constexpr uint32_t kWriteMode = 0x1001;  // create/truncate, write
 constexpr char kTempPattern[] = ".tolva-profile-XXXXXX";
 
 // The output side of a rewrite: the new file's stream and whether every
@@ -106,7 +104,7 @@ bool copy_profile(HGLOBAL in, Rewrite *w, const char *section, const char *key,
             continue;
         }
         std::memcpy(header, line, sizeof line);
-        if (stricmp(CleanProfileLine(header, kKeepNothing), section) != 0) {
+        if (stricmp(CleanProfileLine(header, kProfileKeepNothing), section) != 0) {
             put(w, line);
             continue;
         }
@@ -161,7 +159,7 @@ int32_t WritePrivateProfileString(const char *section, const char *key, const ch
     }
     (void)fchmod(fd, new_file_mode(path));  // mkstemp's 0600 would lock others out
     close(fd);
-    Rewrite w = {zunOpen(temp, nullptr, kWriteMode), true};
+    Rewrite w = {zunOpen(temp, nullptr, TOLVA_STREAM_OUTPUT), true};
     if (w.out == 0) {
         INIclose(in);
         unlink(temp);
@@ -172,7 +170,7 @@ int32_t WritePrivateProfileString(const char *section, const char *key, const ch
     HGLOBAL sectionHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(std::strlen(section) + 1));
     auto *wanted = static_cast<char *>(GlobalLock(sectionHandle));
     std::memcpy(wanted, section, std::strlen(section) + 1);
-    CleanProfileLine(wanted, kKeepNothing);
+    CleanProfileLine(wanted, kProfileKeepNothing);
 
     bool found = in != 0 && copy_profile(in, &w, wanted, key, value);
     // Nothing is added for a deletion that found nothing to delete.

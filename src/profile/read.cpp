@@ -9,12 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "host/profile.h"
+#include "profile/profile.h"
 
 namespace {
 
-constexpr int32_t kKeepNothing = 0;
-constexpr int32_t kKeepBracketsAndQuotes = 5;
 constexpr size_t kPathLimit = 4096;
 
 bool skipped(const char *line) { return line[0] == '\0' || line[0] == ';'; }
@@ -41,7 +39,7 @@ char *clean_copy(const char *text, HGLOBAL *handle) {
     auto *copy = static_cast<char *>(GlobalLock(*handle));
     if (copy == nullptr) return nullptr;
     std::memcpy(copy, text, n + 1);
-    return CleanProfileLine(copy, kKeepNothing);
+    return CleanProfileLine(copy, kProfileKeepNothing);
 }
 
 // Key enumeration into the caller's buffer: names one after another, each
@@ -172,10 +170,10 @@ int32_t GetPrivateProfileString(const char *section, const char *key, const char
     char line[kProfileLineSize + 1];
     bool found = false;
     while (wanted != nullptr && !found && profile_read_line(stream, line)) {
-        CleanProfileLine(line, kKeepNothing);
+        CleanProfileLine(line, kProfileKeepNothing);
         if (skipped(line) || stricmp(line, wanted) != 0) continue;
         while (profile_read_line(stream, line) && line[0] != '[') {
-            CleanProfileLine(line, kKeepBracketsAndQuotes);
+            CleanProfileLine(line, kProfileKeepBrackets | kProfileKeepQuotes);
             if (skipped(line)) continue;
             char *value = std::strchr(line, '=');
             if (value != nullptr)

@@ -1,14 +1,19 @@
 // Internal view of the profile (INI) files: the sizes the reader and the
 // writer share.
-#ifndef TOLVA_HOST_PROFILE_H
-#define TOLVA_HOST_PROFILE_H
+#ifndef TOLVA_PROFILE_PROFILE_H
+#define TOLVA_PROFILE_PROFILE_H
 
 #include "tolva/host.h"
 #include "tolva/profile.h"
 #include "tolva/stream.h"
 
-// The profile calls live with the host services but read and write through
-// the streams: whatever links the host services links the streams too.
+// The profile calls read and write through the streams, so they sit above
+// them (and above the host services); nothing below the settings uses them.
+
+// What CleanProfileLine keeps: by default it removes brackets and quotes.
+constexpr int32_t kProfileKeepNothing = 0x0;
+constexpr int32_t kProfileKeepBrackets = 0x1;
+constexpr int32_t kProfileKeepQuotes = 0x4;
 
 // A profile line is read in pieces of at most this many characters; a longer
 // line comes back as several lines. One more byte holds the terminator.

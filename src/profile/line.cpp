@@ -7,12 +7,9 @@
 // character when quotes are removed.
 #include <cstring>
 
-#include "host/profile.h"
+#include "profile/profile.h"
 
 namespace {
-
-constexpr int32_t kKeepBrackets = 0x1;
-constexpr int32_t kKeepQuotes = 0x4;
 
 // Removes every `c`; with `pairs`, a doubled `c` is kept as a single one.
 void remove_char(char *text, char c, bool pairs) {
@@ -65,8 +62,8 @@ char *TrimProfileChar(char *text, int32_t ch) {
 char *CleanProfileLine(char *text, int32_t keep) {
     remove_char(text, '\r', false);
     remove_char(text, '\n', false);
-    if ((keep & kKeepQuotes) == 0) remove_char(text, '"', true);
-    if ((keep & kKeepBrackets) == 0) {
+    if ((keep & kProfileKeepQuotes) == 0) remove_char(text, '"', true);
+    if ((keep & kProfileKeepBrackets) == 0) {
         remove_char(text, '[', false);
         remove_char(text, ']', false);
     }
