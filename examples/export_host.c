@@ -38,8 +38,8 @@ static void on_interrupt(int signal) { (void)signal, cancelled = 1; }
  * the percentage in d. Any non-zero answer to a plain call is followed by the
  * detail request (a 2, b 61), and only when that one says stop too does the
  * filter stop; so the answer is simply "cancelled or not", every time. */
-static int32_t status(intptr_t context, intptr_t a, intptr_t b, intptr_t c, intptr_t d,
-                      intptr_t e, intptr_t f)
+static int32_t status(intptr_t context, intptr_t a, intptr_t b, intptr_t c, intptr_t d, intptr_t e,
+                      intptr_t f)
 {
     (void)c, (void)e, (void)f;
     if (a == 0 && b == 0 && d > 0) {
@@ -84,8 +84,10 @@ static int read_ppm(const char *path, Picture *p)
         const uint8_t *in = rgb + 3 * (size_t)p->width * (size_t)(p->height - 1 - y);
         uint8_t *out = p->rows + (size_t)p->stride * (size_t)y;
         for (int32_t x = 0; x < p->width; ++x)
-            if (p->bits == 8) out[x] = (uint8_t)find_colour(p, in + 3 * x);
-            else memcpy(out + 3 * x, in + 3 * x, 3);
+            if (p->bits == 8)
+                out[x] = (uint8_t)find_colour(p, in + 3 * x);
+            else
+                memcpy(out + 3 * x, in + 3 * x, 3);
     }
     free(rgb);
     return p->rows != NULL ? 0 : -1;

@@ -18,11 +18,13 @@ using namespace fuzzstreams;
 
 namespace {
 
-const char *const kNames[] = {"stream", "big", "small", "dir/inner", "DIR/Inner", "missing", "dir", "Root Entry"};
+const char *const kNames[] = {"stream",    "big",     "small", "dir/inner",
+                              "DIR/Inner", "missing", "dir",   "Root Entry"};
 constexpr size_t kHeader = 12;
 
 bool is_code(int32_t r) {
-    return r == 0 || r == TOLVA_DOC_NOT_COMPOUND || r == TOLVA_DOC_CORRUPT || r == TOLVA_DOC_NOT_FOUND;
+    return r == 0 || r == TOLVA_DOC_NOT_COMPOUND || r == TOLVA_DOC_CORRUPT ||
+           r == TOLVA_DOC_NOT_FOUND;
 }
 
 Bytes read_some(HGLOBAL s, int32_t n) {
@@ -44,7 +46,9 @@ Bytes check_sub_stream(HGLOBAL s, const uint8_t *params) {
     for (int i = 0; i < 3; ++i) {
         int32_t origin = params[3 * i] % 3;
         int32_t offset = static_cast<int16_t>(params[3 * i + 1] | params[3 * i + 2] << 8);
-        int64_t target = origin == 0 ? offset : origin == 1 ? position + offset : int64_t{size} - offset;
+        int64_t target = origin == 0   ? offset
+                         : origin == 1 ? position + offset
+                                       : int64_t{size} - offset;
         target = target < 0 ? 0 : target > size ? size : target;
         expect(zunSeek(s, offset, origin) == target, "clamped seek");
         int32_t want = params[9] * 37;
@@ -80,12 +84,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         check_sub_stream(s, data + 2);
     } else if (opened == 0) {
         // A failed open leaves the earlier sub-stream in place.
-        expect(zunSeek(s, 0, 0) == 0 && read_some(s, static_cast<int32_t>(whole.size()) + 1) == whole,
-               "earlier sub-stream after a failed open");
+        expect(
+            zunSeek(s, 0, 0) == 0 && read_some(s, static_cast<int32_t>(whole.size()) + 1) == whole,
+            "earlier sub-stream after a failed open");
     } else {
         // Still the plain stream over the document.
         size_t n = size - kHeader < 600 ? size - kHeader : 600;
-        expect(zunSeek(s, 0, 0) == 0 && read_some(s, static_cast<int32_t>(n)) == Bytes(data + kHeader, data + kHeader + n),
+        expect(zunSeek(s, 0, 0) == 0 && read_some(s, static_cast<int32_t>(n)) ==
+                                            Bytes(data + kHeader, data + kHeader + n),
                "plain stream after failed opens");
     }
     return 0;

@@ -46,7 +46,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     session.start(path);
 
-    Block open(TOLVA_OP_OPEN_DEVICE), begin(TOLVA_OP_BEGIN_PICTURE), body(TOLVA_OP_BEGIN_BODY), end(TOLVA_OP_END_PICTURE), close_(TOLVA_OP_CLOSE_DEVICE);
+    Block open(TOLVA_OP_OPEN_DEVICE), begin(TOLVA_OP_BEGIN_PICTURE), body(TOLVA_OP_BEGIN_BODY),
+        end(TOLVA_OP_END_PICTURE), close_(TOLVA_OP_CLOSE_DEVICE);
     fuzzhost::call(open);
     fuzzhost::call(begin);
     Block window(TOLVA_OP_DEVICE_WINDOW);
@@ -63,7 +64,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
     if (bits <= 8) {
         int32_t entries = 1 << bits;
-        Block table(TOLVA_OP_COLOUR_TABLE, TOLVA_COLOURS_RGB + 3 * static_cast<size_t>(entries) + 8);
+        Block table(TOLVA_OP_COLOUR_TABLE,
+                    TOLVA_COLOURS_RGB + 3 * static_cast<size_t>(entries) + 8);
         table.put32(TOLVA_COLOURS_LENGTH, TOLVA_COLOURS_LENGTH_OF(entries));
         table.put32(TOLVA_COLOURS_FIRST, 0);
         for (int32_t i = 0; i < 3 * entries; ++i)
@@ -75,7 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Block opening = fuzzhost::primitive(TOLVA_PRIMITIVE_OPEN, open_data, 7);
     fuzzhost::call(opening);
 
-    size_t rowBytes = ((static_cast<size_t>(width) * static_cast<size_t>(bits) + 7) / 8 + 3) / 4 * 4;
+    size_t rowBytes =
+        ((static_cast<size_t>(width) * static_cast<size_t>(bits) + 7) / 8 + 3) / 4 * 4;
     int32_t sent = 0;
     for (int32_t b = 0; b < bands; ++b) {
         int32_t rows = b == bands - 1 ? height - sent : height / bands;
@@ -85,8 +88,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         // Upward rows: the second corner lies below the first while the
         // window's y grows upward.
         double y1 = upward ? rows - 1 : 0, y2 = upward ? 0 : rows - 1;
-        Block cells = fuzzhost::cellArray(y1, y2, static_cast<uint32_t>(width), static_cast<uint32_t>(rows),
-                                          bits, pixels.data(), pixels.size());
+        Block cells =
+            fuzzhost::cellArray(y1, y2, static_cast<uint32_t>(width), static_cast<uint32_t>(rows),
+                                bits, pixels.data(), pixels.size());
         fuzzhost::call(cells);
         sent += rows;
     }
@@ -101,7 +105,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     GifFileType *gif = DGifOpenFileName(path, &error);
     if (gif == nullptr) std::abort();
     if (DGifSlurp(gif) != GIF_OK) std::abort();
-    if (gif->SWidth != width || gif->SHeight != height + (height & 1) || gif->ImageCount != 1) std::abort();
+    if (gif->SWidth != width || gif->SHeight != height + (height & 1) || gif->ImageCount != 1)
+        std::abort();
     DGifCloseFile(gif, &error);
     unlink(path);
     return 0;

@@ -25,7 +25,9 @@ struct Reader {
 
 struct Block {
     std::vector<uint8_t> bytes;
-    explicit Block(int32_t opcode, size_t size = 128) : bytes(size, 0) { put32(TOLVA_BLOCK_OPCODE, opcode); }
+    explicit Block(int32_t opcode, size_t size = 128) : bytes(size, 0) {
+        put32(TOLVA_BLOCK_OPCODE, opcode);
+    }
     void put32(size_t at, int32_t v) { std::memcpy(&bytes[at], &v, 4); }
     void put16(size_t at, int16_t v) { std::memcpy(&bytes[at], &v, 2); }
     void putd(size_t at, double v) { std::memcpy(&bytes[at], &v, 8); }

@@ -44,7 +44,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *input, size_t size) {
     if (in.stream == 0) return 0;
     HGLOBAL s = in.stream;
 
-    expect(zunSeek(s, static_cast<int32_t>(detectAt), 0) == static_cast<int32_t>(detectAt), "seek before detection");
+    expect(zunSeek(s, static_cast<int32_t>(detectAt), 0) == static_cast<int32_t>(detectAt),
+           "seek before detection");
     expect(zunGetLineFormat(s) == detect(data, detectAt), "detected line end");
     expect(zunSeek(s, 0, 1) == 0, "detection leaves the stream at 0");
 
@@ -67,9 +68,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *input, size_t size) {
         expect(std::memcmp(buffer, want.text.data(), n) == 0, "line text");
         if (static_cast<int32_t>(n) < bufferSize) expect(buffer[n] == '\0', "line terminator");
         if (got < 0 && n == 0) break;
-        expect(zunWriteLine(out, buffer, static_cast<int32_t>(n)) == static_cast<int32_t>(n), "line write");
+        expect(zunWriteLine(out, buffer, static_cast<int32_t>(n)) == static_cast<int32_t>(n),
+               "line write");
         expected.insert(expected.end(), want.text.begin(), want.text.end());
-        for (const char *e = line_end(format); *e != '\0'; ++e) expected.push_back(static_cast<uint8_t>(*e));
+        for (const char *e = line_end(format); *e != '\0'; ++e)
+            expected.push_back(static_cast<uint8_t>(*e));
         if (got < 0) break;
     }
     std::free(buffer);

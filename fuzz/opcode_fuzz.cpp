@@ -13,13 +13,27 @@ using fuzzhost::Block;
 
 namespace {
 
-const int32_t kOpcodes[] = {
-    TOLVA_OP_OPEN_DEVICE,    TOLVA_OP_CLOSE_DEVICE,    TOLVA_OP_BEGIN_PICTURE, TOLVA_OP_BEGIN_BODY,
-    TOLVA_OP_END_PICTURE,    TOLVA_OP_DEVICE_WINDOW,   TOLVA_OP_BACKGROUND,    TOLVA_OP_DEVICE_VIEWPORT,
-    TOLVA_OP_VIEWPORT_SCALING, TOLVA_OP_QUERY_WINDOW,  TOLVA_OP_QUERY_VIEWPORT, 0x303,
-    TOLVA_OP_COLOUR_TABLE,   TOLVA_OP_CELL_ARRAY,      TOLVA_OP_PRIMITIVE,     0x906,
-    TOLVA_OP_POP_ERRORS,     TOLVA_OP_CLEAR_ERRORS,    0x601,                  0x9,
-    0x7777};  // the unnamed ones: accepted and ignored, or unknown
+const int32_t kOpcodes[] = {TOLVA_OP_OPEN_DEVICE,
+                            TOLVA_OP_CLOSE_DEVICE,
+                            TOLVA_OP_BEGIN_PICTURE,
+                            TOLVA_OP_BEGIN_BODY,
+                            TOLVA_OP_END_PICTURE,
+                            TOLVA_OP_DEVICE_WINDOW,
+                            TOLVA_OP_BACKGROUND,
+                            TOLVA_OP_DEVICE_VIEWPORT,
+                            TOLVA_OP_VIEWPORT_SCALING,
+                            TOLVA_OP_QUERY_WINDOW,
+                            TOLVA_OP_QUERY_VIEWPORT,
+                            0x303,
+                            TOLVA_OP_COLOUR_TABLE,
+                            TOLVA_OP_CELL_ARRAY,
+                            TOLVA_OP_PRIMITIVE,
+                            0x906,
+                            TOLVA_OP_POP_ERRORS,
+                            TOLVA_OP_CLEAR_ERRORS,
+                            0x601,
+                            0x9,
+                            0x7777};  // the unnamed ones: accepted and ignored, or unknown
 
 void step(fuzzhost::Reader &in) {
     int32_t opcode = kOpcodes[in.byte() % (sizeof kOpcodes / sizeof kOpcodes[0])];

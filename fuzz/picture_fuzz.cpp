@@ -18,11 +18,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         return 0;
     }
     if (image.width < 1 || image.height < 1 ||
-        static_cast<uint64_t>(image.width) * static_cast<uint64_t>(image.height) > settings.maxPixels)
+        static_cast<uint64_t>(image.width) * static_cast<uint64_t>(image.height) >
+            settings.maxPixels)
         __builtin_trap();
     // Touch every byte of the rows, so that ASan sees a short buffer.
     volatile uint8_t sum = 0;
-    for (size_t i = 0; i < static_cast<size_t>(image.stride) * static_cast<size_t>(image.height); ++i)
+    for (size_t i = 0; i < static_cast<size_t>(image.stride) * static_cast<size_t>(image.height);
+         ++i)
         sum = static_cast<uint8_t>(sum + image.pixels[i]);
     TolvaTransparency t;
     if (tolva_flatten(&image, kMatte, &t, error, sizeof error) == TOLVA_IMAGE_OK) {

@@ -25,15 +25,19 @@ int main(int argc, char **argv) {
     }
     const std::string dir = argv[1];
     Bytes palette;
-    for (int i = 0; i < 16; ++i) palette.insert(palette.end(), {uint8_t(i * 16), uint8_t(255 - i * 8), uint8_t(i * 5)});
+    for (int i = 0; i < 16; ++i)
+        palette.insert(palette.end(), {uint8_t(i * 16), uint8_t(255 - i * 8), uint8_t(i * 5)});
     const struct {
         const char *name;
         Bytes bytes;
     } seeds[] = {
         {"png-grey1", pictures::Png(Gradient(9, 5, 1, 1), PNG_COLOR_TYPE_GRAY, 1)},
-        {"png-palette4-trns", pictures::Png(Gradient(7, 6, 1, 15), PNG_COLOR_TYPE_PALETTE, 4, palette, {0, 128})},
-        {"png-rgba16-exif", pictures::Png(Gradient(6, 4, 4, 65535), PNG_COLOR_TYPE_RGBA, 16, {}, {}, 6)},
-        {"png-grey-alpha-interlaced", pictures::Png(Gradient(10, 9, 2, 255), PNG_COLOR_TYPE_GRAY_ALPHA, 8, {}, {}, 0, true)},
+        {"png-palette4-trns",
+         pictures::Png(Gradient(7, 6, 1, 15), PNG_COLOR_TYPE_PALETTE, 4, palette, {0, 128})},
+        {"png-rgba16-exif",
+         pictures::Png(Gradient(6, 4, 4, 65535), PNG_COLOR_TYPE_RGBA, 16, {}, {}, 6)},
+        {"png-grey-alpha-interlaced",
+         pictures::Png(Gradient(10, 9, 2, 255), PNG_COLOR_TYPE_GRAY_ALPHA, 8, {}, {}, 0, true)},
         {"jpeg-rgb-exif", pictures::Jpeg(Gradient(16, 8, 3, 255), 90, 6)},
         {"jpeg-grey-progressive", pictures::Jpeg(Gradient(9, 9, 1, 255), 80, 0, true)},
         {"jpeg-cmyk", pictures::Jpeg(Gradient(8, 8, 4, 255))},

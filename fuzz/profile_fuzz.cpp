@@ -12,8 +12,8 @@
 
 #include "tolva/host.h"
 #include "tolva/profile.h"
-#include "tolva/stream.h"
 #include "tolva/settings.h"
+#include "tolva/stream.h"
 
 namespace {
 

@@ -74,7 +74,9 @@ std::string header_name(const std::string &line) {
 }
 
 // The key of a line as the writer matches it.
-std::string writer_key(const std::string &line) { return trim_spaces(cut_comment(line.substr(0, line.find('=')))); }
+std::string writer_key(const std::string &line) {
+    return trim_spaces(cut_comment(line.substr(0, line.find('='))));
+}
 
 std::vector<std::string> lines_of(const Bytes &data) {
     std::vector<std::string> lines;
@@ -100,7 +102,8 @@ Bytes rewrite(const Bytes *old, const std::string &section, const char *key, con
     std::vector<std::string> in = old != nullptr ? lines_of(*old) : std::vector<std::string>{};
     std::vector<std::string> out;
     const std::string wanted = header_name(section);
-    const std::string pair = key != nullptr && value != nullptr ? std::string(key) + "=" + value : "";
+    const std::string pair =
+        key != nullptr && value != nullptr ? std::string(key) + "=" + value : "";
     const bool setting = key != nullptr && value != nullptr;
     bool found = false;
     for (size_t i = 0; i < in.size();) {
@@ -157,8 +160,8 @@ Bytes rewrite(const Bytes *old, const std::string &section, const char *key, con
 // beginning with "[" (consumed with it); there the first line whose text
 // before "=" (comment cut, the line's ends trimmed, the key itself not)
 // matches gives its value, one pair of quotes removed.
-bool lookup(const std::vector<std::string> &lines, const std::string &section, const std::string &key,
-            std::string *value) {
+bool lookup(const std::vector<std::string> &lines, const std::string &section,
+            const std::string &key, std::string *value) {
     for (size_t i = 0; i < lines.size();) {
         if (!same(header_name(lines[i++]), section)) continue;
         while (i < lines.size()) {
@@ -235,8 +238,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             std::string found;
             bool there = lookup(lines, section, k, &found);
             char buffer[64];
-            int32_t n = GetPrivateProfileString(section, k, "", buffer, sizeof buffer, path.c_str());
-            expect(n == static_cast<int32_t>(found.size()) && std::memcmp(buffer, found.data(), found.size()) == 0,
+            int32_t n =
+                GetPrivateProfileString(section, k, "", buffer, sizeof buffer, path.c_str());
+            expect(n == static_cast<int32_t>(found.size()) &&
+                       std::memcmp(buffer, found.data(), found.size()) == 0,
                    "value as the reader finds it");
             if (request == 0 && k == key && line_format_of(now) != 1 &&
                 !std::any_of(lines.begin(), lines.end(), [&](const std::string &l) {

@@ -34,7 +34,8 @@ int main(int argc, char **argv) {
             std::vector<uint8_t> bytes;
             uint8_t chunk[4096];
             size_t n;
-            while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0) bytes.insert(bytes.end(), chunk, chunk + n);
+            while ((n = std::fread(chunk, 1, sizeof chunk, f)) > 0)
+                bytes.insert(bytes.end(), chunk, chunk + n);
             std::fclose(f);
             std::fprintf(stderr, "%s\n", path.c_str());
             LLVMFuzzerTestOneInput(bytes.data(), bytes.size());

@@ -51,13 +51,15 @@ struct Node {
     uint8_t colour = 1;  // black
 };
 
-uint32_t sectors_for(size_t bytes, size_t unit) { return static_cast<uint32_t>((bytes + unit - 1) / unit); }
+uint32_t sectors_for(size_t bytes, size_t unit) {
+    return static_cast<uint32_t>((bytes + unit - 1) / unit);
+}
 
 // A red-black sibling tree over the children in the order names compare
 // (shorter first, then by upper-case letters): balanced, the deepest level
 // of an incomplete tree red.
-uint32_t build_tree(std::vector<Node> &nodes, const std::vector<size_t> &order, size_t lo, size_t hi, int depth,
-                    int red_depth) {
+uint32_t build_tree(std::vector<Node> &nodes, const std::vector<size_t> &order, size_t lo,
+                    size_t hi, int depth, int red_depth) {
     if (lo >= hi) return kNone;
     size_t mid = (lo + hi) / 2;
     Node &n = nodes[order[mid]];
@@ -86,9 +88,11 @@ Bytes compound(std::vector<Node> nodes, uint32_t min_fat = 1) {
         n.size = static_cast<uint32_t>(n.data.size());
         if (n.data.empty()) continue;
         if (n.data.size() < 4096) {
-            uint32_t first = static_cast<uint32_t>(mini.size() / 64), count = sectors_for(n.data.size(), 64);
+            uint32_t first = static_cast<uint32_t>(mini.size() / 64),
+                     count = sectors_for(n.data.size(), 64);
             n.start = first;
-            for (uint32_t i = 0; i < count; ++i) mini_fat.push_back(i + 1 < count ? first + i + 1 : kEnd);
+            for (uint32_t i = 0; i < count; ++i)
+                mini_fat.push_back(i + 1 < count ? first + i + 1 : kEnd);
             mini.insert(mini.end(), n.data.begin(), n.data.end());
             mini.resize(static_cast<size_t>(first + count) * 64, 0);
         } else {
@@ -109,7 +113,8 @@ Bytes compound(std::vector<Node> nodes, uint32_t min_fat = 1) {
     uint32_t next = 0;
     auto chain = [&](uint32_t count) {
         uint32_t first = next;
-        for (uint32_t i = 0; i < count; ++i) table[first + i] = i + 1 < count ? first + i + 1 : kEnd;
+        for (uint32_t i = 0; i < count; ++i)
+            table[first + i] = i + 1 < count ? first + i + 1 : kEnd;
         next += count;
         return count > 0 ? first : kEnd;
     };
@@ -162,7 +167,8 @@ Bytes compound(std::vector<Node> nodes, uint32_t min_fat = 1) {
         }
         put32(file, at + 508, d + 1 < difat ? first_difat + d + 1 : kEnd);
     }
-    for (size_t i = 0; i < table.size(); ++i) put32(file, sector(static_cast<uint32_t>(i / 128)) + 4 * (i % 128), table[i]);
+    for (size_t i = 0; i < table.size(); ++i)
+        put32(file, sector(static_cast<uint32_t>(i / 128)) + 4 * (i % 128), table[i]);
     for (size_t i = 0; i < dir_sectors * size_t{4}; ++i) {
         size_t at = sector(first_dir + static_cast<uint32_t>(i / 4)) + 128 * (i % 4);
         if (i >= nodes.size()) {
@@ -172,7 +178,8 @@ Bytes compound(std::vector<Node> nodes, uint32_t min_fat = 1) {
             continue;
         }
         const Node &n = nodes[i];
-        for (size_t c = 0; c < n.name.size(); ++c) put16(file, at + 2 * c, static_cast<uint8_t>(n.name[c]));
+        for (size_t c = 0; c < n.name.size(); ++c)
+            put16(file, at + 2 * c, static_cast<uint8_t>(n.name[c]));
         put16(file, at + 0x40, static_cast<uint16_t>((n.name.size() + 1) * 2));
         file[at + 0x42] = n.type;
         file[at + 0x43] = n.colour;
@@ -187,7 +194,8 @@ Bytes compound(std::vector<Node> nodes, uint32_t min_fat = 1) {
               i < mini_fat.size() ? mini_fat[i] : kFree);
     if (!mini.empty()) std::memcpy(file.data() + sector(first_container), mini.data(), mini.size());
     for (const Node &n : nodes)
-        if (n.type == 2 && n.data.size() >= 4096) std::memcpy(file.data() + sector(n.start), n.data.data(), n.data.size());
+        if (n.type == 2 && n.data.size() >= 4096)
+            std::memcpy(file.data() + sector(n.start), n.data.data(), n.data.size());
     return file;
 }
 
@@ -212,7 +220,8 @@ Bytes struct_input(uint8_t options, const std::string &format, size_t data) {
     return in;
 }
 
-Bytes line_input(uint8_t options, uint8_t size, uint8_t detect_at, uint8_t repeat, const std::string &t) {
+Bytes line_input(uint8_t options, uint8_t size, uint8_t detect_at, uint8_t repeat,
+                 const std::string &t) {
     Bytes in = {options, size, detect_at, repeat};
     in.insert(in.end(), t.begin(), t.end());
     return in;
@@ -248,7 +257,8 @@ Bytes profile_input(bool exists, const std::vector<Bytes> &steps, const std::str
 // request 0 set, 1 delete key, 2 delete section; section, key and value index
 // the target's word lists.
 Bytes step(int request, int section, int key, int value) {
-    return {static_cast<uint8_t>(request + 3 * section), static_cast<uint8_t>(key), static_cast<uint8_t>(value)};
+    return {static_cast<uint8_t>(request + 3 * section), static_cast<uint8_t>(key),
+            static_cast<uint8_t>(value)};
 }
 
 struct Seed {
@@ -258,29 +268,38 @@ struct Seed {
 
 std::vector<Seed> seeds() {
     std::vector<Seed> out;
-    auto add = [&](const char *target, const std::string &name, Bytes b) { out.push_back({target, name, std::move(b)}); };
+    auto add = [&](const char *target, const std::string &name, Bytes b) {
+        out.push_back({target, name, std::move(b)});
+    };
 
     // Compound documents. Names: 0 stream, 1 big, 2 small, 3 dir/inner, 4 DIR/Inner, 5 missing.
-    add("compound_fuzz", "one-stream", compound_input(0 << 1, 5, compound({root({1}), stream("stream", pattern(300, 1))})));
+    add("compound_fuzz", "one-stream",
+        compound_input(0 << 1, 5, compound({root({1}), stream("stream", pattern(300, 1))})));
     add("compound_fuzz", "one-big-stream-on-file",
         compound_input(1 | 1 << 1, 0, compound({root({1}), stream("big", pattern(5000, 2))})));
     {
-        std::vector<Node> nodes = {root({1, 2, 3}), Node{"dir", 1, {}, {4}}, stream("small", pattern(100, 3)),
-                                   stream("big", pattern(4100, 4)), stream("inner", pattern(700, 5))};
+        std::vector<Node> nodes = {
+            root({1, 2, 3}), Node{"dir", 1, {}, {4}}, stream("small", pattern(100, 3)),
+            stream("big", pattern(4100, 4)), stream("inner", pattern(700, 5))};
         add("compound_fuzz", "storage", compound_input(3 << 1, 2, compound(nodes)));
         add("compound_fuzz", "storage-on-file", compound_input(1 | 4 << 1, 1, compound(nodes)));
     }
     add("compound_fuzz", "extension-sectors",
-        compound_input(1 << 1, 0, compound({root({1, 2}), stream("big", pattern(6000, 6)), stream("stream", pattern(90, 7))}, 110)));
+        compound_input(1 << 1, 0,
+                       compound({root({1, 2}), stream("big", pattern(6000, 6)),
+                                 stream("stream", pattern(90, 7))},
+                                110)));
 
     // Struct formats: the GIF writer's own, then alignment, nesting, unions, skips.
     const struct {
         uint8_t options;
         const char *format;
-    } formats[] = {{0x00, "6C2S3C"}, {0x01, "4C1S2C"}, {0x04, "1C4S1C"}, {0x10, "3C"},        {0x0D, "2C1L"},
-                   {0x01, "1C{1D}"}, {0x08, "(1L|1D|)1S"}, {0x02, "[2L]1c1F"}, {0x13, "1C2F1D"}, {0x0C, "2S{1C1L}1D"}};
+    } formats[] = {{0x00, "6C2S3C"}, {0x01, "4C1S2C"},    {0x04, "1C4S1C"},     {0x10, "3C"},
+                   {0x0D, "2C1L"},   {0x01, "1C{1D}"},    {0x08, "(1L|1D|)1S"}, {0x02, "[2L]1c1F"},
+                   {0x13, "1C2F1D"}, {0x0C, "2S{1C1L}1D"}};
     for (size_t i = 0; i < sizeof formats / sizeof formats[0]; ++i)
-        add("struct_fuzz", "format" + std::to_string(i), struct_input(formats[i].options, formats[i].format, 96));
+        add("struct_fuzz", "format" + std::to_string(i),
+            struct_input(formats[i].options, formats[i].format, 96));
 
     // Lines: every line end, a full buffer, no end at all, and a long text
     // repeated past a file buffer's window.
@@ -290,32 +309,79 @@ std::vector<Seed> seeds() {
     add("line_fuzz", "cr-last", line_input(1 | 3 << 1, 9, 0, 0, "one\ntwo\r"));
     std::string longer;
     for (int i = 0; i < 60; ++i)
-        longer += std::string(static_cast<size_t>(i % 37), static_cast<char>('a' + i % 26)) + (i % 3 == 0 ? "\r\n" : i % 3 == 1 ? "\r" : "\n");
+        longer += std::string(static_cast<size_t>(i % 37), static_cast<char>('a' + i % 26)) +
+                  (i % 3 == 0   ? "\r\n"
+                   : i % 3 == 1 ? "\r"
+                                : "\n");
     add("line_fuzz", "windows", line_input(1 | 0x80, 40, 5, 7, longer));
-    add("line_fuzz", "long-lines", line_input(1 | 0x80 | 0x40, 200, 0, 7, longer + std::string(900, 'q')));
+    add("line_fuzz", "long-lines",
+        line_input(1 | 0x80 | 0x40, 200, 0, 7, longer + std::string(900, 'q')));
 
     // Stream sequences, each on memory and on a file.
     for (uint8_t file : {0, 1}) {
         std::string on = file ? "-file" : "-memory";
         add("stream_fuzz", "write-read-reopen" + on,
-            Ops(file).write(20000, 7).seek(0, 0).read(30000).seek(-100, 2).write_small(9, 3).reopen(1)
-                .seek(50, 2).byte(0xAB).reopen(0).read(30000).seek(12, 0).read(16).in);
+            Ops(file)
+                .write(20000, 7)
+                .seek(0, 0)
+                .read(30000)
+                .seek(-100, 2)
+                .write_small(9, 3)
+                .reopen(1)
+                .seek(50, 2)
+                .byte(0xAB)
+                .reopen(0)
+                .read(30000)
+                .seek(12, 0)
+                .read(16)
+                .in);
         add("stream_fuzz", "windows" + on,
-            Ops(file).write(13000, 1).flush().seek(12280, 0).write(20, 2).tell().seek(-5, 1).read(30)
-                .write(24576, 3).seek(0, 0).read(12288).read(12289).reopen(2).write(5, 4).in);
+            Ops(file)
+                .write(13000, 1)
+                .flush()
+                .seek(12280, 0)
+                .write(20, 2)
+                .tell()
+                .seek(-5, 1)
+                .read(30)
+                .write(24576, 3)
+                .seek(0, 0)
+                .read(12288)
+                .read(12289)
+                .reopen(2)
+                .write(5, 4)
+                .in);
         add("stream_fuzz", "bytes" + on,
-            Ops(file | 2).byte(1).byte(0).byte(0).reopen(1).seek(1, 2).byte(0).reopen(1).read(10).reopen(0)
-                .seek(3, 0).seek(2, 0).read(5).in);
+            Ops(file | 2)
+                .byte(1)
+                .byte(0)
+                .byte(0)
+                .reopen(1)
+                .seek(1, 2)
+                .byte(0)
+                .reopen(1)
+                .read(10)
+                .reopen(0)
+                .seek(3, 0)
+                .seek(2, 0)
+                .read(5)
+                .in);
     }
 
     // Profiles: each line end, repeated and empty sections, comments, quotes.
-    const std::string crlf = "; settings\r\n[GIF Export]\r\nWidth=640\r\n Mode = fast ;x\r\n\r\n[TOLVA]\r\nk=1\r\n";
-    add("profile_write_fuzz", "crlf", profile_input(true, {step(0, 0, 0, 0), step(1, 1, 2, 0), step(0, 3, 3, 3)}, crlf));
+    const std::string crlf =
+        "; settings\r\n[GIF Export]\r\nWidth=640\r\n Mode = fast ;x\r\n\r\n[TOLVA]\r\nk=1\r\n";
+    add("profile_write_fuzz", "crlf",
+        profile_input(true, {step(0, 0, 0, 0), step(1, 1, 2, 0), step(0, 3, 3, 3)}, crlf));
     add("profile_write_fuzz", "lf-repeated",
-        profile_input(true, {step(0, 1, 1, 1), step(1, 1, 1, 0), step(2, 0, 0, 0)},
-                      "[TOLVA]\nMode=slow\n[tolva]\nMode=\"q\"\n[x]\nk=2\n\n[TOLVA]\nDepth=8\nlast=no end"));
-    add("profile_write_fuzz", "cr", profile_input(true, {step(2, 2, 0, 0), step(0, 2, 2, 4)}, "[x]\rk=1\r[\"colors\"]\rDepth=4\r"));
-    add("profile_write_fuzz", "no-file", profile_input(false, {step(1, 0, 0, 0), step(0, 0, 1, 2), step(0, 0, 1, 1)}, ""));
+        profile_input(
+            true, {step(0, 1, 1, 1), step(1, 1, 1, 0), step(2, 0, 0, 0)},
+            "[TOLVA]\nMode=slow\n[tolva]\nMode=\"q\"\n[x]\nk=2\n\n[TOLVA]\nDepth=8\nlast=no end"));
+    add("profile_write_fuzz", "cr",
+        profile_input(true, {step(2, 2, 0, 0), step(0, 2, 2, 4)},
+                      "[x]\rk=1\r[\"colors\"]\rDepth=4\r"));
+    add("profile_write_fuzz", "no-file",
+        profile_input(false, {step(1, 0, 0, 0), step(0, 0, 1, 2), step(0, 0, 1, 1)}, ""));
     return out;
 }
 
@@ -355,7 +421,8 @@ int main(int argc, char **argv) {
         mkdir(root.c_str(), 0755);  // either made or there already; the open below tells
         mkdir((root + "/" + s.target).c_str(), 0755);
         FILE *f = std::fopen(path.c_str(), "wb");
-        if (f == nullptr || std::fwrite(s.bytes.data(), 1, s.bytes.size(), f) != s.bytes.size() || std::fclose(f) != 0) {
+        if (f == nullptr || std::fwrite(s.bytes.data(), 1, s.bytes.size(), f) != s.bytes.size() ||
+            std::fclose(f) != 0) {
             std::fprintf(stderr, "%s: cannot write\n", path.c_str());
             ++bad;
         }

@@ -30,7 +30,7 @@ const int32_t kGrowth[] = {4096, 64, 513, 4096};
 
 struct Model {
     bool onFile;
-    Bytes bytes;       // file: its contents; memory: the block's bytes (zeros beyond)
+    Bytes bytes;  // file: its contents; memory: the block's bytes (zeros beyond)
     int64_t length = 0;
     int64_t position = 0;
     uint32_t mode = TOLVA_STREAM_OUTPUT;
@@ -89,7 +89,8 @@ struct Harness {
         // Whole blocks at a time: this runs with coverage on every line. An
         // empty write extends nothing, not even past a seek beyond the end.
         if (n > 0) {
-            if (m.position + n > static_cast<int64_t>(m.bytes.size())) m.bytes.resize(static_cast<size_t>(m.position + n), 0);
+            if (m.position + n > static_cast<int64_t>(m.bytes.size()))
+                m.bytes.resize(static_cast<size_t>(m.position + n), 0);
             std::memcpy(m.bytes.data() + m.position, data.data(), static_cast<size_t>(n));
         }
         m.position += n;
@@ -107,15 +108,19 @@ struct Harness {
             // Bytes the model holds, then zeros (a file's gap past its last write).
             int64_t held = static_cast<int64_t>(m.bytes.size()) - m.position;
             held = held < 0 ? 0 : held > want ? want : held;
-            expect((held == 0 || std::memcmp(got.data(), m.bytes.data() + m.position, static_cast<size_t>(held)) == 0) &&
-                       std::all_of(got.begin() + held, got.begin() + want, [](uint8_t b) { return b == 0; }),
+            expect((held == 0 || std::memcmp(got.data(), m.bytes.data() + m.position,
+                                             static_cast<size_t>(held)) == 0) &&
+                       std::all_of(got.begin() + held, got.begin() + want,
+                                   [](uint8_t b) { return b == 0; }),
                    "read bytes");
         }
         m.position += want;
     }
 
     void seek(int32_t offset, int32_t origin) {
-        int64_t target = origin == 0 ? offset : origin == 1 ? m.position + offset : m.length + offset;
+        int64_t target = origin == 0   ? offset
+                         : origin == 1 ? m.position + offset
+                                       : m.length + offset;
         if (target > kFarthest) return;
         int32_t got = zunSeek(s, offset, origin);
         if (m.poisoned) return;
@@ -142,7 +147,8 @@ struct Harness {
         int32_t at = zunSeek(s, 0, 1);
         expect(at >= m.position && at <= std::max(m.length, m.position), "position after a flush");
         if (at != m.position)
-            expect(zunSeek(s, static_cast<int32_t>(m.position), 0) == m.position, "seek back after a flush");
+            expect(zunSeek(s, static_cast<int32_t>(m.position), 0) == m.position,
+                   "seek back after a flush");
     }
 
     void tell() {
@@ -173,7 +179,8 @@ struct Harness {
         while (n > 0 && m.bytes[static_cast<size_t>(n) - 1] == 0) --n;
         Bytes want(m.bytes.begin(), m.bytes.begin() + (n > 0 ? n - 1 : 0));
         Bytes got(want.size() + 1);
-        expect(zunRead(s, got.data(), static_cast<int32_t>(got.size())) == static_cast<int32_t>(want.size()),
+        expect(zunRead(s, got.data(), static_cast<int32_t>(got.size())) ==
+                   static_cast<int32_t>(want.size()),
                "memory contents length");
         got.pop_back();
         expect(got == want, "memory contents");
@@ -218,9 +225,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             h.write(pattern(n, in.byte()));
             break;
         }
-        case 2: h.write(Bytes{in.byte()}); break;
-        case 3: h.read(static_cast<int32_t>(u16() % 30001)); break;
-        case 4: h.read(in.byte() % 17); break;
+        case 2:
+            h.write(Bytes{in.byte()});
+            break;
+        case 3:
+            h.read(static_cast<int32_t>(u16() % 30001));
+            break;
+        case 4:
+            h.read(in.byte() % 17);
+            break;
         case 5: {
             uint8_t how = in.byte();
             auto offset = static_cast<int16_t>(u16());
@@ -234,7 +247,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 h.tell();
             }
             break;
-        default: h.reopen(in.byte()); break;
+        default:
+            h.reopen(in.byte());
+            break;
         }
         if (h.s == 0) return 0;
         h.tell();

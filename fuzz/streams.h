@@ -66,7 +66,8 @@ inline Bytes read_whole(const char *path) {
 // own writers set one up: one zero-filled byte, locked, growth step 4096.
 struct MemoryBlock {
     void *data = GlobalLock(GlobalAlloc(TOLVA_GMEM_FLAGS, 1));
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(&data), 0, 4096};
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(&data), 0,
+                                                          4096};
     MemoryBlock() = default;
     MemoryBlock(const MemoryBlock &) = delete;
     MemoryBlock &operator=(const MemoryBlock &) = delete;
@@ -113,7 +114,8 @@ inline Bytes contents(HGLOBAL s) {
     int32_t end = zunSeek(s, 0, 2);
     Bytes out(end > 0 ? static_cast<size_t>(end) : 0);
     zunSeek(s, 0, 0);
-    if (!out.empty() && zunRead(s, out.data(), end) != end) mismatch("reading back a memory stream");
+    if (!out.empty() && zunRead(s, out.data(), end) != end)
+        mismatch("reading back a memory stream");
     return out;
 }
 
@@ -150,7 +152,9 @@ inline Line next_line(const Bytes &data, size_t *at, int32_t size) {
 }
 
 // The line end a line format writes: 1 CR, 2 LF, anything else CR LF.
-inline const char *line_end(int32_t format) { return format == 1 ? "\r" : format == 2 ? "\n" : "\r\n"; }
+inline const char *line_end(int32_t format) {
+    return format == 1 ? "\r" : format == 2 ? "\n" : "\r\n";
+}
 
 }  // namespace fuzzstreams
 

@@ -27,26 +27,30 @@ namespace {
 constexpr int64_t kMaxBytes = 1 << 16;
 
 struct Item {
-    char letter;     // C, S, L, F or D
+    char letter;  // C, S, L, F or D
     int64_t count;
     int64_t offset;  // in memory
     bool skipped;    // inside "[" ... "]": laid out, not transferred
 };
 
 struct Layout {
-    std::vector<Item> items;  // in transfer order
+    std::vector<Item> items;         // in transfer order
     std::vector<size_t> recordEnds;  // index into items where each record ends
-    int64_t size = 0;         // memory bytes
-    bool rejected = false;    // a character the walk refuses
+    int64_t size = 0;                // memory bytes
+    bool rejected = false;           // a character the walk refuses
 };
 
 int width(char letter) {
     switch (letter) {
-    case 'S': return 2;
+    case 'S':
+        return 2;
     case 'L':
-    case 'F': return 4;
-    case 'D': return 8;
-    default: return 1;
+    case 'F':
+        return 4;
+    case 'D':
+        return 8;
+    default:
+        return 1;
     }
 }
 
@@ -82,11 +86,18 @@ Layout lay_out(const char *format, int32_t records, bool reading) {
                 l.items.push_back({c, count, l.size, skipping});
                 l.size += count * width(c);
                 break;
-            case '{': l.size = align(l.size, GetPadWidth(p)); break;
+            case '{':
+                l.size = align(l.size, GetPadWidth(p));
+                break;
             case '}':
-            case '|': break;
-            case '[': skipping = true; break;
-            case ']': skipping = false; break;
+            case '|':
+                break;
+            case '[':
+                skipping = true;
+                break;
+            case ']':
+                skipping = false;
+                break;
             case '(':
                 if (!reading) {
                     l.rejected = true;
@@ -104,7 +115,9 @@ Layout lay_out(const char *format, int32_t records, bool reading) {
             case 'P':
                 if (!reading) l.rejected = true;
                 break;
-            default: l.rejected = true; break;
+            default:
+                l.rejected = true;
+                break;
             }
             if (l.size > kMaxBytes) return l;
             if (*p == '\0') break;
@@ -134,13 +147,15 @@ void decode(char letter, const uint8_t *in, bool bigEndian, bool fixed, uint8_t 
         std::memcpy(out, &f, 4);
         return;
     }
-    for (int i = 0; i < n; ++i) out[i] = static_cast<uint8_t>(v >> (8 * i));  // host order (little-endian)
+    for (int i = 0; i < n; ++i)
+        out[i] = static_cast<uint8_t>(v >> (8 * i));  // host order (little-endian)
 }
 
 // The file bytes one memory element becomes. Fixed-point floats are only
 // counted (their rounding is the writer's own): `known` marks the bytes that
 // are modelled.
-void encode(char letter, const uint8_t *in, bool bigEndian, bool fixed, Bytes *out, std::vector<bool> *known) {
+void encode(char letter, const uint8_t *in, bool bigEndian, bool fixed, Bytes *out,
+            std::vector<bool> *known) {
     int n = width(letter);
     uint64_t v = 0;
     std::memcpy(&v, in, static_cast<size_t>(n));  // little-endian host
@@ -200,7 +215,8 @@ void check_read(const std::vector<char> &format, int32_t records, const Bytes &d
             bool whole = moved == bytes;
             if (it.letter == 'C') {
                 last = static_cast<int32_t>(moved);
-                expect(moved == 0 || std::memcmp(memory + it.offset, data.data() + at, static_cast<size_t>(moved)) == 0,
+                expect(moved == 0 || std::memcmp(memory + it.offset, data.data() + at,
+                                                 static_cast<size_t>(moved)) == 0,
                        "bytes read");
             } else {
                 last = whole ? static_cast<int32_t>(it.count) : 0;
@@ -208,8 +224,9 @@ void check_read(const std::vector<char> &format, int32_t records, const Bytes &d
                 for (int64_t e = 0; whole && e < it.count; ++e) {
                     int n = width(it.letter);
                     decode(it.letter, data.data() + at + e * n, bigEndian, fixed, want);
-                    expect(std::memcmp(memory + it.offset + e * n, want, static_cast<size_t>(n)) == 0,
-                           "element read");
+                    expect(
+                        std::memcmp(memory + it.offset + e * n, want, static_cast<size_t>(n)) == 0,
+                        "element read");
                 }
             }
             at += static_cast<size_t>(moved);
@@ -225,12 +242,13 @@ void check_read(const std::vector<char> &format, int32_t records, const Bytes &d
     std::free(memory);
 }
 
-void check_write(const std::vector<char> &format, int32_t records, const Bytes &data, bool bigEndian,
-                 bool fixed) {
+void check_write(const std::vector<char> &format, int32_t records, const Bytes &data,
+                 bool bigEndian, bool fixed) {
     Layout l = lay_out(format.data(), records, false);
     if (l.size > kMaxBytes) return;
     auto *memory = static_cast<uint8_t *>(std::malloc(static_cast<size_t>(l.size)));
-    for (int64_t i = 0; i < l.size; ++i) memory[i] = data.empty() ? 0 : data[static_cast<size_t>(i) % data.size()];
+    for (int64_t i = 0; i < l.size; ++i)
+        memory[i] = data.empty() ? 0 : data[static_cast<size_t>(i) % data.size()];
     MemoryBlock block;
     HGLOBAL out = block.create();
     if (out == 0) return;
@@ -249,7 +267,8 @@ void check_write(const std::vector<char> &format, int32_t records, const Bytes &
             // A count of 0 writes nothing, which ends the walk.
             last = it.count > 0 ? static_cast<int32_t>(it.count) : 0;
             for (int64_t e = 0; e < it.count; ++e) {
-                encode(it.letter, memory + it.offset + e * width(it.letter), bigEndian, fixed, &want, &known);
+                encode(it.letter, memory + it.offset + e * width(it.letter), bigEndian, fixed,
+                       &want, &known);
             }
         }
         if (last < 1) break;
@@ -258,7 +277,8 @@ void check_write(const std::vector<char> &format, int32_t records, const Bytes &
     expect(got == (last < 1 ? last : count), "zunWriteStruct result");
     Bytes wrote = contents(out);
     expect(wrote.size() == want.size(), "number of bytes written");
-    for (size_t i = 0; i < want.size(); ++i) expect(!known[i] || wrote[i] == want[i], "bytes written");
+    for (size_t i = 0; i < want.size(); ++i)
+        expect(!known[i] || wrote[i] == want[i], "bytes written");
     zunClose(out);
     std::free(memory);
 }
@@ -274,8 +294,10 @@ void check_typed(const Bytes &data, bool bigEndian, bool fixed) {
         char letter;
         Read read;
         Write write;
-    } const kTyped[] = {{'C', zunReadChar, zunWriteChar},   {'S', zunReadShort, zunWriteShort},
-                        {'L', zunReadLong, zunWriteLong},   {'F', zunReadFloat, zunWriteFloat},
+    } const kTyped[] = {{'C', zunReadChar, zunWriteChar},
+                        {'S', zunReadShort, zunWriteShort},
+                        {'L', zunReadLong, zunWriteLong},
+                        {'F', zunReadFloat, zunWriteFloat},
                         {'D', zunReadDouble, zunWriteDouble}};
     for (const Typed &t : kTyped) {
         int n = width(t.letter);
@@ -290,7 +312,9 @@ void check_typed(const Bytes &data, bool bigEndian, bool fixed) {
         zunSetDataFormat(out, bigEndian ? 1 : 0, fixed ? 1 : 0);
         expect(t.write(out, values.data(), count) == count, "typed write");
         bool inverse = !(t.letter == 'D' && bigEndian) && !(t.letter == 'F' && fixed);
-        if (inverse) expect(contents(out) == Bytes(data.begin(), data.begin() + count * n), "typed round trip");
+        if (inverse)
+            expect(contents(out) == Bytes(data.begin(), data.begin() + count * n),
+                   "typed round trip");
         zunClose(out);
     }
 }

@@ -30,8 +30,8 @@ int tolva_batch_output_name(const char *directory, const char *input, char *name
 }
 
 typedef struct Job {
-    pid_t pid;   /* 0: the slot is free */
-    int pipe;    /* read end of the child's standard error */
+    pid_t pid; /* 0: the slot is free */
+    int pipe;  /* read end of the child's standard error */
     int index;
 } Job;
 
@@ -41,8 +41,8 @@ typedef struct Batch {
     int running;
     int finished;
     int failed;
-    int drawn;      /* the progress line is on the terminal */
-    int forwarded;  /* the stop signal has been passed on */
+    int drawn;     /* the progress line is on the terminal */
+    int forwarded; /* the stop signal has been passed on */
 } Batch;
 
 static void put(const char *text, size_t length)
@@ -199,7 +199,8 @@ static int taken(const TolvaBatch *request, int index, const char *output)
 {
     char other[PATH_MAX];
     for (int i = 0; i < index; ++i) {
-        if (tolva_batch_output_name(request->directory, request->inputs[i], other, sizeof other) == 0 &&
+        if (tolva_batch_output_name(request->directory, request->inputs[i], other, sizeof other) ==
+                0 &&
             strcmp(other, output) == 0) {
             return 1;
         }

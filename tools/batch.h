@@ -25,9 +25,9 @@ typedef int (*TolvaConvertFn)(void *context, int index, const char *output);
 typedef struct TolvaBatch {
     char *const *inputs;
     int count;
-    const char *directory;  /* where the GIFs go */
-    int jobs;               /* conversions at once, at least 1 */
-    FILE *terminal;         /* where the batch's progress line goes; NULL: none */
+    const char *directory; /* where the GIFs go */
+    int jobs;              /* conversions at once, at least 1 */
+    FILE *terminal;        /* where the batch's progress line goes; NULL: none */
     TolvaConvertFn convert;
     void *context;
 } TolvaBatch;

@@ -46,7 +46,8 @@ static int32_t stored_row_to_picture_row(int32_t k, int32_t height, int interlac
     }
     static const int32_t kStart[4] = {0, 4, 2, 1}, kStep[4] = {8, 8, 4, 2};
     for (int pass = 0; pass < 4; ++pass) {
-        int32_t rows = height > kStart[pass] ? (height - kStart[pass] + kStep[pass] - 1) / kStep[pass] : 0;
+        int32_t rows =
+            height > kStart[pass] ? (height - kStart[pass] + kStep[pass] - 1) / kStep[pass] : 0;
         if (k < rows) {
             return kStart[pass] + k * kStep[pass];
         }

@@ -11,8 +11,8 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <jpeglib.h>
 #include <jerror.h>
+#include <jpeglib.h>
 
 #include "decode.h"
 
@@ -53,9 +53,9 @@ static void on_progress(j_common_ptr cinfo)
     j_decompress_ptr decompress = (j_decompress_ptr)cinfo;
     struct jpeg_progress_mgr *p = cinfo->progress;
     if (p->total_passes > 0 && p->pass_limit > 0) {
-        tolva_reading_progress((uint64_t)p->completed_passes * (uint64_t)p->pass_limit +
-                                   (uint64_t)p->pass_counter,
-                               (uint64_t)p->total_passes * (uint64_t)p->pass_limit);
+        tolva_reading_progress(
+            (uint64_t)p->completed_passes * (uint64_t)p->pass_limit + (uint64_t)p->pass_counter,
+            (uint64_t)p->total_passes * (uint64_t)p->pass_limit);
     }
     if (decompress->input_scan_number > MAX_SCANS) {
         JpegError *error = (JpegError *)cinfo->err;
@@ -83,7 +83,8 @@ static void cmyk_to_rgb(const uint8_t *in, uint8_t *out, int32_t width, int inve
 static void take_orientation(j_decompress_ptr cinfo, TolvaImage *image)
 {
     for (jpeg_saved_marker_ptr m = cinfo->marker_list; m != NULL; m = m->next) {
-        if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 && memcmp(m->data, "Exif\0\0", 6) == 0) {
+        if (m->marker == JPEG_APP0 + 1 && m->data_length > 6 &&
+            memcmp(m->data, "Exif\0\0", 6) == 0) {
             image->orientation = tolva_exif_orientation(m->data, m->data_length);
             return;
         }

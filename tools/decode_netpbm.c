@@ -32,11 +32,16 @@ static int16_t depth_bits(const struct pam *pam)
 {
     int alpha = strstr(pam->tuple_type, "_ALPHA") != NULL;
     switch (pam->depth) {
-    case 1: return 24;
-    case 2: return alpha ? 32 : 0;
-    case 3: return 24;
-    case 4: return alpha ? 32 : 0;
-    default: return 0;
+    case 1:
+        return 24;
+    case 2:
+        return alpha ? 32 : 0;
+    case 3:
+        return 24;
+    case 4:
+        return alpha ? 32 : 0;
+    default:
+        return 0;
     }
 }
 
@@ -123,9 +128,8 @@ TolvaImageResult tolva_decode_netpbm(TolvaDecodeJob *job)
     }
     /* PAM_STRUCT_SIZE reaches the member through a null pointer. */
     pnm_readpaminit(file, &pam, (int)(offsetof(struct pam, tuple_type) + sizeof pam.tuple_type));
-    TolvaImageResult result =
-        tolva_check_size(job, (uint64_t)(pam.width < 0 ? 0 : pam.width),
-                         (uint64_t)(pam.height < 0 ? 0 : pam.height));
+    TolvaImageResult result = tolva_check_size(job, (uint64_t)(pam.width < 0 ? 0 : pam.width),
+                                               (uint64_t)(pam.height < 0 ? 0 : pam.height));
     int16_t bits = depth_bits(&pam);
     if (result == TOLVA_IMAGE_OK && bits == 0) {
         char detail[300];

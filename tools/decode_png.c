@@ -140,9 +140,9 @@ TolvaImageResult tolva_decode_png(TolvaDecodeJob *job)
     gPasses = png_set_interlace_handling(png);
     png_set_read_status_fn(png, on_row);
     png_read_update_info(png, info);
-    result = tolva_allocate_image(image, png_get_image_width(png, info),
-                                  png_get_image_height(png, info), bits, job->error,
-                                  job->errorSize);
+    result =
+        tolva_allocate_image(image, png_get_image_width(png, info), png_get_image_height(png, info),
+                             bits, job->error, job->errorSize);
     if (result != TOLVA_IMAGE_OK) {
         png_destroy_read_struct(&png, &info, NULL);
         return result;

@@ -45,7 +45,9 @@ static tmsize_t refuse_write(thandle_t handle, void *data, tmsize_t count)
 static toff_t seek_memory(thandle_t handle, toff_t offset, int whence)
 {
     TiffSource *source = (TiffSource *)handle;
-    toff_t base = whence == SEEK_CUR ? source->position : whence == SEEK_END ? source->job->size : 0;
+    toff_t base = whence == SEEK_CUR   ? source->position
+                  : whence == SEEK_END ? source->job->size
+                                       : 0;
     source->position = base + offset;
     return source->position;
 }
@@ -125,9 +127,10 @@ static int is_16bit_strips(TIFF *tiff, uint16_t *photometric, uint16_t *samples,
         TIFFIsTiled(tiff) || !TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, photometric)) {
         return 0;
     }
-    int colours = *photometric == PHOTOMETRIC_RGB ? 3
-                  : (*photometric == PHOTOMETRIC_MINISBLACK ||
-                     *photometric == PHOTOMETRIC_MINISWHITE) ? 1 : 0;
+    int colours =
+        *photometric == PHOTOMETRIC_RGB                                                      ? 3
+        : (*photometric == PHOTOMETRIC_MINISBLACK || *photometric == PHOTOMETRIC_MINISWHITE) ? 1
+                                                                                             : 0;
     if (colours == 0 || extraCount > 1 || *samples != colours + extraCount) {
         return 0;
     }

@@ -15,12 +15,18 @@
 static const char *status_text(VP8StatusCode status)
 {
     switch (status) {
-    case VP8_STATUS_OUT_OF_MEMORY: return "out of memory";
-    case VP8_STATUS_INVALID_PARAM: return "invalid parameter";
-    case VP8_STATUS_BITSTREAM_ERROR: return "bad bitstream";
-    case VP8_STATUS_UNSUPPORTED_FEATURE: return "unsupported feature";
-    case VP8_STATUS_NOT_ENOUGH_DATA: return "the file ends early";
-    default: return "unreadable";
+    case VP8_STATUS_OUT_OF_MEMORY:
+        return "out of memory";
+    case VP8_STATUS_INVALID_PARAM:
+        return "invalid parameter";
+    case VP8_STATUS_BITSTREAM_ERROR:
+        return "bad bitstream";
+    case VP8_STATUS_UNSUPPORTED_FEATURE:
+        return "unsupported feature";
+    case VP8_STATUS_NOT_ENOUGH_DATA:
+        return "the file ends early";
+    default:
+        return "unreadable";
     }
 }
 
@@ -45,8 +51,9 @@ static TolvaImageResult decode_frame(TolvaDecodeJob *job, const uint8_t *data, s
     if (status != VP8_STATUS_OK) {
         return tolva_corrupt(job, "WebP", status_text(status));
     }
-    TolvaImageResult result = tolva_check_size(job, (uint64_t)(features.width < 0 ? 0 : features.width),
-                                               (uint64_t)(features.height < 0 ? 0 : features.height));
+    TolvaImageResult result =
+        tolva_check_size(job, (uint64_t)(features.width < 0 ? 0 : features.width),
+                         (uint64_t)(features.height < 0 ? 0 : features.height));
     if (result != TOLVA_IMAGE_OK) {
         return result;
     }
@@ -58,8 +65,9 @@ static TolvaImageResult decode_frame(TolvaDecodeJob *job, const uint8_t *data, s
         return result;
     }
     size_t bytes = (size_t)image->stride * (size_t)image->height;
-    uint8_t *done = bits == 32 ? WebPDecodeRGBAInto(data, size, image->pixels, bytes, (int)image->stride)
-                               : WebPDecodeRGBInto(data, size, image->pixels, bytes, (int)image->stride);
+    uint8_t *done = bits == 32
+                        ? WebPDecodeRGBAInto(data, size, image->pixels, bytes, (int)image->stride)
+                        : WebPDecodeRGBInto(data, size, image->pixels, bytes, (int)image->stride);
     if (done == NULL) {
         return tolva_corrupt(job, "WebP", "bad bitstream");
     }

@@ -244,7 +244,9 @@ static intptr_t memory_procedure(intptr_t instance, int32_t operation, intptr_t 
     case 4: { /* seek: a holds the address of a 32-bit offset */
         int32_t offset = 0;
         memcpy(&offset, (const void *)a, sizeof offset);
-        int64_t base = b == SEEK_CUR ? (int64_t)file->position : b == SEEK_END ? (int64_t)file->size : 0;
+        int64_t base = b == SEEK_CUR   ? (int64_t)file->position
+                       : b == SEEK_END ? (int64_t)file->size
+                                       : 0;
         if (base + offset < 0) {
             return -1;
         }
@@ -285,17 +287,21 @@ static int32_t refuse(char *error, size_t size, const char *what)
 static int32_t check_profile(const TolvaFilter *f, HGLOBAL setup, char *error, size_t errorSize)
 {
     int32_t colourClass = 0;
-    if (f->escapeSetup(setup, TOLVA_ESCAPE_QUERY_COLOUR_CLASS, 4, NULL, &colourClass, 0) == TOLVA_ESCAPE_DONE) {
+    if (f->escapeSetup(setup, TOLVA_ESCAPE_QUERY_COLOUR_CLASS, 4, NULL, &colourClass, 0) ==
+        TOLVA_ESCAPE_DONE) {
         return 0;
     }
     const SetupBlock *block = (const SetupBlock *)f->globalLock(setup);
     if (block != NULL && block->sectionName[0] == '\0') {
-        snprintf(error, errorSize, "%.143s: names no section of settings (use --section, or "
-                 "name one as ~Mode in its [TOLVA] section)", block->profilePath);
+        snprintf(error, errorSize,
+                 "%.143s: names no section of settings (use --section, or "
+                 "name one as ~Mode in its [TOLVA] section)",
+                 block->profilePath);
     } else if (block != NULL) {
-        snprintf(error, errorSize, "%.143s: section [%.143s] holds no settings for the filter "
-                 "(no Driver key, or a Color Mode outside 103..107)", block->profilePath,
-                 block->sectionName);
+        snprintf(error, errorSize,
+                 "%.143s: section [%.143s] holds no settings for the filter "
+                 "(no Driver key, or a Color Mode outside 103..107)",
+                 block->profilePath, block->sectionName);
     }
     if (block != NULL) {
         (void)f->globalUnlock(setup); /* always 0 */
@@ -355,7 +361,8 @@ static int32_t configure_size(const TolvaFilter *f, HGLOBAL setup, const TolvaOp
         (void)f->escapeSetup(setup, TOLVA_ESCAPE_RESOLUTION_MODE, resolutionMode, NULL, NULL, 0);
     }
     if (width > 0.0 || o->actualSize || plan->road != 0) {
-        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL, 0);
+        (void)f->escapeSetup(setup, TOLVA_ESCAPE_SIZE_MODE, TOLVA_ESCAPE_SELECT_GIVEN, NULL, NULL,
+                             0);
     }
     return 0;
 }
@@ -369,7 +376,8 @@ static int32_t configure_setup(const TolvaFilter *f, HGLOBAL setup, const TolvaO
     }
     if (o->colourClass != 0) {
         int32_t colourClass = o->colourClass;
-        if (f->escapeSetup(setup, TOLVA_ESCAPE_COLOUR_CLASS, 4, &colourClass, NULL, 0) != TOLVA_ESCAPE_DONE) {
+        if (f->escapeSetup(setup, TOLVA_ESCAPE_COLOUR_CLASS, 4, &colourClass, NULL, 0) !=
+            TOLVA_ESCAPE_DONE) {
             return refuse(error, errorSize, "the colour mode");
         }
     }
@@ -426,8 +434,7 @@ static int memory_gif_is_complete(const TolvaMemoryFile *file)
 
 static int32_t run_device(const TolvaFilter *f, HGLOBAL setup, const TolvaImage *image,
                           const TolvaOptions *o, const char *outputPath, TolvaMemoryFile *memory,
-                          intptr_t *status, TolvaProgress *progress, char *error,
-                          size_t errorSize)
+                          intptr_t *status, TolvaProgress *progress, char *error, size_t errorSize)
 {
     void *address = NULL;
     (void)f->rasterEntry(TOLVA_ENTRY_ADDRESS, &address, NULL); /* always 0 */
@@ -490,23 +497,22 @@ static int32_t export_to(const TolvaFilter *f, const TolvaImage *image, const To
     status[TOLVA_STATUS_FUNCTION] = (intptr_t)tolva_status_function;
     int32_t result = configure_setup(f, setup, o, status, memory, error, errorSize);
     if (result == 0) {
-        result = run_device(f, setup, image, o, outputPath, memory, status, progress, error,
-                            errorSize);
+        result =
+            run_device(f, setup, image, o, outputPath, memory, status, progress, error, errorSize);
     }
     (void)f->destroySetup(setup); /* 1 only for a handle that does not lock */
     return result;
 }
 
 int32_t tolva_export(const TolvaFilter *f, const TolvaImage *image, const TolvaOptions *o,
-                     const char *outputPath, TolvaProgress *progress, char *error,
-                     size_t errorSize)
+                     const char *outputPath, TolvaProgress *progress, char *error, size_t errorSize)
 {
     return export_to(f, image, o, outputPath, NULL, progress, error, errorSize);
 }
 
-int32_t tolva_export_to_memory(const TolvaFilter *f, const TolvaImage *image,
-                               const TolvaOptions *o, TolvaMemoryFile *file,
-                               TolvaProgress *progress, char *error, size_t errorSize)
+int32_t tolva_export_to_memory(const TolvaFilter *f, const TolvaImage *image, const TolvaOptions *o,
+                               TolvaMemoryFile *file, TolvaProgress *progress, char *error,
+                               size_t errorSize)
 {
     /* The name only reaches the procedure, which does not use it. */
     return export_to(f, image, o, "memory", file, progress, error, errorSize);

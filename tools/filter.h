@@ -32,7 +32,7 @@ int tolva_filter_settings_used(const TolvaFilter *filter, const TolvaOptions *op
 
 /* Why an export stopped, when it was not the filter's own code. */
 enum {
-    TOLVA_EXPORT_REFUSED = -2,   /* the setup escape refused a setting; see error */
+    TOLVA_EXPORT_REFUSED = -2,    /* the setup escape refused a setting; see error */
     TOLVA_EXPORT_INCOMPLETE = -3, /* the filter reported success but wrote no whole GIF */
     TOLVA_EXPORT_NO_SETTINGS = -4 /* the profile section holds no settings; see error */
 };
@@ -44,15 +44,15 @@ enum {
  * description in `error`. On 901 the filter has deleted the file.
  */
 int32_t tolva_export(const TolvaFilter *filter, const TolvaImage *image,
-                     const TolvaOptions *options, const char *outputPath,
-                     TolvaProgress *progress, char *error, size_t errorSize);
+                     const TolvaOptions *options, const char *outputPath, TolvaProgress *progress,
+                     char *error, size_t errorSize);
 
 /* A GIF the filter wrote into memory. */
 typedef struct TolvaMemoryFile {
-    uint8_t *data;     /* malloc'ed; size bytes are the file */
+    uint8_t *data; /* malloc'ed; size bytes are the file */
     size_t size;
     size_t capacity;
-    size_t position;   /* where the filter's next read or write goes */
+    size_t position; /* where the filter's next read or write goes */
 } TolvaMemoryFile;
 
 /*

@@ -30,13 +30,13 @@ typedef enum TolvaImageResult {
 typedef struct TolvaImage {
     int32_t width;
     int32_t height;
-    int16_t bits;          /* 8 (palette indices), 24 (RGB) or 32 (RGB and straight alpha) */
-    uint32_t stride;       /* bytes per row, a multiple of 4 */
-    uint8_t *pixels;       /* stride * height bytes, bottom row first; malloc'ed */
-    int32_t colours;       /* palette entries of an 8-bit picture; 0 otherwise */
-    uint8_t palette[768];  /* red, green, blue per entry; the rest zero */
-    uint8_t alpha[256];    /* opacity of each palette entry, 255 = opaque */
-    int32_t orientation;   /* EXIF orientation 1..8 found in the file; 1 when none */
+    int16_t bits;         /* 8 (palette indices), 24 (RGB) or 32 (RGB and straight alpha) */
+    uint32_t stride;      /* bytes per row, a multiple of 4 */
+    uint8_t *pixels;      /* stride * height bytes, bottom row first; malloc'ed */
+    int32_t colours;      /* palette entries of an 8-bit picture; 0 otherwise */
+    uint8_t palette[768]; /* red, green, blue per entry; the rest zero */
+    uint8_t alpha[256];   /* opacity of each palette entry, 255 = opaque */
+    int32_t orientation;  /* EXIF orientation 1..8 found in the file; 1 when none */
 } TolvaImage;
 
 /*

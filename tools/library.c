@@ -51,9 +51,8 @@ static int bind_entries(TolvaFilter *f, char *error, size_t errorSize)
         snprintf(error, errorSize, "the filter's name table is empty");
         return -1;
     }
-    static const char *const kNeeded[] = {"CreateSetup",        "DestroySetup",
-                                          "EscapeSetup",        "ZUNGetFilterVersion",
-                                          "RASTER_dd_entry",    "szDLLName"};
+    static const char *const kNeeded[] = {"CreateSetup",         "DestroySetup",    "EscapeSetup",
+                                          "ZUNGetFilterVersion", "RASTER_dd_entry", "szDLLName"};
     const void *found[sizeof kNeeded / sizeof kNeeded[0]];
     for (size_t i = 0; i < sizeof kNeeded / sizeof kNeeded[0]; ++i) {
         found[i] = find_row(rows, count, kNeeded[i]);

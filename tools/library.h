@@ -28,14 +28,14 @@ typedef void *(*TolvaLockFn)(HGLOBAL);
 typedef int32_t (*TolvaUnlockFn)(HGLOBAL);
 
 typedef struct TolvaFilter {
-    void *module;                 /* dlopen handle */
-    char path[260];               /* the file loaded, as written into szDLLName */
+    void *module;   /* dlopen handle */
+    char path[260]; /* the file loaded, as written into szDLLName */
     TolvaCreateSetupFn createSetup;
     TolvaDestroySetupFn destroySetup;
     TolvaEscapeSetupFn escapeSetup;
     TolvaVersionFn filterVersion;
     TolvaEntryFn rasterEntry;
-    char *dllName;                /* the filter's szDLLName buffer (260 bytes) */
+    char *dllName; /* the filter's szDLLName buffer (260 bytes) */
     TolvaLockFn globalLock;
     TolvaUnlockFn globalUnlock;
 } TolvaFilter;

@@ -21,15 +21,36 @@
 #include <string.h>
 
 enum OptionId {
-    OPT_SIZE = 256, OPT_DPI, OPT_WIDTH, OPT_HEIGHT, OPT_SMOOTH, OPT_ACTUAL, OPT_INTERLACE,
-    OPT_TRANSPARENT, OPT_BACKGROUND, OPT_MATTE, OPT_MAX_PIXELS, OPT_NO_ORIENT, OPT_COLOUR,
-    OPT_PROFILE, OPT_SECTION, OPT_BANDS, OPT_LIBRARY, OPT_OUTPUT_DIR, OPT_JOBS,
-    OPT_NO_CLOBBER, OPT_VERBOSE, OPT_QUIET, OPT_HELP, OPT_VERSION, OPT_CANCEL_AT
+    OPT_SIZE = 256,
+    OPT_DPI,
+    OPT_WIDTH,
+    OPT_HEIGHT,
+    OPT_SMOOTH,
+    OPT_ACTUAL,
+    OPT_INTERLACE,
+    OPT_TRANSPARENT,
+    OPT_BACKGROUND,
+    OPT_MATTE,
+    OPT_MAX_PIXELS,
+    OPT_NO_ORIENT,
+    OPT_COLOUR,
+    OPT_PROFILE,
+    OPT_SECTION,
+    OPT_BANDS,
+    OPT_LIBRARY,
+    OPT_OUTPUT_DIR,
+    OPT_JOBS,
+    OPT_NO_CLOBBER,
+    OPT_VERBOSE,
+    OPT_QUIET,
+    OPT_HELP,
+    OPT_VERSION,
+    OPT_CANCEL_AT
 };
 
 typedef struct OptionInfo {
-    const char *name;  /* long name; NULL makes the entry a heading of --help */
-    char shortName;    /* 0: long only */
+    const char *name; /* long name; NULL makes the entry a heading of --help */
+    char shortName;   /* 0: long only */
     int takesValue;
     int id;            /* OPT_* */
     const char *value; /* the value's name in --help */
@@ -37,7 +58,8 @@ typedef struct OptionInfo {
 } OptionInfo;
 
 static const OptionInfo kOptions[] = {
-    {NULL, 0, 0, 0, NULL, "Size (without these, the picture's own; with only --profile, the profile's):"},
+    {NULL, 0, 0, 0, NULL,
+     "Size (without these, the picture's own; with only --profile, the profile's):"},
     {"width", 0, 1, OPT_WIDTH, "PIXELS", "GIF width in pixels (alone: keeps the proportions)"},
     {"height", 0, 1, OPT_HEIGHT, "PIXELS", "GIF height in pixels (alone: keeps the proportions)"},
     {"smooth", 0, 0, OPT_SMOOTH, NULL,
@@ -46,14 +68,16 @@ static const OptionInfo kOptions[] = {
     {"size", 's', 1, OPT_SIZE, "WxH", "fit the picture into W by H inches (0.03125 to 22)"},
     {"dpi", 'd', 1, OPT_DPI, "N", "dots per inch of the output (32 to 400)"},
     {"actual-size", 'a', 0, OPT_ACTUAL, NULL, "one GIF pixel per picture pixel (the default)"},
-    {NULL, 0, 0, 0, NULL, "The filter gives every GIF an even number of rows: an odd height gains one."},
+    {NULL, 0, 0, 0, NULL,
+     "The filter gives every GIF an even number of rows: an odd height gains one."},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Picture:"},
     {"interlace", 'i', 0, OPT_INTERLACE, NULL, "write an interlaced GIF"},
     {"transparent", 't', 1, OPT_TRANSPARENT, "RRGGBB",
      "make the colour nearest to RRGGBB transparent\n"
      "(pictures without transparent pixels of their own)"},
-    {"background", 'b', 1, OPT_BACKGROUND, "RRGGBB", "set the background colour to the nearest entry"},
+    {"background", 'b', 1, OPT_BACKGROUND, "RRGGBB",
+     "set the background colour to the nearest entry"},
     {"matte", 'm', 1, OPT_MATTE, "RRGGBB",
      "blend partly transparent pixels over this colour\n"
      "(default: the background colour, else white)"},
@@ -65,14 +89,12 @@ static const OptionInfo kOptions[] = {
     {"color-mode", 0, 1, OPT_COLOUR, "MODE", NULL},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Files:"},
-    {"output-dir", 'O', 1, OPT_OUTPUT_DIR, "DIR",
-     "write each INPUT as DIR/NAME.gif"},
+    {"output-dir", 'O', 1, OPT_OUTPUT_DIR, "DIR", "write each INPUT as DIR/NAME.gif"},
     {"jobs", 'j', 1, OPT_JOBS, "N", "with -O, N conversions at once (default: cores)"},
     {"no-clobber", 'n', 0, OPT_NO_CLOBBER, NULL, "never replace an existing file"},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Filter:"},
-    {"profile", 'p', 1, OPT_PROFILE, "FILE",
-     "read the filter's settings from FILE (man tolva)"},
+    {"profile", 'p', 1, OPT_PROFILE, "FILE", "read the filter's settings from FILE (man tolva)"},
     {"section", 0, 1, OPT_SECTION, "NAME",
      "profile section that holds the settings (default:\n"
      "the one FILE names as ~Mode in its [TOLVA] section)"},
@@ -121,12 +143,10 @@ void tolva_print_usage(FILE *out)
             continue;
         }
         char left[64];
-        int used = snprintf(left, sizeof left, "  %c%c%s--%s%s%s",
-                            option->shortName ? '-' : ' ',
+        int used = snprintf(left, sizeof left, "  %c%c%s--%s%s%s", option->shortName ? '-' : ' ',
                             option->shortName ? option->shortName : ' ',
                             option->shortName ? ", " : "  ", option->name,
-                            option->takesValue ? "=" : "",
-                            option->takesValue ? option->value : "");
+                            option->takesValue ? "=" : "", option->takesValue ? option->value : "");
         fprintf(out, "%s%*s", left, used < kHelpColumn ? kHelpColumn - used : 1, "");
         for (const char *text = option->help; *text != '\0'; ++text) {
             fputc(*text, out);
@@ -144,7 +164,7 @@ static const struct {
     const char *name;
     int32_t colourClass;
 } kColourModes[] = {
-    {"normal", 101}, {"invert", 102}, {"invert-grey", 103}, {"grey", 104},
+    {"normal", 101},           {"invert", 102},      {"invert-grey", 103}, {"grey", 104},
     {"invert-luminance", 105}, {"invert-gray", 103}, {"gray", 104},
 };
 
@@ -225,8 +245,7 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
     switch (id) {
     case OPT_SIZE:
         if (parse_size(value, &o->width, &o->height) != 0) {
-            return fail(error, size, "invalid size '%s' (expected WxH in inches, e.g. 4x3)",
-                        value);
+            return fail(error, size, "invalid size '%s' (expected WxH in inches, e.g. 4x3)", value);
         }
         return 0;
     case OPT_DPI:
@@ -234,7 +253,9 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
             return fail(error, size, "invalid resolution '%s' (expected dots per inch)", value);
         }
         return 0;
-    case OPT_ACTUAL: o->actualSize = 1; return 0;
+    case OPT_ACTUAL:
+        o->actualSize = 1;
+        return 0;
     case OPT_WIDTH:
     case OPT_HEIGHT: {
         int32_t *side = id == OPT_WIDTH ? &o->pixelWidth : &o->pixelHeight;
@@ -244,8 +265,12 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
         }
         return 0;
     }
-    case OPT_SMOOTH: o->smooth = 1; return 0;
-    case OPT_INTERLACE: o->interlace = 1; return 0;
+    case OPT_SMOOTH:
+        o->smooth = 1;
+        return 0;
+    case OPT_INTERLACE:
+        o->interlace = 1;
+        return 0;
     case OPT_TRANSPARENT:
         if (parse_colour(value, o->transparentColour) != 0) {
             return fail(error, size, "invalid colour '%s' (expected RRGGBB)", value);
@@ -274,7 +299,9 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
         o->maxPixels = pixels;
         return 0;
     }
-    case OPT_NO_ORIENT: o->keepOrientation = 1; return 0;
+    case OPT_NO_ORIENT:
+        o->keepOrientation = 1;
+        return 0;
     case OPT_COLOUR:
         for (size_t i = 0; i < sizeof kColourModes / sizeof kColourModes[0]; ++i) {
             if (strcmp(value, kColourModes[i].name) == 0) {
@@ -286,24 +313,40 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
                     "invalid colour mode '%s' (expected normal, invert, invert-grey, grey or "
                     "invert-luminance)",
                     value);
-    case OPT_PROFILE: o->profile = value; return 0;
-    case OPT_SECTION: o->section = value; return 0;
+    case OPT_PROFILE:
+        o->profile = value;
+        return 0;
+    case OPT_SECTION:
+        o->section = value;
+        return 0;
     case OPT_BANDS:
         if (parse_positive(value, &o->bands) != 0) {
             return fail(error, size, "invalid band count '%s'", value);
         }
         return 0;
-    case OPT_LIBRARY: o->library = value; return 0;
-    case OPT_OUTPUT_DIR: o->outputDir = value; return 0;
+    case OPT_LIBRARY:
+        o->library = value;
+        return 0;
+    case OPT_OUTPUT_DIR:
+        o->outputDir = value;
+        return 0;
     case OPT_JOBS:
         if (parse_positive(value, &o->jobs) != 0 || o->jobs > TOLVA_MAX_JOBS) {
             return fail(error, size, "invalid job count '%s' (1 to %d)", value, TOLVA_MAX_JOBS);
         }
         return 0;
-    case OPT_NO_CLOBBER: o->noClobber = 1; return 0;
-    case OPT_VERBOSE: o->verbose = 1; return 0;
-    case OPT_QUIET: o->quiet = 1; return 0;
-    case OPT_HELP: o->action = TOLVA_RUN_HELP; return 0;
+    case OPT_NO_CLOBBER:
+        o->noClobber = 1;
+        return 0;
+    case OPT_VERBOSE:
+        o->verbose = 1;
+        return 0;
+    case OPT_QUIET:
+        o->quiet = 1;
+        return 0;
+    case OPT_HELP:
+        o->action = TOLVA_RUN_HELP;
+        return 0;
     case OPT_VERSION:
         if (o->action != TOLVA_RUN_HELP) {
             o->action = TOLVA_RUN_VERSION;
@@ -398,8 +441,8 @@ static int check_files(TolvaOptions *o, char **files, int count, char *error, si
         return 0;
     }
     if (count < 2) {
-        return fail(error, size, count == 0 ? "missing input and output files"
-                                            : "missing output file");
+        return fail(error, size,
+                    count == 0 ? "missing input and output files" : "missing output file");
     }
     if (count > 2) {
         return fail(error, size, "too many file names ('%s'); use -O DIR for several inputs",
@@ -415,8 +458,7 @@ static int check_files(TolvaOptions *o, char **files, int count, char *error, si
     return 0;
 }
 
-int tolva_parse_options(int argc, char **argv, TolvaOptions *o, char *error,
-                        size_t errorSize)
+int tolva_parse_options(int argc, char **argv, TolvaOptions *o, char *error, size_t errorSize)
 {
     memset(o, 0, sizeof *o);
     error[0] = '\0';

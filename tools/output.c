@@ -148,8 +148,8 @@ static int follow_links(const char *target, char *real, size_t realSize, struct 
         if (realpath(directory, resolved) == NULL) {
             return errno;
         }
-        int written = snprintf(real, realSize, "%s/%s", strcmp(resolved, "/") == 0 ? "" : resolved,
-                               base);
+        int written =
+            snprintf(real, realSize, "%s/%s", strcmp(resolved, "/") == 0 ? "" : resolved, base);
         if (written < 0 || (size_t)written >= realSize) {
             return ENAMETOOLONG;
         }
@@ -235,9 +235,8 @@ static int same_file(const struct stat *a, const struct stat *b)
     return a != NULL && a->st_dev == b->st_dev && a->st_ino == b->st_ino;
 }
 
-int tolva_output_begin(TolvaOutput *o, const char *target, int noClobber,
-                       const struct stat *input, char *error, size_t errorSize,
-                       const char **about)
+int tolva_output_begin(TolvaOutput *o, const char *target, int noClobber, const struct stat *input,
+                       char *error, size_t errorSize, const char **about)
 {
     memset(o, 0, sizeof *o);
     o->target = target;

@@ -21,13 +21,13 @@ extern "C" {
 #endif
 
 typedef struct TolvaOutput {
-    const char *target;          /* the user's output name; "-" is standard output */
-    char filterPath[144];        /* temporary file the filter writes (its field is 144 bytes) */
-    char finalPath[PATH_MAX];    /* temporary file beside the real file, renamed at the end */
-    char realPath[PATH_MAX];     /* the file replaced: the target with its links followed */
-    int separate;                /* filterPath is elsewhere and is copied to finalPath */
-    int direct;                  /* descriptor written directly at the end; -1 for a file */
-    int noClobber;               /* an existing file is never replaced */
+    const char *target;       /* the user's output name; "-" is standard output */
+    char filterPath[144];     /* temporary file the filter writes (its field is 144 bytes) */
+    char finalPath[PATH_MAX]; /* temporary file beside the real file, renamed at the end */
+    char realPath[PATH_MAX];  /* the file replaced: the target with its links followed */
+    int separate;             /* filterPath is elsewhere and is copied to finalPath */
+    int direct;               /* descriptor written directly at the end; -1 for a file */
+    int noClobber;            /* an existing file is never replaced */
 } TolvaOutput;
 
 /*
@@ -41,8 +41,7 @@ typedef struct TolvaOutput {
  * temporary directory).
  */
 int tolva_output_begin(TolvaOutput *output, const char *target, int noClobber,
-                       const struct stat *input, char *error, size_t errorSize,
-                       const char **about);
+                       const struct stat *input, char *error, size_t errorSize, const char **about);
 
 /*
  * Moves the finished file into place, or copies it to the descriptor.

@@ -43,8 +43,8 @@ TolvaImageResult tolva_corrupt(const TolvaDecodeJob *job, const char *format, co
     snprintf(line, sizeof line, "%s", detail != NULL && detail[0] != '\0' ? detail : "unreadable");
     /* Library messages may end in a newline or hold several lines. */
     size_t length = strlen(line);
-    while (length > 0 && (line[length - 1] == '\n' || line[length - 1] == ' ' ||
-                          line[length - 1] == '.')) {
+    while (length > 0 &&
+           (line[length - 1] == '\n' || line[length - 1] == ' ' || line[length - 1] == '.')) {
         line[--length] = '\0';
     }
     for (char *c = line; *c != '\0'; ++c) {
@@ -61,14 +61,38 @@ static void oriented_source(int32_t orientation, int32_t width, int32_t height, 
                             int32_t y, int32_t *sx, int32_t *sy)
 {
     switch (orientation) {
-    case 2: *sx = width - 1 - x; *sy = y; break;
-    case 3: *sx = width - 1 - x; *sy = height - 1 - y; break;
-    case 4: *sx = x; *sy = height - 1 - y; break;
-    case 5: *sx = y; *sy = x; break;
-    case 6: *sx = y; *sy = height - 1 - x; break;
-    case 7: *sx = width - 1 - y; *sy = height - 1 - x; break;
-    case 8: *sx = width - 1 - y; *sy = x; break;
-    default: *sx = x; *sy = y; break;
+    case 2:
+        *sx = width - 1 - x;
+        *sy = y;
+        break;
+    case 3:
+        *sx = width - 1 - x;
+        *sy = height - 1 - y;
+        break;
+    case 4:
+        *sx = x;
+        *sy = height - 1 - y;
+        break;
+    case 5:
+        *sx = y;
+        *sy = x;
+        break;
+    case 6:
+        *sx = y;
+        *sy = height - 1 - x;
+        break;
+    case 7:
+        *sx = width - 1 - y;
+        *sy = height - 1 - x;
+        break;
+    case 8:
+        *sx = width - 1 - y;
+        *sy = x;
+        break;
+    default:
+        *sx = x;
+        *sy = y;
+        break;
     }
 }
 
@@ -161,7 +185,8 @@ static const Format *find_format(const uint8_t *data, size_t size)
     static const Format kWebp = {"WebP", "", 0, tolva_decode_webp};
     static const Format kNetpbm = {"netpbm", "", 0, tolva_decode_netpbm};
     for (size_t i = 0; i < sizeof kFormats / sizeof kFormats[0]; ++i) {
-        if (size >= kFormats[i].length && memcmp(data, kFormats[i].signature, kFormats[i].length) == 0) {
+        if (size >= kFormats[i].length &&
+            memcmp(data, kFormats[i].signature, kFormats[i].length) == 0) {
             return &kFormats[i];
         }
     }

@@ -28,7 +28,7 @@ extern "C" {
 #define TOLVA_DEFAULT_MAX_PIXELS (16384ull * 16384ull)
 
 typedef struct TolvaReadSettings {
-    uint64_t maxPixels; /* budget in pixels; 0 means TOLVA_DEFAULT_MAX_PIXELS */
+    uint64_t maxPixels;      /* budget in pixels; 0 means TOLVA_DEFAULT_MAX_PIXELS */
     int32_t keepOrientation; /* non-zero: rows as stored, whatever the EXIF orientation says */
 } TolvaReadSettings;
 

@@ -17,9 +17,9 @@ extern "C" {
 #endif
 
 typedef struct TolvaProgress {
-    FILE *terminal;        /* where the bar is drawn; NULL draws nothing */
-    const char *label;     /* shown in front of the bar */
-    int32_t readPermille;  /* how much of the picture has been read and decoded */
+    FILE *terminal;       /* where the bar is drawn; NULL draws nothing */
+    const char *label;    /* shown in front of the bar */
+    int32_t readPermille; /* how much of the picture has been read and decoded */
     int32_t bandsSent;
     int32_t bandCount;
     int32_t filterPercent; /* last percentage the filter reported */

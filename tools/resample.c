@@ -76,8 +76,8 @@ static int set_filter(pixman_image_t *source, double scaleX, double scaleY)
     if (parameters == NULL) {
         return -1;
     }
-    pixman_bool_t ok = pixman_image_set_filter(source, PIXMAN_FILTER_SEPARABLE_CONVOLUTION,
-                                               parameters, count);
+    pixman_bool_t ok =
+        pixman_image_set_filter(source, PIXMAN_FILTER_SEPARABLE_CONVOLUTION, parameters, count);
     free(parameters);
     return ok ? 0 : -1;
 }
@@ -88,8 +88,7 @@ static int fail(char *error, size_t size, const char *what)
     return -1;
 }
 
-int tolva_resample(TolvaImage *image, int32_t width, int32_t height, char *error,
-                   size_t errorSize)
+int tolva_resample(TolvaImage *image, int32_t width, int32_t height, char *error, size_t errorSize)
 {
     int alpha = 0;
     uint32_t *from = to_words(image, &alpha);
@@ -103,10 +102,10 @@ int tolva_resample(TolvaImage *image, int32_t width, int32_t height, char *error
         free(pixels);
         return fail(error, errorSize, "out of memory");
     }
-    pixman_image_t *source = pixman_image_create_bits(
-        PIXMAN_a8r8g8b8, image->width, image->height, from, image->width * 4);
-    pixman_image_t *target = pixman_image_create_bits(PIXMAN_a8r8g8b8, width, height, to,
-                                                      width * 4);
+    pixman_image_t *source = pixman_image_create_bits(PIXMAN_a8r8g8b8, image->width, image->height,
+                                                      from, image->width * 4);
+    pixman_image_t *target =
+        pixman_image_create_bits(PIXMAN_a8r8g8b8, width, height, to, width * 4);
     double scaleX = (double)image->width / width, scaleY = (double)image->height / height;
     pixman_transform_t transform;
     pixman_transform_init_scale(&transform, pixman_double_to_fixed(scaleX),

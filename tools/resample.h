@@ -25,8 +25,7 @@ extern "C" {
  * or 32-bit RGB and alpha when the picture had any transparency. Returns 0,
  * or -1 with the reason in `error` (the image is then unchanged).
  */
-int tolva_resample(TolvaImage *image, int32_t width, int32_t height, char *error,
-                   size_t errorSize);
+int tolva_resample(TolvaImage *image, int32_t width, int32_t height, char *error, size_t errorSize);
 
 #ifdef __cplusplus
 }

@@ -91,8 +91,8 @@ static int plan_fitted(int32_t width, int32_t height, int32_t wantWidth, int32_t
         fit(width, height, boxWidth, boxHeight, dpi, &w, &h);
         if ((wantWidth > 0 ? w == wantWidth : h == wantHeight) && w >= 1 && h >= 1 &&
             w <= TOLVA_MAX_GIF_SIDE && h <= TOLVA_MAX_GIF_SIDE) {
-            *plan = (TolvaPixelPlan){TOLVA_PLAN_FITTED, 0, dpi, dpi, boxWidth, boxHeight,
-                                     (int32_t)w, (int32_t)h};
+            *plan = (TolvaPixelPlan){TOLVA_PLAN_FITTED, 0,         dpi,        dpi,
+                                     boxWidth,          boxHeight, (int32_t)w, (int32_t)h};
             return 0;
         }
     }
@@ -106,8 +106,10 @@ int tolva_plan_pixels(int32_t width, int32_t height, int32_t wantWidth, int32_t 
         (wantWidth == 0 && wantHeight == 0)) {
         return -1;
     }
-    int32_t fullWidth = wantWidth > 0 ? wantWidth : tolva_proportional_side(width, height, 0, wantHeight);
-    int32_t fullHeight = wantHeight > 0 ? wantHeight : tolva_proportional_side(width, height, wantWidth, 0);
+    int32_t fullWidth =
+        wantWidth > 0 ? wantWidth : tolva_proportional_side(width, height, 0, wantHeight);
+    int32_t fullHeight =
+        wantHeight > 0 ? wantHeight : tolva_proportional_side(width, height, wantWidth, 0);
     if (plan_own_size(width, height, fullWidth, fullHeight, plan) == 0) {
         return 0;
     }
@@ -120,7 +122,8 @@ int tolva_plan_pixels(int32_t width, int32_t height, int32_t wantWidth, int32_t 
 int32_t tolva_proportional_side(int32_t width, int32_t height, int32_t wantWidth,
                                 int32_t wantHeight)
 {
-    int64_t side = wantWidth > 0 ? ((int64_t)wantWidth * height * 2 + width) / (2 * (int64_t)width)
-                                 : ((int64_t)wantHeight * width * 2 + height) / (2 * (int64_t)height);
+    int64_t side = wantWidth > 0
+                       ? ((int64_t)wantWidth * height * 2 + width) / (2 * (int64_t)width)
+                       : ((int64_t)wantHeight * width * 2 + height) / (2 * (int64_t)height);
     return side < 1 ? 1 : side > TOLVA_MAX_GIF_SIDE ? TOLVA_MAX_GIF_SIDE : (int32_t)side;
 }

@@ -31,13 +31,13 @@ extern "C" {
 enum { TOLVA_PLAN_OWN_SIZE = 1, TOLVA_PLAN_FITTED = 2 };
 
 typedef struct TolvaPixelPlan {
-    int32_t road;         /* TOLVA_PLAN_* */
-    int32_t resolution;   /* R, for the picture's own size; 0 when fitted */
-    int32_t xResolution;  /* X and Y: the profile's resolutions, 32..400 */
+    int32_t road;        /* TOLVA_PLAN_* */
+    int32_t resolution;  /* R, for the picture's own size; 0 when fitted */
+    int32_t xResolution; /* X and Y: the profile's resolutions, 32..400 */
     int32_t yResolution;
-    double width;         /* the box in inches, when fitted */
+    double width; /* the box in inches, when fitted */
     double height;
-    int32_t outWidth;     /* what the filter makes (before evening the height) */
+    int32_t outWidth; /* what the filter makes (before evening the height) */
     int32_t outHeight;
 } TolvaPixelPlan;
 

@@ -31,7 +31,4 @@ void tolva_catch_stops(void)
     sigaction(SIGXFSZ, &action, NULL);
 }
 
-int tolva_stop_status(void)
-{
-    return 128 + (int)tolva_stop_signal;
-}
+int tolva_stop_status(void) { return 128 + (int)tolva_stop_signal; }

@@ -191,8 +191,8 @@ static int32_t transparency_holds(const TolvaOptions *o, const TolvaFilter *filt
     TolvaProgress silent;
     tolva_progress_init(&silent, NULL, "", 0);
     TolvaMemoryFile mask = {NULL, 0, 0, 0};
-    int32_t result = tolva_export_to_memory(filter, &t->mask, &plain, &mask, &silent, error,
-                                            errorSize);
+    int32_t result =
+        tolva_export_to_memory(filter, &t->mask, &plain, &mask, &silent, error, errorSize);
     uint8_t *written = NULL;
     size_t size = 0;
     if (result == 0 && tolva_read_file(path, &written, &size) == 0) {
@@ -233,8 +233,8 @@ static int export_picture(const TolvaOptions *o, const TolvaFilter *filter, Tolv
         memcpy(settings.transparentColour, t->key, 3);
     }
     char error[512];
-    int32_t result = tolva_export(filter, image, &settings, output->filterPath, progress, error,
-                                  sizeof error);
+    int32_t result =
+        tolva_export(filter, image, &settings, output->filterPath, progress, error, sizeof error);
     int holds = 1;
     if (result == 0 && t->active) {
         result = transparency_holds(o, filter, t, output->filterPath, &holds, error, sizeof error);
@@ -291,8 +291,8 @@ static int size_picture(TolvaOptions *o, TolvaImage *image, const char *name)
     char error[512];
     if (o->smooth) {
         int32_t width = o->pixelWidth > 0 ? o->pixelWidth
-                                          : tolva_proportional_side(image->width, image->height,
-                                                                    0, o->pixelHeight);
+                                          : tolva_proportional_side(image->width, image->height, 0,
+                                                                    o->pixelHeight);
         int32_t height = o->pixelHeight > 0 ? o->pixelHeight
                                             : tolva_proportional_side(image->width, image->height,
                                                                       o->pixelWidth, 0);
@@ -308,8 +308,8 @@ static int size_picture(TolvaOptions *o, TolvaImage *image, const char *name)
         o->actualSize = 1;
         return EXIT_SUCCESS;
     }
-    if (tolva_plan_pixels(image->width, image->height, o->pixelWidth, o->pixelHeight,
-                          &o->plan) != 0) {
+    if (tolva_plan_pixels(image->width, image->height, o->pixelWidth, o->pixelHeight, &o->plan) !=
+        0) {
         char width[16] = "any width", height[16] = "any height";
         if (o->pixelWidth > 0) snprintf(width, sizeof width, "%d", (int)o->pixelWidth);
         if (o->pixelHeight > 0) snprintf(height, sizeof height, "%d", (int)o->pixelHeight);
@@ -325,8 +325,9 @@ static void say_written(const TolvaOptions *o, const TolvaFilter *filter, const 
                         const GifFacts *facts, const struct timespec *start)
 {
     char profile[160], section[160], used[400];
-    if (tolva_filter_settings_used(filter, o, profile, sizeof profile, section,
-                                   sizeof section) != 0 || profile[0] == '\0') {
+    if (tolva_filter_settings_used(filter, o, profile, sizeof profile, section, sizeof section) !=
+            0 ||
+        profile[0] == '\0') {
         snprintf(used, sizeof used, "the filter's built-in settings");
     } else {
         snprintf(used, sizeof used, "profile %s, section [%s]", profile, section);
@@ -357,7 +358,8 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
     TolvaOutput out;
     char error[512];
     const char *about = NULL;
-    if (tolva_output_begin(&out, output, o->noClobber, identity, error, sizeof error, &about) != 0) {
+    if (tolva_output_begin(&out, output, o->noClobber, identity, error, sizeof error, &about) !=
+        0) {
         if (tolva_stop_signal) {
             return stopped(name); /* a FIFO's open waits for its reader */
         }
@@ -399,8 +401,8 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
         status = stopped(name);
     } else {
         GifFacts facts = {0, 0, 0};
-        status = export_picture(&sized, filter, &image, &transparency, &out, name, &progress,
-                                &facts);
+        status =
+            export_picture(&sized, filter, &image, &transparency, &out, name, &progress, &facts);
         if (status == EXIT_SUCCESS && o->verbose) {
             say_written(o, filter, name, &facts, &start);
         }
@@ -441,10 +443,13 @@ static int run_batch(const TolvaOptions *o, const TolvaFilter *filter)
     }
     BatchContext context = {o, filter};
     int jobs = o->jobs > 0 ? o->jobs : (int)core_count();
-    TolvaBatch batch = {o->inputs, o->inputCount, o->outputDir,
+    TolvaBatch batch = {o->inputs,
+                        o->inputCount,
+                        o->outputDir,
                         jobs < o->inputCount ? jobs : o->inputCount,
                         (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL,
-                        convert_in_batch, &context};
+                        convert_in_batch,
+                        &context};
     return tolva_run_batch(&batch);
 }
 
@@ -480,8 +485,8 @@ int main(int argc, char **argv)
     if (tolva_filter_load(o.library, self, &filter, tried, sizeof tried, error, sizeof error)) {
         return report(EXIT_FAILURE, tried, "%s", error);
     }
-    int status = o.outputDir != NULL ? run_batch(&o, &filter)
-                                     : convert(&o, &filter, o.input, o.output);
+    int status =
+        o.outputDir != NULL ? run_batch(&o, &filter) : convert(&o, &filter, o.input, o.output);
     tolva_filter_unload(&filter);
     return status;
 }

@@ -46,7 +46,8 @@ static TolvaImageResult flatten_palette(TolvaImage *image, const uint8_t matte[3
             entry = i;
         } else if (image->alpha[i] != 0 && image->alpha[i] != 255) {
             for (int c = 0; c < 3; ++c) {
-                image->palette[3 * i + c] = blend(image->palette[3 * i + c], image->alpha[i], matte[c]);
+                image->palette[3 * i + c] =
+                    blend(image->palette[3 * i + c], image->alpha[i], matte[c]);
             }
         }
     }
@@ -93,7 +94,8 @@ static TolvaImageResult flatten_palette(TolvaImage *image, const uint8_t matte[3
 /* ---------------------------------------------------------------- RGBA -- */
 
 /* Colours are compared at 5 bits a channel: 32768 cells, one bit each. */
-#define CELL(r, g, b) (((uint32_t)(r) >> 3) << 10 | ((uint32_t)(g) >> 3) << 5 | ((uint32_t)(b) >> 3))
+#define CELL(r, g, b) \
+    (((uint32_t)(r) >> 3) << 10 | ((uint32_t)(g) >> 3) << 5 | ((uint32_t)(b) >> 3))
 
 /*
  * The key is the colourful candidate farthest from every opaque colour, so

@@ -22,9 +22,9 @@ extern "C" {
 #endif
 
 typedef struct TolvaTransparency {
-    int32_t active;    /* the picture has fully transparent pixels */
-    uint8_t key[3];    /* the colour they carry now */
-    TolvaImage mask;   /* 2-entry palette picture: index 1 where transparent */
+    int32_t active;  /* the picture has fully transparent pixels */
+    uint8_t key[3];  /* the colour they carry now */
+    TolvaImage mask; /* 2-entry palette picture: index 1 where transparent */
 } TolvaTransparency;
 
 /*

@@ -102,7 +102,8 @@ std::vector<uint8_t> encode_oracle(const Data &d) {
 // something else mean nothing.
 bool same_as_oracle(int kind) {
     static int verdict[3] = {};
-    if (verdict[kind] == 0) verdict[kind] = encode_tolva(data(kind)) == encode_oracle(data(kind)) ? 1 : -1;
+    if (verdict[kind] == 0)
+        verdict[kind] = encode_tolva(data(kind)) == encode_oracle(data(kind)) ? 1 : -1;
     return verdict[kind] == 1;
 }
 
@@ -116,8 +117,8 @@ void BM_Tolva(benchmark::State &state) {
     }
     // The library's entry on a growing memory stream, as the writer uses it.
     void *block = GlobalLock(GlobalAlloc(TOLVA_GMEM_FLAGS, 1));
-    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {reinterpret_cast<intptr_t>(&block), 0,
-                                                          4096, 0, 0, 0};
+    intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
+        reinterpret_cast<intptr_t>(&block), 0, 4096, 0, 0, 0};
     HGLOBAL stream = zunOpen(nullptr, descriptor, 4097);
     uint8_t work[kLzwWorkBytes] = {};
     for (auto _ : state) {

@@ -32,8 +32,9 @@ void dither(benchmark::State &state, int16_t depth, bool literal) {
     GlobalFree(fast);
     GlobalFree(slow);
     for (auto _ : state) {
-        HGLOBAL out = literal ? oracle_dither_given(p.bits, p.width, p.height, 24, depth, table, count)
-                              : rlDitherGivenCT(p.bits, p.width, p.height, 24, depth, 0, table, count);
+        HGLOBAL out = literal
+                          ? oracle_dither_given(p.bits, p.width, p.height, 24, depth, table, count)
+                          : rlDitherGivenCT(p.bits, p.width, p.height, 24, depth, 0, table, count);
         benchmark::DoNotOptimize(out);
         GlobalFree(out);
     }

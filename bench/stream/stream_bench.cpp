@@ -39,7 +39,8 @@ struct TempPath {
 
 void write_file_through_stdio(const char *name, int32_t step = kChunk) {
     FILE *f = fopen(name, "w+");
-    for (int32_t done = 0; done < kTotal; done += step) fwrite(chunk().data(), 1, static_cast<size_t>(step), f);
+    for (int32_t done = 0; done < kTotal; done += step)
+        fwrite(chunk().data(), 1, static_cast<size_t>(step), f);
     fclose(f);
 }
 
@@ -81,7 +82,8 @@ void BM_FileRead_Stdio(benchmark::State &state) {
     std::vector<uint8_t> buffer(static_cast<size_t>(step));
     for (auto _ : state) {
         FILE *f = fopen(tmp.name, "r");
-        while (fread(buffer.data(), 1, static_cast<size_t>(step), f) > 0) benchmark::DoNotOptimize(buffer.data());
+        while (fread(buffer.data(), 1, static_cast<size_t>(step), f) > 0)
+            benchmark::DoNotOptimize(buffer.data());
         fclose(f);
     }
     state.SetBytesProcessed(state.iterations() * int64_t{kTotal});

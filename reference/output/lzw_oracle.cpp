@@ -64,13 +64,12 @@ int32_t write_sub_blocks(ByteStream *s, const uint8_t *bytes, uint32_t n) {
 }  // namespace
 
 LzwSink byte_stream_sink(ByteStream *stream) {
-    return LzwSink{stream,
-                   [](void *c, const void *b, int32_t n) {
-                       return stream_write(static_cast<ByteStream *>(c), b, n);
-                   },
-                   [](void *c, uint8_t *byte) {
-                       stream_take_back(static_cast<ByteStream *>(c), byte);
-                   }};
+    return LzwSink{
+        stream,
+        [](void *c, const void *b, int32_t n) {
+            return stream_write(static_cast<ByteStream *>(c), b, n);
+        },
+        [](void *c, uint8_t *byte) { stream_take_back(static_cast<ByteStream *>(c), byte); }};
 }
 
 uint32_t oracle_lzw_compression(ByteStream *stream, const uint8_t *pixels, uint8_t *work,

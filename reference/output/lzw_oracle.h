@@ -28,9 +28,9 @@ LzwSink byte_stream_sink(ByteStream *stream);
 // What the reference saw at the end of a segment, so that tests can prove
 // that their inputs reach each edge case.
 struct OracleStats {
-    int double_raises = 0;    // the width test raised the width twice at the end
-    int resets = 0;           // clear codes emitted at next free code 4090
-    int found_at_end = 0;     // the input ended inside a known string
+    int double_raises = 0;  // the width test raised the width twice at the end
+    int resets = 0;         // clear codes emitted at next free code 4090
+    int found_at_end = 0;   // the input ended inside a known string
     // The input ended on an unmatched pixel with the next free code at 512 or
     // 513 (1024 or 1025, 2048 or 2049): the last entry is counted once for two
     // codes, so the closing code goes out one bit narrower or wider than a

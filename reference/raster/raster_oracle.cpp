@@ -47,8 +47,9 @@ HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, in
         map.assign(size_t{1} << srcBits, 0);
         for (size_t i = 0; srcColours != nullptr && onto != nullptr && i < map.size(); ++i) {
             const uint8_t *s = srcColours + 3 * i;
-            map[i] = dstBits == 24 ? uint32_t{s[0]} << 24 | uint32_t{s[1]} << 16 | uint32_t{s[2]} << 8
-                                   : static_cast<uint32_t>(nearest_index(s[0], s[1], s[2], onto, ontoCount));
+            map[i] = dstBits == 24
+                         ? uint32_t{s[0]} << 24 | uint32_t{s[1]} << 16 | uint32_t{s[2]} << 8
+                         : static_cast<uint32_t>(nearest_index(s[0], s[1], s[2], onto, ontoCount));
         }
     }
     int32_t srcRow = rlBytesPerLine(width, srcBits), dstRow = rlBytesPerLine(width, dstBits);
@@ -57,10 +58,11 @@ HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, in
             uint32_t v = rlGetPixel(src, srcRow, x, y, srcBits);
             if (direct && dstColours != nullptr && dstBits < 24) {
                 // The index passes through a signed byte, as the pixel store takes it.
-                int16_t k = nearest_index(static_cast<int16_t>(v >> 24), static_cast<int16_t>((v >> 16) & 255),
-                                          static_cast<int16_t>((v >> 8) & 255), dstColours, dstCount);
-                rlSetPixel(dst, dstRow, x, y, dstBits, static_cast<uint32_t>(static_cast<int8_t>(k)),
-                           nullptr, nullptr, 0);
+                int16_t k = nearest_index(
+                    static_cast<int16_t>(v >> 24), static_cast<int16_t>((v >> 16) & 255),
+                    static_cast<int16_t>((v >> 8) & 255), dstColours, dstCount);
+                rlSetPixel(dst, dstRow, x, y, dstBits,
+                           static_cast<uint32_t>(static_cast<int8_t>(k)), nullptr, nullptr, 0);
             } else {
                 rlSetPixel(dst, dstRow, x, y, dstBits, v, direct ? nullptr : map.data(), dstColours,
                            dstCount);

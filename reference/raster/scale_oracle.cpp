@@ -105,8 +105,9 @@ void oracle_Stretch(const uint8_t *src, uint8_t *dst, int16_t bpp, int32_t sw, i
             }
             for (int32_t k = 1; k < n; ++k) {
                 dstRow -= 1;
-                if (dstRow >= 0) std::memcpy(dst + dstRow * dbpl, dst + (dstRow + 1) * dbpl,
-                                             static_cast<size_t>(dbpl));
+                if (dstRow >= 0)
+                    std::memcpy(dst + dstRow * dbpl, dst + (dstRow + 1) * dbpl,
+                                static_cast<size_t>(dbpl));
             }
             dstRow -= 1;
         }

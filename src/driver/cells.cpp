@@ -38,7 +38,9 @@ int64_t row_width(const EMData *em, int64_t cap) {
 }
 
 // Bytes of a row, padded to a multiple of 4.
-int64_t row_bytes(int64_t width, int64_t bits) { return ((width * bits + 7) / 8 + 3) & ~int64_t{3}; }
+int64_t row_bytes(int64_t width, int64_t bits) {
+    return ((width * bits + 7) / 8 + 3) & ~int64_t{3};
+}
 
 // A zero-filled block for `rows` rows, or 0 when the size has no 32-bit
 // count (the allocation the host could never have had).
@@ -149,7 +151,8 @@ void *d_ca(void *block) {
     int32_t declared = host_load_i32(block, TOLVA_CELLS_BITS);
     if (declared < 0) {
         // The cells live elsewhere; their address sits unaligned at byte 102.
-        memcpy(&data, static_cast<const uint8_t *>(block) + TOLVA_CELLS_DATA, sizeof(const uint8_t *));
+        memcpy(&data, static_cast<const uint8_t *>(block) + TOLVA_CELLS_DATA,
+               sizeof(const uint8_t *));
     }
     int32_t bits = cell_bits(declared);
     uint32_t cells = host_load_u32(block, TOLVA_CELLS_PER_ROW);
@@ -168,9 +171,10 @@ void *d_ca(void *block) {
     if (upward) {
         if (em->currentRow == 0) em->currentRow = em->pictureHeight - 1;
         count = static_cast<int32_t>(rows) < em->currentRow ? static_cast<int32_t>(rows)
-                                                             : em->currentRow;
+                                                            : em->currentRow;
     } else {
-        uint32_t left = static_cast<uint32_t>(em->pictureHeight) - static_cast<uint32_t>(em->currentRow);
+        uint32_t left =
+            static_cast<uint32_t>(em->pictureHeight) - static_cast<uint32_t>(em->currentRow);
         count = rows < left ? rows : left;
     }
 

@@ -8,12 +8,12 @@
 
 #include <stddef.h>
 
+#include "tolva/driver.h"
 #include "tolva/host.h"
-#include "tolva/stream.h"
+#include "tolva/output.h"
 #include "tolva/raster.h"
 #include "tolva/settings.h"
-#include "tolva/output.h"
-#include "tolva/driver.h"
+#include "tolva/stream.h"
 
 #include "host/numeric.h"
 #include "host/unaligned.h"

@@ -71,22 +71,22 @@ int32_t RASTER_dd_entry32(intptr_t, int16_t func, void *block) {
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     EMData *em = lpEMData;
     switch (func) {
-        case kInit:
-            if (hCommon != 0 && em != nullptr && em->deviceState != -1) return 0;
-            return RASTER_initdvr(static_cast<intptr_t *>(block));
-        case kCall: {
-            if (em == nullptr) return 0;
-            em->result = 0;
-            if (em->deviceState <= 0) return 0;
-            OpcodeHandler handler = getfunc(host_load_i32(block, 0));
-            (void)handler(block);  // handlers return their block, never a result
-            return em->result;
-        }
-        case kTerm:
-            if (em != nullptr) em->result = 0;
-            return RASTER_termdvr();
-        default:
-            return 0;
+    case kInit:
+        if (hCommon != 0 && em != nullptr && em->deviceState != -1) return 0;
+        return RASTER_initdvr(static_cast<intptr_t *>(block));
+    case kCall: {
+        if (em == nullptr) return 0;
+        em->result = 0;
+        if (em->deviceState <= 0) return 0;
+        OpcodeHandler handler = getfunc(host_load_i32(block, 0));
+        (void)handler(block);  // handlers return their block, never a result
+        return em->result;
+    }
+    case kTerm:
+        if (em != nullptr) em->result = 0;
+        return RASTER_termdvr();
+    default:
+        return 0;
     }
 }
 
@@ -96,25 +96,25 @@ int32_t dd_entry32(intptr_t, int16_t func, void *block) {
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     CommonBlock *common = common_block();
     switch (func) {
-        case kInit:
-            if (hCommon != 0 && common != nullptr && common->deviceState != 1) return 0;
-            return initdvr(static_cast<intptr_t *>(block));
-        case kCall: {
-            if (common == nullptr) return 0;
-            common->result = 0;
-            if (common->deviceState > 0) {
-                OpcodeHandler handler = getfunc(host_load_i32(block, 0));
-                esc_mode(1);
-                (void)handler(block);  // handlers return their block, never a result
-                esc_mode(0);
-            }
-            return common->result;
+    case kInit:
+        if (hCommon != 0 && common != nullptr && common->deviceState != 1) return 0;
+        return initdvr(static_cast<intptr_t *>(block));
+    case kCall: {
+        if (common == nullptr) return 0;
+        common->result = 0;
+        if (common->deviceState > 0) {
+            OpcodeHandler handler = getfunc(host_load_i32(block, 0));
+            esc_mode(1);
+            (void)handler(block);  // handlers return their block, never a result
+            esc_mode(0);
         }
-        case kTerm:
-            if (common != nullptr) common->result = 0;
-            return termdvr(0);
-        default:
-            return 0;
+        return common->result;
+    }
+    case kTerm:
+        if (common != nullptr) common->result = 0;
+        return termdvr(0);
+    default:
+        return 0;
     }
 }
 

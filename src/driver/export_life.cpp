@@ -47,11 +47,16 @@ int32_t open_output(SetupBlock *raster) {
 // The colour class that the host's property callback is told about.
 int32_t colour_class(int32_t colourMode) {
     switch (colourMode) {
-        case TOLVA_COLOUR_INVERT: return 102;
-        case TOLVA_COLOUR_INVERT_GREY: return 103;
-        case TOLVA_COLOUR_GREY: return 104;
-        case TOLVA_COLOUR_INVERT_LUMINANCE: return 105;
-        default: return 101;
+    case TOLVA_COLOUR_INVERT:
+        return 102;
+    case TOLVA_COLOUR_INVERT_GREY:
+        return 103;
+    case TOLVA_COLOUR_GREY:
+        return 104;
+    case TOLVA_COLOUR_INVERT_LUMINANCE:
+        return 105;
+    default:
+        return 101;
     }
 }
 
@@ -70,8 +75,8 @@ int32_t initdvr(intptr_t *block) {
     raster->statusRecord = record;
     intptr_t callback = 0;
     raster->hookResult = InitPlatformMetafileFilter(
-        block[TOLVA_EXPORT_INIT_HOOK_A], block[TOLVA_EXPORT_INIT_HOOK_B], record,
-        &raster->metafile, &hSetup, &raster->metafileAux, &callback);
+        block[TOLVA_EXPORT_INIT_HOOK_A], block[TOLVA_EXPORT_INIT_HOOK_B], record, &raster->metafile,
+        &hSetup, &raster->metafileAux, &callback);
 
     char *hostName = reinterpret_cast<char *>(block[TOLVA_EXPORT_INIT_FILE_NAME]);
     // A file under the start of a longer name would be one the host never
@@ -112,7 +117,8 @@ int32_t termdvr(int32_t) {
     int32_t result = TOLVA_ERR_MEMORY;
     int32_t hook = 0;
     if (raster != nullptr) {
-        descriptor[TOLVA_METAFILE_HANDLE] = GetMetaFileHandle(raster->metafile, raster->metafileAux);
+        descriptor[TOLVA_METAFILE_HANDLE] =
+            GetMetaFileHandle(raster->metafile, raster->metafileAux);
         for (int i = 0; i < 4; ++i)
             descriptor[TOLVA_METAFILE_BOUNDS + i] =
                 static_cast<intptr_t>(raster->pageCoordinates[i]);

@@ -78,7 +78,8 @@ int32_t RASTER_initdvr(intptr_t *block) {
         record[TOLVA_STATUS_CONTEXT] != 0) {
         // The init report: b = -2 keeps it from ever asking for a stop detail.
         (void)CallGetSet_Status(reinterpret_cast<StatusFunction>(record[TOLVA_STATUS_FUNCTION]),
-                                record[TOLVA_STATUS_CONTEXT], 0, TOLVA_STATUS_INIT_REPORT, 100, 0, 0, 0);
+                                record[TOLVA_STATUS_CONTEXT], 0, TOLVA_STATUS_INIT_REPORT, 100, 0,
+                                0, 0);
     }
 
     em->replySize = static_cast<uint32_t>(block[TOLVA_INIT_REPLY_SIZE]);

@@ -21,7 +21,8 @@ void *ds_dvwn(void *block) {
 
 void *ds_bgc(void *block) {
     if (lpEMData == nullptr) return block;
-    memcpy(lpEMData->backgroundColour, static_cast<const uint8_t *>(block) + TOLVA_BACKGROUND_RGB, 3);
+    memcpy(lpEMData->backgroundColour, static_cast<const uint8_t *>(block) + TOLVA_BACKGROUND_RGB,
+           3);
     return block;
 }
 

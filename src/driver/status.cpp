@@ -16,8 +16,8 @@ StatusFunction status_function(const intptr_t *record) {
 
 extern "C" {
 
-int32_t CallGetSet_Status(StatusFunction fn, intptr_t context, intptr_t a, intptr_t b,
-                          intptr_t c, intptr_t d, intptr_t e, intptr_t f) {
+int32_t CallGetSet_Status(StatusFunction fn, intptr_t context, intptr_t a, intptr_t b, intptr_t c,
+                          intptr_t d, intptr_t e, intptr_t f) {
     if (fn == nullptr) return 0;
     int32_t r = fn(context, a, b, c, d, e, f);
     if (r != 0 && a == 0 && b == 0) {
@@ -32,8 +32,8 @@ int32_t CallGetSet_Status(StatusFunction fn, intptr_t context, intptr_t a, intpt
 int32_t RASTER_escape(void) {
     if (lpEMData == nullptr || lpEMData->statusRecord == nullptr) return 0;
     const intptr_t *record = lpEMData->statusRecord;
-    int32_t r = CallGetSet_Status(status_function(record), record[TOLVA_STATUS_CONTEXT], 0, 0, 0,
-                                  0, 0, 0);
+    int32_t r =
+        CallGetSet_Status(status_function(record), record[TOLVA_STATUS_CONTEXT], 0, 0, 0, 0, 0, 0);
     if (r == 0) return 0;
     push_er(TOLVA_ERR_STOPPED);
     return TOLVA_ERR_STOPPED;

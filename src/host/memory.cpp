@@ -32,7 +32,9 @@ uint8_t *header(HGLOBAL h) { return reinterpret_cast<uint8_t *>(h); }
 
 uint8_t *data_address(HGLOBAL h) { return host_load<uint8_t *>(header(h), kAddressAt); }
 
-size_t allocation_bytes(uint32_t size) { return static_cast<size_t>((uint64_t{size} + kSlack) / 8 * 8); }
+size_t allocation_bytes(uint32_t size) {
+    return static_cast<size_t>((uint64_t{size} + kSlack) / 8 * 8);
+}
 
 [[noreturn]] void out_of_memory(size_t bytes) {
     std::printf("GloalAlloc function failed due to insufficient memory: needs %ld bytes memory!!\n",

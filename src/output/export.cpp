@@ -16,15 +16,15 @@
 
 namespace {
 
-constexpr int kSettingsWord = 2;            // of the host argument block
+constexpr int kSettingsWord = 2;  // of the host argument block
 constexpr int kHostValueWord = 6;
-constexpr int kBandRowsWord = 1;            // of the init information
-constexpr int16_t kExportQueryValue = 1;    // handed on to the writer
+constexpr int kBandRowsWord = 1;          // of the init information
+constexpr int16_t kExportQueryValue = 1;  // handed on to the writer
 
 // The callback's private block: two words.
 struct ExportPrivate {
-    HGLOBAL lastBand;   // the band bitmap made by the latest draw
-    HGLOBAL table;      // private copy of the colour table the bands use
+    HGLOBAL lastBand;  // the band bitmap made by the latest draw
+    HGLOBAL table;     // private copy of the colour table the bands use
 };
 
 const TolvaPicture *source_of(const TolvaOffscreen *record) {
@@ -42,7 +42,8 @@ void adopt_table(TolvaOffscreen *record, ExportPrivate *own, const uint8_t *from
             static_cast<uint8_t *>(zunPtrGlobalReAlloc(record->colourTable, bytes, 0x42));
     record->colourCount = static_cast<int16_t>(entries);
     const uint32_t copied = available < bytes ? available : bytes;
-    if (record->colourTable != nullptr && from != nullptr) memcpy(record->colourTable, from, copied);
+    if (record->colourTable != nullptr && from != nullptr)
+        memcpy(record->colourTable, from, copied);
     own->table = GlobalAlloc(TOLVA_GMEM_FLAGS, bytes);
     auto *copy = static_cast<uint8_t *>(GlobalLock(own->table));
     if (copy != nullptr && from != nullptr) memcpy(copy, from, copied);

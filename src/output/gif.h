@@ -10,8 +10,8 @@
 #include <stdint.h>
 
 #include "tolva/host.h"
-#include "tolva/stream.h"
 #include "tolva/output.h"
+#include "tolva/stream.h"
 
 #include "output/device.h"
 

@@ -26,7 +26,8 @@ HGLOBAL GifOpenSpoolFile(CellBitmapState *state, uint32_t pixels) {
     if (pixels > kGifMemorySpoolPixels) {
         char name[TOLVA_TEMP_NAME_SIZE] = {};
         state->spoolName[0] = '\0';
-        if (ZUNGetTempFileName(0, "", 0, name) != 0 && std::strlen(name) < sizeof state->spoolName) {
+        if (ZUNGetTempFileName(0, "", 0, name) != 0 &&
+            std::strlen(name) < sizeof state->spoolName) {
             std::memcpy(state->spoolName, name, std::strlen(name) + 1);
         }
         spool = stream_open_file(state->spoolName);

@@ -129,8 +129,8 @@ int32_t BeginCellBitmap(HGLOBAL stream, int32_t width, int32_t height, int16_t b
     st->bytesPerRow = gif_row_bytes(width, bitsPerPixel);
     st->carry = 0;
     if (settings.interlace) {
-        st->spoolStream = GifOpenSpoolFile(st, static_cast<uint32_t>(width) *
-                                                   static_cast<uint32_t>(height));
+        st->spoolStream =
+            GifOpenSpoolFile(st, static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
     }
     GlobalUnlock(handle);
     return -1;
@@ -162,7 +162,7 @@ int32_t WriteCellBits(HGLOBAL stream, HGLOBAL band, int32_t width, int32_t rows,
     // that the encoder clears the start of its work buffer qualify: shorter
     // ones OR their first codes onto what the band's bytes held.
     const bool inPlace = band != 0 && !interlace && GlobalSize(band) >= tempSize &&
-                          count >= static_cast<int32_t>(kLzwWorkBytes);
+                         count >= static_cast<int32_t>(kLzwWorkBytes);
     HGLOBAL tempHandle = 0;
     if (!inPlace && tempSize <= UINT32_MAX) {
         tempHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(tempSize));

@@ -11,8 +11,8 @@
 #include <stdint.h>
 
 #include "tolva/host.h"
-#include "tolva/stream.h"
 #include "tolva/output.h"
+#include "tolva/stream.h"
 
 // Code numbers and widths of the GIF variant we write. They are fixed for the
 // root alphabet of 256 values, whatever the image depth.

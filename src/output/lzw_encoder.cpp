@@ -29,7 +29,7 @@ struct Packer {
     uint32_t nbits;  // pending bit count, below 8 between puts
     uint8_t *out;    // the first incomplete byte in the stage
     uint8_t *stage;
-    bool flushed;    // some group left the stage in this segment
+    bool flushed;  // some group left the stage in this segment
 };
 
 inline void put(Packer *p, uint32_t code, uint32_t width) {

@@ -31,9 +31,8 @@ int32_t lzw_compress_and_write(const LzwSink *sink, const uint8_t *pixels, uint8
     // Only the start of the buffer needs clearing: the packer writes every
     // later byte whole. Bytes that a short segment leaves uncleared are ORed
     // into its first codes, as they always were.
-    int32_t clear = count < static_cast<int32_t>(kLzwGroupBytes)
-                        ? count
-                        : static_cast<int32_t>(kLzwGroupBytes);
+    int32_t clear =
+        count < static_cast<int32_t>(kLzwGroupBytes) ? count : static_cast<int32_t>(kLzwGroupBytes);
     for (int32_t k = 0; k < clear; ++k) work[k] = 0;
     uint32_t n = lzw_compress(sink, pixels, work, count, first, last, carry);
     int32_t result = TOLVA_OK;

@@ -38,9 +38,8 @@ void QueryPlatformOffscreen(TolvaOffscreenQuery *query, void *hostContext,
 }
 
 TolvaOffscreen *InitPlatformOffscreen(int32_t width, int32_t *bandRows, int16_t depth,
-                                      int16_t colourCount, uint8_t *colourTable,
-                                      void *hostContext, OffscreenCallback callback,
-                                      uint8_t flag) {
+                                      int16_t colourCount, uint8_t *colourTable, void *hostContext,
+                                      OffscreenCallback callback, uint8_t flag) {
     auto *record = static_cast<TolvaOffscreen *>(zunPtrGlobalAlloc(sizeof(TolvaOffscreen)));
     if (record == nullptr || callback == nullptr || bandRows == nullptr) {
         if (bandRows != nullptr) *bandRows = 0;

@@ -43,8 +43,8 @@ bool advance(Progress &progress) {
 // block's bytes instead of reading past its end. Returns the band to write.
 HGLOBAL band_within_bounds(HGLOBAL &made, HGLOBAL current, int32_t width, int32_t rows) {
     if (current == 0 || width <= 0 || rows <= 0) return current;
-    uint64_t needed = static_cast<uint64_t>(rlBytesPerLine(width, kOutputDepth)) *
-                      static_cast<uint64_t>(rows);
+    uint64_t needed =
+        static_cast<uint64_t>(rlBytesPerLine(width, kOutputDepth)) * static_cast<uint64_t>(rows);
     uint32_t have = GlobalSize(current);
     if (needed <= have || needed > UINT32_MAX) return current;
     HGLOBAL padded = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(needed));
@@ -264,8 +264,8 @@ int32_t OutputPicture(HGLOBAL stream, void *hostContext, OffscreenCallback callb
     const int32_t outHeight = static_cast<int32_t>(evenHeight);
 
     int32_t bandRows = outHeight;
-    TolvaOffscreen *record = InitPlatformOffscreen(outWidth, &bandRows, depth, colours, table,
-                                                   hostContext, callback, 0);
+    TolvaOffscreen *record =
+        InitPlatformOffscreen(outWidth, &bandRows, depth, colours, table, hostContext, callback, 0);
     // The callback may have grown the table; the record holds the live one.
     if (record != nullptr) table = record->colourTable;
     // The writer reads 2^depth entries, and at least 16 when it places a

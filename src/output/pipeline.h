@@ -11,10 +11,10 @@
 #include <stdint.h>
 
 #include "tolva/host.h"
-#include "tolva/stream.h"
+#include "tolva/output.h"
 #include "tolva/raster.h"
 #include "tolva/settings.h"
-#include "tolva/output.h"
+#include "tolva/stream.h"
 
 #include "output/device.h"
 

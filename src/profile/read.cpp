@@ -148,8 +148,8 @@ int32_t GetProfileDirectory(char *name, const char *module) {
     return 1;
 }
 
-int32_t GetPrivateProfileString(const char *section, const char *key, const char *def,
-                                char *buffer, int32_t size, const char *file) {
+int32_t GetPrivateProfileString(const char *section, const char *key, const char *def, char *buffer,
+                                int32_t size, const char *file) {
     if (section == nullptr || *section == '\0' || def == nullptr) return 0;
     int32_t count = 0;
     if (buffer != nullptr) {
@@ -200,8 +200,7 @@ int32_t GetPrivateProfileString(const char *section, const char *key, const char
     return count;
 }
 
-int32_t GetPrivateProfileInt(const char *section, const char *key, int32_t def,
-                             const char *file) {
+int32_t GetPrivateProfileInt(const char *section, const char *key, int32_t def, const char *file) {
     char text[33] = {};
     if (GetPrivateProfileString(section, key, "", text, 32, file) == 0) return def;
     return ParseProfileNumber(text);

@@ -64,8 +64,8 @@ bool line_has_key(const char *line, const char *key) {
 
 // Copies the lines of the matching section with the request applied.
 // Returns true when a "[" line ended the section; it is left in `line`.
-bool rewrite_section(HGLOBAL in, Rewrite *w, char *line, const char *header,
-                     const char *key, const char *value) {
+bool rewrite_section(HGLOBAL in, Rewrite *w, char *line, const char *header, const char *key,
+                     const char *value) {
     bool holding = key != nullptr && value == nullptr;  // deleting a key holds the header back
     bool matched = false;
     if (key != nullptr && value != nullptr) put(w, header);
@@ -93,8 +93,7 @@ bool rewrite_section(HGLOBAL in, Rewrite *w, char *line, const char *header,
 }
 
 // Copies the old file into the new one; true when the section was found.
-bool copy_profile(HGLOBAL in, Rewrite *w, const char *section, const char *key,
-                  const char *value) {
+bool copy_profile(HGLOBAL in, Rewrite *w, const char *section, const char *key, const char *value) {
     char line[kProfileLineSize + 1];
     char header[kProfileLineSize + 1];
     bool found = false;
@@ -167,7 +166,8 @@ int32_t WritePrivateProfileString(const char *section, const char *key, const ch
     }
     if (in != 0) zunSetLineFormat(w.out, static_cast<int16_t>(zunGetLineFormat(in)));
 
-    HGLOBAL sectionHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(std::strlen(section) + 1));
+    HGLOBAL sectionHandle =
+        GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(std::strlen(section) + 1));
     auto *wanted = static_cast<char *>(GlobalLock(sectionHandle));
     std::memcpy(wanted, section, std::strlen(section) + 1);
     CleanProfileLine(wanted, kProfileKeepNothing);

@@ -59,8 +59,8 @@ int32_t rlFreeColormap(HGLOBAL map) {
 
 int32_t rlBytesPerLine(int32_t width, int16_t bitsPerPixel) {
     // Wrapping arithmetic: an absurd width gives an absurd size, never UB.
-    int32_t bits = static_cast<int32_t>(static_cast<uint32_t>(width) *
-                                        static_cast<uint32_t>(bitsPerPixel));
+    int32_t bits =
+        static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(bitsPerPixel));
     int32_t bytes = bits / 8 + (bits % 8 != 0 ? 1 : 0);
     if (bytes % 4 == 0) return bytes;
     return static_cast<int32_t>((static_cast<uint32_t>(bytes) + 3u) & ~3u);
@@ -90,9 +90,8 @@ uint32_t rlGetPixel(const uint8_t *data, int32_t bytesPerLine, int32_t x, int32_
     }
 }
 
-int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
-                   int16_t bitsPerPixel, uint32_t value, const uint32_t *map,
-                   const uint8_t *table, int16_t tableCount) {
+int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y, int16_t bitsPerPixel,
+                   uint32_t value, const uint32_t *map, const uint8_t *table, int16_t tableCount) {
     if (_debug_color_res > 3) std::fprintf(stderr, "(%d,%d): ", x, y);
 
     uint32_t v;
@@ -102,8 +101,8 @@ int32_t rlSetPixel(uint8_t *data, int32_t bytesPerLine, int32_t x, int32_t y,
         // The index passes through a signed byte on its way to the pixel, so
         // an index above 127 comes back sign-extended; only its low bits are
         // ever stored.
-        int16_t index = rlNearestRGBIndex(rl_red(value), rl_green(value), rl_blue(value), table,
-                                          tableCount);
+        int16_t index =
+            rlNearestRGBIndex(rl_red(value), rl_green(value), rl_blue(value), table, tableCount);
         v = static_cast<uint32_t>(static_cast<int32_t>(static_cast<int8_t>(index)));
     } else {
         v = value;

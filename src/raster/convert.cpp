@@ -16,16 +16,14 @@ namespace {
 // Pictures of at least this many pixels get the search's cells and caches.
 constexpr int64_t kManyPixels = 16384;
 
-uint32_t power_of_two(int16_t bits) {
-    return bits >= 0 && bits < 32 ? 1u << bits : 0u;
-}
+uint32_t power_of_two(int16_t bits) { return bits >= 0 && bits < 32 ? 1u << bits : 0u; }
 
 // Everything one conversion needs, locked.
 struct Conversion {
     const uint8_t *src;
     uint8_t *dst;
     int32_t width;
-    int32_t rows;          // source rows that lie wholly inside the source block
+    int32_t rows;  // source rows that lie wholly inside the source block
     int16_t srcBits;
     int16_t dstBits;
     int32_t srcRow;
@@ -254,8 +252,8 @@ HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height, int
     if (dstBits < 8 && srcBits > dstBits) {
         result = rlDitherBitmap(bits, width, height, srcBits, dstBits, srcTable, &newTable);
     } else {
-        result = rlConvertBitmapDepth(bits, width, height, srcBits, dstBits, srcTable, newTable,
-                                      count);
+        result =
+            rlConvertBitmapDepth(bits, width, height, srcBits, dstBits, srcTable, newTable, count);
     }
     if (table != nullptr) *table = newTable;
     return result;

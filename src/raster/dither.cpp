@@ -31,8 +31,7 @@ int16_t entries_for_depth(int16_t dstBits) {
 int16_t usable_count(HGLOBAL table, int16_t count) {
     if (table == 0) return 0;
     uint32_t held = GlobalSize(table) / 3;
-    return static_cast<uint32_t>(count) > held && count > 0 ? static_cast<int16_t>(held)
-                                                             : count;
+    return static_cast<uint32_t>(count) > held && count > 0 ? static_cast<int16_t>(held) : count;
 }
 
 bool tracing_rows() { return _debug_color_res == 1 || _debug_color_res == 2; }
@@ -125,9 +124,15 @@ void store_indices(uint8_t *row, const int16_t *chosen, const uint8_t *entryInde
     for (int32_t x = 0; x < width; ++x) {
         uint32_t v = entryIndex[chosen[x]];
         switch (dstBits) {
-        case 1: row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (v & 1u) << (7 - (x & 7))); break;
-        case 4: row[x >> 1] = static_cast<uint8_t>(row[x >> 1] | (v & 15u) << ((x & 1) != 0 ? 0 : 4)); break;
-        default: row[x] = static_cast<uint8_t>(v); break;
+        case 1:
+            row[x >> 3] = static_cast<uint8_t>(row[x >> 3] | (v & 1u) << (7 - (x & 7)));
+            break;
+        case 4:
+            row[x >> 1] = static_cast<uint8_t>(row[x >> 1] | (v & 15u) << ((x & 1) != 0 ? 0 : 4));
+            break;
+        default:
+            row[x] = static_cast<uint8_t>(v);
+            break;
         }
     }
 }
@@ -173,16 +178,15 @@ void direct_close(DirectMap *m) {
 // index: at 1, 4 and 8 bits the rows are written from the chosen entries as
 // they are finished. Other depths, and the per-pixel trace of the debug
 // levels, go through rlConvertBitmapDepth, which gives the same bytes.
-HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstBits,
-                       HGLOBAL table, int16_t count) {
+HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstBits, HGLOBAL table,
+                       int16_t count) {
     count = usable_count(table, count);
     if (tracing_rows()) std::printf("Dithering...each(.) represents one scan line\n");
     auto *data = static_cast<uint8_t *>(rlLockMemory(work));
     const auto *t = static_cast<const uint8_t *>(rlLockMemory(table));
     int32_t line = rlBytesPerLine(width, 24);
     bool diffused = data != nullptr && t != nullptr && width > 0 && height > 0 &&
-                    static_cast<uint64_t>(line) * static_cast<uint64_t>(height) <=
-                        GlobalSize(work);
+                    static_cast<uint64_t>(line) * static_cast<uint64_t>(height) <= GlobalSize(work);
     bool direct = diffused && count >= 1 && _debug_color_res == 0 &&
                   (dstBits == 1 || dstBits == 4 || dstBits == 8);
     DirectMap map{};
@@ -248,8 +252,8 @@ HGLOBAL rlDitherBitmap(HGLOBAL bits, int32_t width, int32_t height, int16_t srcB
     return result;
 }
 
-int32_t rlDitherGetCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
-                      int16_t dstBits, HGLOBAL srcTable, HGLOBAL *table, int16_t *count) {
+int32_t rlDitherGetCT(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
+                      HGLOBAL srcTable, HGLOBAL *table, int16_t *count) {
     (void)srcTable;  // the 24-bit copy takes no table
     // The copy is made even when the table needs no reduction, as by
     // rlDitherBitmap, so that a debug trace reads the same.

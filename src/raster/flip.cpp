@@ -37,16 +37,20 @@ void put_byte(const FlipArea &a, uint64_t at, uint8_t value) {
 // Bit position of pixel x in its byte; the product is taken modulo 2^32, which
 // keeps it exact modulo 8.
 int32_t pixel_bit(int32_t x, int16_t bitsPerPixel) {
-    return static_cast<int32_t>(static_cast<uint32_t>(bitsPerPixel) * static_cast<uint32_t>(x) % 8u);
+    return static_cast<int32_t>(static_cast<uint32_t>(bitsPerPixel) * static_cast<uint32_t>(x) %
+                                8u);
 }
 
 uint32_t get_pixel(const FlipArea &a, uint64_t row, int32_t x) {
     uint64_t at = row + pixel_offset(x, a.bitsPerPixel);
     int32_t bit = pixel_bit(x, a.bitsPerPixel);
     switch (a.bitsPerPixel) {
-    case 1: return static_cast<uint32_t>(byte_at(a, at) >> (7 - bit)) & 1u;
-    case 4: return bit != 4 ? static_cast<uint32_t>(byte_at(a, at) >> 4) : byte_at(a, at) & 15u;
-    case 8: return byte_at(a, at);
+    case 1:
+        return static_cast<uint32_t>(byte_at(a, at) >> (7 - bit)) & 1u;
+    case 4:
+        return bit != 4 ? static_cast<uint32_t>(byte_at(a, at) >> 4) : byte_at(a, at) & 15u;
+    case 8:
+        return byte_at(a, at);
     case 24:
         return static_cast<uint32_t>(byte_at(a, at)) << 24 |
                static_cast<uint32_t>(byte_at(a, at + 1)) << 16 |
@@ -55,7 +59,8 @@ uint32_t get_pixel(const FlipArea &a, uint64_t row, int32_t x) {
         return static_cast<uint32_t>(byte_at(a, at)) << 24 |
                static_cast<uint32_t>(byte_at(a, at + 1)) << 16 |
                static_cast<uint32_t>(byte_at(a, at + 2)) << 8 | byte_at(a, at + 3);
-    default: return 0;
+    default:
+        return 0;
     }
 }
 
@@ -76,14 +81,19 @@ void set_pixel(const FlipArea &a, uint64_t row, int32_t x, uint32_t v) {
         put_byte(a, at, static_cast<uint8_t>(keep | (v & 15u) << (4 - bit)));
         break;
     }
-    case 8: put_byte(a, at, static_cast<uint8_t>(v)); break;
-    case 32: put_byte(a, at + 3, static_cast<uint8_t>(v)); [[fallthrough]];
+    case 8:
+        put_byte(a, at, static_cast<uint8_t>(v));
+        break;
+    case 32:
+        put_byte(a, at + 3, static_cast<uint8_t>(v));
+        [[fallthrough]];
     case 24:
         put_byte(a, at, static_cast<uint8_t>(v >> 24));
         put_byte(a, at + 1, static_cast<uint8_t>(v >> 16));
         put_byte(a, at + 2, static_cast<uint8_t>(v >> 8));
         break;
-    default: break;
+    default:
+        break;
     }
 }
 

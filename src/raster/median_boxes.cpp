@@ -21,9 +21,12 @@ uint8_t key_blue(uint16_t key) { return static_cast<uint8_t>(key & 31); }
 
 uint8_t component(const RlColorEntry &e, int32_t axis) {
     switch (axis) {
-    case 0: return key_red(e.key);
-    case 1: return key_green(e.key);
-    default: return key_blue(e.key);
+    case 0:
+        return key_red(e.key);
+    case 1:
+        return key_green(e.key);
+    default:
+        return key_blue(e.key);
     }
 }
 
@@ -152,8 +155,8 @@ int32_t find_median(const RlColorEntry *list, const RlColorBox *box) {
     return half - accDown > accUp - half ? up : down;
 }
 
-int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount,
-              uint16_t *status, const RlColorEntry *list, int32_t n) {
+int32_t split(RlColorBox *boxes, int32_t slot, int32_t median, uint16_t *boxCount, uint16_t *status,
+              const RlColorEntry *list, int32_t n) {
     int32_t f = boxes[slot].first, l = boxes[slot].last;
 
     int32_t i = free_slot(status, -1, n);

@@ -28,8 +28,8 @@ void emit(uint8_t *table, int32_t index, uint32_t r5, uint32_t g5, uint32_t b5) 
 }
 
 // Counts every pixel into the histogram; returns the new number of keys.
-uint32_t count_pixels(uint16_t *histogram, uint32_t distinct, const uint8_t *pixels,
-                      int32_t width, int32_t height) {
+uint32_t count_pixels(uint16_t *histogram, uint32_t distinct, const uint8_t *pixels, int32_t width,
+                      int32_t height) {
     size_t stride = (static_cast<size_t>(static_cast<uint32_t>(width)) * 3 + 3) & ~size_t{3};
     for (int32_t y = 0; y < height; ++y) {
         const uint8_t *p = pixels + static_cast<size_t>(y) * stride;
@@ -45,8 +45,8 @@ uint32_t count_pixels(uint16_t *histogram, uint32_t distinct, const uint8_t *pix
 }
 
 // Cuts the key list into n - 1 boxes and writes the n slot means to the table.
-void median_cut(RlColorContext *ctx, const uint16_t *histogram, RlColorBox *boxes,
-                uint16_t *status, RlColorEntry *list, int32_t n, uint8_t *table) {
+void median_cut(RlColorContext *ctx, const uint16_t *histogram, RlColorBox *boxes, uint16_t *status,
+                RlColorEntry *list, int32_t n, uint8_t *table) {
     int32_t distinct = 0;
     for (uint32_t key = 0; key < kKeys; ++key) {
         if (histogram[key] == 0) continue;
@@ -122,8 +122,8 @@ int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height, int
         return -1;
     }
 
-    ctx->distinct = static_cast<uint16_t>(count_pixels(histogram, ctx->distinct, pixels, width,
-                                                       height));
+    ctx->distinct =
+        static_cast<uint16_t>(count_pixels(histogram, ctx->distinct, pixels, width, height));
     int32_t result = 0;
     if (!build) {
         *count = 0;
@@ -136,8 +136,8 @@ int32_t direct_indexed(const uint8_t *pixels, int32_t width, int32_t height, int
     } else if (n > 0) {
         // One spare zeroed entry after the last colour: the heap build of the
         // last box reaches it.
-        HGLOBAL listHandle = rlGetMemory(static_cast<int16_t>(sizeof(RlColorEntry)),
-                                         ctx->distinct + 1);
+        HGLOBAL listHandle =
+            rlGetMemory(static_cast<int16_t>(sizeof(RlColorEntry)), ctx->distinct + 1);
         auto *list = static_cast<RlColorEntry *>(rlLockMemory(listHandle));
         if (list == nullptr) {
             result = -1;

@@ -59,9 +59,8 @@ bool reserve(RlNearest *n, uint32_t more) {
     if (n->poolUsed + more <= n->poolSize) return true;
     uint32_t size = n->poolSize * 2;
     while (size < n->poolUsed + more) size *= 2;
-    HGLOBAL grown = GlobalReAlloc(n->poolHandle,
-                                  size * static_cast<uint32_t>(sizeof(RlNearestCandidate)),
-                                  TOLVA_GMEM_FLAGS);
+    HGLOBAL grown = GlobalReAlloc(
+        n->poolHandle, size * static_cast<uint32_t>(sizeof(RlNearestCandidate)), TOLVA_GMEM_FLAGS);
     n->poolHandle = grown;
     n->pool = static_cast<RlNearestCandidate *>(rlLockMemory(grown));
     if (n->pool == nullptr) {
@@ -79,8 +78,7 @@ bool reserve(RlNearest *n, uint32_t more) {
 
 // Fills `cell` (corner lo, each side span + 1 wide) with the candidates of
 // the list `from` that can be nearest inside it; false when out of memory.
-bool build_cell(RlNearest *n, RlNearestCell from, const int lo[3], int span,
-                RlNearestCell *cell) {
+bool build_cell(RlNearest *n, RlNearestCell from, const int lo[3], int span, RlNearestCell *cell) {
     if (!reserve(n, from.length + 3)) return false;
     const RlNearestCandidate *source = n->pool + from.start;
     int bound = 0x7FFFFFFF;
@@ -107,7 +105,8 @@ bool build_cell(RlNearest *n, RlNearestCell from, const int lo[3], int span,
     cell->start = start;
     cell->length = n->poolUsed - start;
     // The scan reads whole groups of four: pad with copies of the first.
-    while (cell->length != 0 && (n->poolUsed - start) % 4 != 0) n->pool[n->poolUsed++] = n->pool[start];
+    while (cell->length != 0 && (n->poolUsed - start) % 4 != 0)
+        n->pool[n->poolUsed++] = n->pool[start];
     return true;
 }
 
@@ -127,7 +126,8 @@ void add_class(RlNearest *n, uint32_t grey) {
             RlNearestCandidate{0, static_cast<uint16_t>(i), e[0], e[1], e[2], 0};
     }
     list.length = n->poolUsed - list.start;
-    while (list.length != 0 && (n->poolUsed - list.start) % 4 != 0) n->pool[n->poolUsed++] = n->pool[list.start];
+    while (list.length != 0 && (n->poolUsed - list.start) % 4 != 0)
+        n->pool[n->poolUsed++] = n->pool[list.start];
 }
 
 // Squared distance from a corner of a cell to a candidate.
@@ -207,7 +207,8 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     size_t recentBytes = sizeof(uint32_t) << kRlNearestRecentBits;
     size_t uniformBytes = celled ? kFineCells + kFineCells / 8 : 0;
     size_t cellBytes = celled ? 2 * kCellCount * sizeof(RlNearestCell) : 0;
-    n->cacheHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(recentBytes + uniformBytes + cellBytes));
+    n->cacheHandle = GlobalAlloc(TOLVA_GMEM_FLAGS,
+                                 static_cast<uint32_t>(recentBytes + uniformBytes + cellBytes));
     auto *block = static_cast<uint8_t *>(rlLockMemory(n->cacheHandle));
     if (block == nullptr) return -1;  // the class lists serve alone
     n->recent = reinterpret_cast<uint32_t *>(block);
@@ -224,14 +225,17 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
 
 int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     if (n->count == 0) return 0;
-    if (n->pool == nullptr) return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
+    if (n->pool == nullptr)
+        return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
     uint32_t grey = rl_grey_query(r, g, b);
     RlNearestCell parent = n->classes[grey];
-    if (n->cells[grey] == nullptr) return rl_nearest_scan(n->pool + parent.start, parent.length, r, g, b);
+    if (n->cells[grey] == nullptr)
+        return rl_nearest_scan(n->pool + parent.start, parent.length, r, g, b);
     bool built = true;
     RlNearestCell lists[kRlNearestLevels] = {};
     for (int level = 0; built && level < kRlNearestLevels; ++level) {
-        RlNearestCell *cell = &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
+        RlNearestCell *cell =
+            &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
         if (cell->start == 0 && level > 0 && parent.length <= kShareBelow) {
             // A short parent list serves the part as it is: it holds every
             // candidate of the part, and since no point of the part is closer
@@ -261,7 +265,8 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
         // The 4-wide parts of an 8-wide cell answered whole share its answer,
         // so that a query needs to look at its 4-wide cell alone.
         if (at == 0 && *whole[0] != kRlNearestMixed) {
-            for (uint32_t part = 0; part < 8; ++part) n->uniform[(position & ~7u) | part] = *whole[0];
+            for (uint32_t part = 0; part < 8; ++part)
+                n->uniform[(position & ~7u) | part] = *whole[0];
         }
     }
     return rl_nearest_scan(n->pool + parent.start, parent.length, r, g, b);
@@ -273,8 +278,8 @@ void rl_nearest_close(RlNearest *n) {
     *n = RlNearest{};
 }
 
-void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
-                        uint8_t *out, uint32_t *waiting) {
+void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width, uint8_t *out,
+                        uint32_t *waiting) {
     if (n->uniform == nullptr) {
         for (int32_t x = 0; x < width; ++x, in += step) {
             out[x] = static_cast<uint8_t>(rl_nearest_find(n, in[0], in[1], in[2]));
@@ -297,7 +302,8 @@ void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t 
     for (uint32_t k = 0; k < waited; ++k) {
         uint32_t x = waiting[k];
         p = in + static_cast<size_t>(x) * step;
-        uint32_t colour = static_cast<uint32_t>(p[0]) << 16 | static_cast<uint32_t>(p[1]) << 8 | p[2];
+        uint32_t colour =
+            static_cast<uint32_t>(p[0]) << 16 | static_cast<uint32_t>(p[1]) << 8 | p[2];
         if (colour != last) {  // neighbours often share a colour
             index = static_cast<uint8_t>(rl_nearest_find(n, p[0], p[1], p[2]));
             last = colour;

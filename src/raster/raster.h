@@ -90,16 +90,16 @@ enum RlNearestUse { kRlNearestFew, kRlNearestMany };
 
 struct RlNearest {
     const uint8_t *table;
-    int32_t count;              // 0 for a missing table or a count below 1
+    int32_t count;  // 0 for a missing table or a count below 1
     HGLOBAL poolHandle;
     HGLOBAL cacheHandle;
-    RlNearestCell classes[2];   // all colour entries, all grey entries; length 0 when unmade
-    RlNearestCell *cells[2];    // every level, for colour queries and for grey queries
-    RlNearestCell *fine[2];     // their 4-wide levels; null when the class lists serve alone
-    RlNearestCandidate *pool;   // every list, one after another; null: the linear scan serves
-    uint32_t *recent;           // recent answers (kRlNearestMany); photographs repeat colours
-    uint8_t *uniform;           // answers of whole 4-wide cells (with the cells)
-    uint8_t *coarse;            // answers of whole 8-wide cells, also copied into `uniform`
+    RlNearestCell classes[2];  // all colour entries, all grey entries; length 0 when unmade
+    RlNearestCell *cells[2];   // every level, for colour queries and for grey queries
+    RlNearestCell *fine[2];    // their 4-wide levels; null when the class lists serve alone
+    RlNearestCandidate *pool;  // every list, one after another; null: the linear scan serves
+    uint32_t *recent;          // recent answers (kRlNearestMany); photographs repeat colours
+    uint8_t *uniform;          // answers of whole 4-wide cells (with the cells)
+    uint8_t *coarse;           // answers of whole 8-wide cells, also copied into `uniform`
     uint32_t poolUsed;
     uint32_t poolSize;
 };
@@ -114,8 +114,8 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 
 // One row of 8-bit colours (`step` bytes apart, red first) mapped to the low
 // bytes of their answers; `waiting` is scratch room for `width` entries.
-void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
-                        uint8_t *out, uint32_t *waiting);
+void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width, uint8_t *out,
+                        uint32_t *waiting);
 
 // Greys match only greys and colours only colours. A query counts as grey
 // when its channels are within kRlGreyTolerance of each other, a table entry
@@ -143,7 +143,8 @@ constexpr uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int leve
                  static_cast<uint32_t>(b >> 5);
     for (int shift = 4; shift > 4 - level; --shift) {
         p = (p << 3) | ((static_cast<uint32_t>(r >> shift) & 1u) << 2) |
-            ((static_cast<uint32_t>(g >> shift) & 1u) << 1) | (static_cast<uint32_t>(b >> shift) & 1u);
+            ((static_cast<uint32_t>(g >> shift) & 1u) << 1) |
+            (static_cast<uint32_t>(b >> shift) & 1u);
     }
     return p;
 }
@@ -177,8 +178,8 @@ inline uint32_t rl_fine_position(uint8_t r, uint8_t g, uint8_t b) {
 // first candidate cannot come within the best distance ends the scan (a
 // closest approach held as 0xFFFF may be farther still, so it never stops a
 // scan too early).
-inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uint8_t r,
-                               uint8_t g, uint8_t b) {
+inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uint8_t r, uint8_t g,
+                               uint8_t b) {
     if (length == 0) return 0;  // no entry of the query's class
     uint64_t best = ~uint64_t{0};
     for (uint32_t group = 0; group < length; group += 4, k += 4) {
@@ -195,7 +196,7 @@ inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uin
 // rlNearestRGBIndex(r, g, b, table, count), exactly. Inlined into the row
 // loops: most answers come from a whole cell's answer or the recent cache.
 __attribute__((always_inline)) inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g,
-                                                               uint8_t b) {
+                                                              uint8_t b) {
     if (n->recent == nullptr) return rl_nearest_find_slow(n, r, g, b);
     uint32_t position = rl_fine_position(r, g, b);
     if (n->uniform != nullptr) {

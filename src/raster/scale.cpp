@@ -69,8 +69,8 @@ void plan_stretch(int32_t *plan, int32_t srcWidth, int32_t dstWidth) {
 
 // Writes through rlSetPixel itself, in the sampling loop's order, so that the
 // per-pixel trace of a high debug level comes out exactly as the loop prints it.
-void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPerLine,
-                  uint8_t *dst, int32_t dstBytesPerLine, int32_t row) {
+void apply_traced(const ScalePlan &plan, const uint8_t *src, int32_t srcBytesPerLine, uint8_t *dst,
+                  int32_t dstBytesPerLine, int32_t row) {
     for (int32_t n = 0; n < plan.dstWidth; ++n) {
         int32_t k = plan.fromRight ? plan.dstWidth - 1 - n : n;
         int32_t s = plan.source[k];
@@ -134,7 +134,8 @@ void rl_scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcB
         for (int32_t k = 0; k < width; ++k) {
             int32_t x = from[k];
             if (x < 0) continue;
-            uint32_t nibble = (x & 1) != 0 ? s[x >> 1] & 15u : static_cast<uint32_t>(s[x >> 1] >> 4);
+            uint32_t nibble =
+                (x & 1) != 0 ? s[x >> 1] & 15u : static_cast<uint32_t>(s[x >> 1] >> 4);
             uint8_t &byte = d[k >> 1];
             byte = (k & 1) != 0 ? static_cast<uint8_t>((byte & 0xF0u) | nibble)
                                 : static_cast<uint8_t>((byte & 0x0Fu) | (nibble << 4));
@@ -147,12 +148,16 @@ void rl_scale_plan_apply(const ScalePlan *plan, const uint8_t *src, int32_t srcB
         break;
     case 24:
         for (int32_t k = 0; k < width; ++k) {
-            if (from[k] >= 0) std::memcpy(d + 3 * static_cast<ptrdiff_t>(k), s + 3 * static_cast<ptrdiff_t>(from[k]), 3);
+            if (from[k] >= 0)
+                std::memcpy(d + 3 * static_cast<ptrdiff_t>(k),
+                            s + 3 * static_cast<ptrdiff_t>(from[k]), 3);
         }
         break;
     default:  // 32
         for (int32_t k = 0; k < width; ++k) {
-            if (from[k] >= 0) std::memcpy(d + 4 * static_cast<ptrdiff_t>(k), s + 4 * static_cast<ptrdiff_t>(from[k]), 4);
+            if (from[k] >= 0)
+                std::memcpy(d + 4 * static_cast<ptrdiff_t>(k),
+                            s + 4 * static_cast<ptrdiff_t>(from[k]), 4);
         }
         break;
     }
@@ -174,9 +179,9 @@ HGLOBAL scale_bitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth, int32
     if (dst == nullptr) return result;
     const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
     int32_t srcLine = rlBytesPerLine(srcWidth, bitsPerPixel);
-    bool whole = src != nullptr && srcWidth > 0 && srcHeight > 0 && srcLine > 0 &&
-                 static_cast<uint64_t>(srcLine) * static_cast<uint64_t>(srcHeight) <=
-                     GlobalSize(bits);
+    bool whole =
+        src != nullptr && srcWidth > 0 && srcHeight > 0 && srcLine > 0 &&
+        static_cast<uint64_t>(srcLine) * static_cast<uint64_t>(srcHeight) <= GlobalSize(bits);
     if (whole) {
         if (dstHeight > srcHeight) {
             (void)Stretch(src, dst, bitsPerPixel, srcWidth, srcHeight, dstWidth, dstHeight);
@@ -219,8 +224,8 @@ HGLOBAL rlShrinkBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth, int
     return scale_bitmap(bits, bitsPerPixel, srcWidth, srcHeight, dstWidth, dstHeight);
 }
 
-HGLOBAL rlStretchBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth,
-                        int32_t srcHeight, int32_t dstWidth, int32_t dstHeight) {
+HGLOBAL rlStretchBitmap(HGLOBAL bits, int16_t bitsPerPixel, int32_t srcWidth, int32_t srcHeight,
+                        int32_t dstWidth, int32_t dstHeight) {
     return scale_bitmap(bits, bitsPerPixel, srcWidth, srcHeight, dstWidth, dstHeight);
 }
 

@@ -12,11 +12,11 @@
 #include "tolva/raster.h"
 
 struct ScalePlan {
-    HGLOBAL handle;       // the block holding source[]
-    int32_t *source;      // per destination pixel: source pixel, or -1 to leave it
+    HGLOBAL handle;   // the block holding source[]
+    int32_t *source;  // per destination pixel: source pixel, or -1 to leave it
     int32_t dstWidth;
     int16_t bitsPerPixel;
-    bool fromRight;       // replication writes right to left
+    bool fromRight;  // replication writes right to left
 };
 
 // Builds the plan of one row: replication (StretchX) or sampling (ShrinkX).

@@ -27,9 +27,7 @@ constexpr int32_t kDefaultDpi = 96;
 
 // atoi as the C library has it (strtol narrowed to int), without atoi's
 // undefined result on an out-of-range number.
-int32_t decimal(const char *text) {
-    return static_cast<int32_t>(std::strtol(text, nullptr, 10));
-}
+int32_t decimal(const char *text) { return static_cast<int32_t>(std::strtol(text, nullptr, 10)); }
 
 }  // namespace
 

@@ -61,8 +61,12 @@ int32_t set_dpi(int16_t *field, EscapeCall *call) {
     return TOLVA_ESCAPE_DONE;
 }
 
-int32_t set_x_dpi(SetupBlock *block, EscapeCall *call) { return set_dpi(&block->xResolution, call); }
-int32_t set_y_dpi(SetupBlock *block, EscapeCall *call) { return set_dpi(&block->yResolution, call); }
+int32_t set_x_dpi(SetupBlock *block, EscapeCall *call) {
+    return set_dpi(&block->xResolution, call);
+}
+int32_t set_y_dpi(SetupBlock *block, EscapeCall *call) {
+    return set_dpi(&block->yResolution, call);
+}
 
 int32_t set_inches(double *field, const char *format, EscapeCall *call) {
     if (call->input == nullptr) return TOLVA_ESCAPE_REFUSED;
@@ -170,8 +174,8 @@ void save_setting(const SetupBlock *block, int32_t key, const char *text) {
 
 extern "C" {
 
-int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input,
-                     void *output, int32_t save) {
+int32_t xEscapeSetup(HGLOBAL setup, int32_t code, int32_t sizeOrSelector, void *input, void *output,
+                     int32_t save) {
     HostCallGuard guard;
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     if (setup == 0) return TOLVA_ESCAPE_REFUSED;

@@ -37,8 +37,8 @@ int32_t read_int(const SetupBlock *block, int32_t identifier, int32_t def) {
 // byte keeps the text terminated for atof.
 double read_inches(const SetupBlock *block, int32_t identifier, const char *def) {
     char text[kInchesText + 1] = {};
-    GetPrivateProfileString(block->sectionName, key_name(identifier).text, def, text,
-                            kInchesText, block->profilePath);
+    GetPrivateProfileString(block->sectionName, key_name(identifier).text, def, text, kInchesText,
+                            block->profilePath);
     return std::atof(text);
 }
 

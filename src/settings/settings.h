@@ -6,8 +6,8 @@
 
 #include "tolva/host.h"
 #include "tolva/profile.h"
-#include "tolva/stream.h"
 #include "tolva/settings.h"
+#include "tolva/stream.h"
 
 // Limits and defaults of the Setup block's size and resolution. The profile
 // loader, the limit repair and the setup escape all hold a value to these.

@@ -265,8 +265,8 @@ int32_t zunWrite(HGLOBAL s, const void *buffer, int32_t count) {
     if (s == 0) return 0;
     StreamRecord *r = stream_lock(s);
     if (proc_stream(r)) {
-        return static_cast<int32_t>(r->ioProc(r->ioInstance, kProcWrite,
-                                              reinterpret_cast<intptr_t>(buffer), count));
+        return static_cast<int32_t>(
+            r->ioProc(r->ioInstance, kProcWrite, reinterpret_cast<intptr_t>(buffer), count));
     }
     const auto *in = static_cast<const uint8_t *>(buffer);
     if (count == 1 && stream_put_byte(r, in[0])) return 1;

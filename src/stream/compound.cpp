@@ -54,7 +54,7 @@ struct Document {
     uint32_t sectors;  // whole 512-byte sectors after the header
     Table fat;
     Table miniFat;
-    Table directory;   // raw directory bytes, 4 entries per sector
+    Table directory;  // raw directory bytes, 4 entries per sector
     uint32_t entries;
 };
 
@@ -82,7 +82,9 @@ bool follow(const Table &fat, uint32_t start, uint32_t limit, uint32_t needed, V
     return length >= needed;
 }
 
-uint32_t blocks(uint64_t bytes, uint32_t size) { return static_cast<uint32_t>((bytes + size - 1) / size); }
+uint32_t blocks(uint64_t bytes, uint32_t size) {
+    return static_cast<uint32_t>((bytes + size - 1) / size);
+}
 
 int32_t load_fat(Document *d, const uint8_t *header) {
     uint32_t fatSectors = le32(header + 0x2C);

@@ -84,8 +84,8 @@ int32_t docRead(HGLOBAL s, void *buffer, int32_t count) {
     auto *out = static_cast<uint8_t *>(buffer);
     int32_t total = 0;
     uint32_t sector = 0;
-    bool ok = left > 0 &&
-              walk(small ? mini : big, r->docStartSector, r->docPosition / block, &sector);
+    bool ok =
+        left > 0 && walk(small ? mini : big, r->docStartSector, r->docPosition / block, &sector);
     while (ok && left > 0) {
         uint32_t within = r->docPosition % block;
         uint32_t piece = block - within;

@@ -38,12 +38,22 @@ int64_t union_size(const char **p) {
         char c = upper(*q);
         if (c == '\0' || c == ')') break;
         switch (c) {
-        case 'C': running += count; break;
-        case 'S': running = align_up(running, 2) + 2 * count; break;
+        case 'C':
+            running += count;
+            break;
+        case 'S':
+            running = align_up(running, 2) + 2 * count;
+            break;
         case 'F':
-        case 'L': running = align_up(running, 4) + 4 * count; break;
-        case 'D': running = align_up(running, 8) + 8 * count; break;
-        case '{': running = align_up(running, GetPadWidth(q)); break;
+        case 'L':
+            running = align_up(running, 4) + 4 * count;
+            break;
+        case 'D':
+            running = align_up(running, 8) + 8 * count;
+            break;
+        case '{':
+            running = align_up(running, GetPadWidth(q));
+            break;
         case '(': {
             running = align_up(running, GetPadWidth(q));
             running += union_size(&q);
@@ -59,7 +69,8 @@ int64_t union_size(const char **p) {
             if (running > result) result = running;
             running = 0;
             break;
-        default: break;
+        default:
+            break;
         }
         ++q;
     }
@@ -80,12 +91,12 @@ using Transfer = int32_t (*)(HGLOBAL, void *, int32_t);
 
 struct Walk {
     HGLOBAL stream;
-    uint8_t *base;      // the caller's buffer
+    uint8_t *base;  // the caller's buffer
     bool reading;
-    int64_t offset;     // layout offset from base
+    int64_t offset;  // layout offset from base
     bool skipping;
-    int32_t last;       // result of the last transfer
-    int32_t records;    // the running record count
+    int32_t last;     // result of the last transfer
+    int32_t records;  // the running record count
 };
 
 // One transfer of `count` elements of `width` bytes at the aligned offset.
@@ -113,7 +124,9 @@ void walk_record(Walk *w, const char *format) {
         char c = upper(*p);
         if (c == '\0') break;
         switch (c) {
-        case 'C': transfer(w, count, 1, rd ? zunReadChar : write_char); break;
+        case 'C':
+            transfer(w, count, 1, rd ? zunReadChar : write_char);
+            break;
         case 'S':
             pad(&w->offset, 2, w->base, false);
             transfer(w, count, 2, rd ? zunReadShort : write_short);
@@ -130,11 +143,18 @@ void walk_record(Walk *w, const char *format) {
             pad(&w->offset, 8, w->base, rd);
             transfer(w, count, 8, rd ? zunReadDouble : write_double);
             break;
-        case '{': pad(&w->offset, GetPadWidth(p), w->base, rd); break;
+        case '{':
+            pad(&w->offset, GetPadWidth(p), w->base, rd);
+            break;
         case '}':
-        case '|': break;
-        case '[': w->skipping = true; break;
-        case ']': w->skipping = false; break;
+        case '|':
+            break;
+        case '[':
+            w->skipping = true;
+            break;
+        case ']':
+            w->skipping = false;
+            break;
         case '(':
             if (!rd) {
                 w->records = -1;
@@ -148,7 +168,9 @@ void walk_record(Walk *w, const char *format) {
         case 'P':
             if (!rd) w->records = -1;
             break;
-        default: w->records = -1; break;
+        default:
+            w->records = -1;
+            break;
         }
         ++p;
     }
@@ -179,10 +201,16 @@ int32_t GetPadWidth(const char *position) {
     for (const char *p = position; *p != '\0'; ++p) {
         switch (upper(*p)) {
         case '{':
-        case '(': ++depth; break;
+        case '(':
+            ++depth;
+            break;
         case '}':
-        case ')': --depth; break;
-        case 'D': align = 8; break;
+        case ')':
+            --depth;
+            break;
+        case 'D':
+            align = 8;
+            break;
         case 'F':
         case 'L':
             if (align < 4) align = 4;
@@ -190,7 +218,8 @@ int32_t GetPadWidth(const char *position) {
         case 'S':
             if (align < 2) align = 2;
             break;
-        default: break;
+        default:
+            break;
         }
         if (depth <= 0 || align == 8) break;
     }

@@ -45,36 +45,36 @@ enum StreamDescriptorWord {
 // One per open stream, in a zero-filled movable block. Fields follow the
 // layout the host documentation gives, widened where a pointer lives.
 struct StreamRecord {
-    FILE *file;                 // null for memory and procedure streams
+    FILE *file;            // null for memory and procedure streams
     HGLOBAL bufferHandle;  // file: the TOLVA_STREAM_BUFFER_SIZE buffer; memory: the caller's block
-    void **blockPointerRef;     // memory: the caller's variable holding the block's address
-    int32_t cursor;             // next byte to read or write in the buffer
-    int32_t lastValid;          // last valid byte in the buffer, -1 when empty
-    int32_t lastSlot;           // last usable byte of the buffer
-    int32_t bufferStart;        // file offset of buffer byte 0
-    int32_t nextFill;           // file offset of the next fill; -1 marks a memory stream
-    int32_t dirty;              // 1 when the buffer holds bytes not yet in the file
-    int32_t growBy;             // memory: bytes added at each growth
-    int32_t size;               // file: its length; memory: lastValid at open
-    StreamIOProc ioProc;        // the host's procedure, or null
-    intptr_t ioInstance;        // first argument of ioProc
-    uint32_t mode;              // flags given to zunOpen
-    int32_t borrowedFile;       // 1: the FILE belongs to the caller (mode -1)
-    int32_t error;              // 0, or -1 once anything failed (sticky)
-    uint16_t dataFormat;        // 1: big-endian file data
-    uint16_t floatFormat;       // 1: floats are 16.16 fixed point in the file
-    uint16_t lineFormat;        // 1 CR, 2 LF, else CR LF
-    int32_t namedFile;          // 1 when opened by name
-    uint32_t docPosition;       // position inside the document sub-stream
-    int32_t docMode;            // 1: reads and seeks serve the sub-stream
-    HGLOBAL docSectorTable;     // u32 next-sector links
-    HGLOBAL docMiniSectorTable; // u32 next-mini-sector links
+    void **blockPointerRef;      // memory: the caller's variable holding the block's address
+    int32_t cursor;              // next byte to read or write in the buffer
+    int32_t lastValid;           // last valid byte in the buffer, -1 when empty
+    int32_t lastSlot;            // last usable byte of the buffer
+    int32_t bufferStart;         // file offset of buffer byte 0
+    int32_t nextFill;            // file offset of the next fill; -1 marks a memory stream
+    int32_t dirty;               // 1 when the buffer holds bytes not yet in the file
+    int32_t growBy;              // memory: bytes added at each growth
+    int32_t size;                // file: its length; memory: lastValid at open
+    StreamIOProc ioProc;         // the host's procedure, or null
+    intptr_t ioInstance;         // first argument of ioProc
+    uint32_t mode;               // flags given to zunOpen
+    int32_t borrowedFile;        // 1: the FILE belongs to the caller (mode -1)
+    int32_t error;               // 0, or -1 once anything failed (sticky)
+    uint16_t dataFormat;         // 1: big-endian file data
+    uint16_t floatFormat;        // 1: floats are 16.16 fixed point in the file
+    uint16_t lineFormat;         // 1 CR, 2 LF, else CR LF
+    int32_t namedFile;           // 1 when opened by name
+    uint32_t docPosition;        // position inside the document sub-stream
+    int32_t docMode;             // 1: reads and seeks serve the sub-stream
+    HGLOBAL docSectorTable;      // u32 next-sector links
+    HGLOBAL docMiniSectorTable;  // u32 next-mini-sector links
     uint32_t docMiniStreamStart;
     uint32_t docStartSector;
     uint32_t docSize;
-    uint8_t *bufferData;        // locked address of bufferHandle, kept in step with it
-    int32_t ownFile;            // 1: a file this stream opened and nobody else moves
-    int64_t filePosition;       // own files: where the FILE stands, -1 when not known
+    uint8_t *bufferData;   // locked address of bufferHandle, kept in step with it
+    int32_t ownFile;       // 1: a file this stream opened and nobody else moves
+    int64_t filePosition;  // own files: where the FILE stands, -1 when not known
 };
 
 inline StreamRecord *stream_lock(HGLOBAL s) { return static_cast<StreamRecord *>(GlobalLock(s)); }

@@ -74,7 +74,8 @@ int32_t zunReadChar(HGLOBAL s, void *buffer, int32_t count) { return zunRead(s, 
 int32_t zunWriteChar(HGLOBAL s, const void *buffer, int32_t count) {
     // Single bytes are the GIF writer's staple: skip the general road when
     // the byte simply fits.
-    if (s != 0 && count == 1 && stream_put_byte(stream_lock(s), *static_cast<const uint8_t *>(buffer))) {
+    if (s != 0 && count == 1 &&
+        stream_put_byte(stream_lock(s), *static_cast<const uint8_t *>(buffer))) {
         return 1;
     }
     return zunWrite(s, buffer, count);

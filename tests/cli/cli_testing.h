@@ -45,7 +45,7 @@ struct Result {
 struct Launch {
     bool unprivileged = false;  // run as nobody when the test runs as root
     rlim_t fileLimit = RLIM_INFINITY;
-    std::string input;          // a file for standard input; /dev/null when empty
+    std::string input;  // a file for standard input; /dev/null when empty
 };
 
 inline Launch WithFileLimit(rlim_t bytes) {
@@ -74,7 +74,8 @@ public:
         pid_ = fork();
         if (pid_ == 0) {
             if (chdir(dir.c_str()) != 0) _exit(126);
-            int input = open(in.c_str(), O_RDONLY), error = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+            int input = open(in.c_str(), O_RDONLY),
+                error = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
             dup2(input, 0);
             dup2(out[1], 1);
             dup2(error, 2);
@@ -82,7 +83,8 @@ public:
             rlimit limit{launch.fileLimit, launch.fileLimit};
             setrlimit(RLIMIT_FSIZE, &limit);
             if (launch.unprivileged && geteuid() == 0) {
-                if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0) _exit(126);
+                if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
+                    _exit(126);
             }
             execv(argv[0], argv.data());
             _exit(127);
@@ -101,11 +103,14 @@ public:
         char buffer[65536];
         ssize_t n;
         while ((n = read(out_, buffer, sizeof buffer)) != 0) {
-            if (n > 0) r.out.append(buffer, static_cast<size_t>(n));
-            else if (errno != EINTR) break;
+            if (n > 0)
+                r.out.append(buffer, static_cast<size_t>(n));
+            else if (errno != EINTR)
+                break;
         }
         int status = 0;
-        while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {}
+        while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+        }
         r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         r.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
         r.err = ReadText(err_);

@@ -10,13 +10,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <zlib.h>
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
-#include <zlib.h>
 
 #include "picture_files.h"
 
@@ -67,7 +67,8 @@ bool DecodeGif(const std::string &path, Gif *gif) {
             gif->palette.insert(gif->palette.end(), {c.Red, c.Green, c.Blue});
         }
         GraphicsControlBlock gcb;
-        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK) gif->transparent = gcb.TransparentColor;
+        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK)
+            gif->transparent = gcb.TransparentColor;
     }
     DGifCloseFile(file, &error);
     return ok;
@@ -138,13 +139,15 @@ protected:
         std::vector<uint8_t> indices(width * height);
         for (int y = 0; y < height; ++y)
             for (int x = 0; x < width; ++x)
-                indices[y * width + x] = static_cast<uint8_t>((x * 7 + y * y * 3 + (x ^ y)) % colours);
+                indices[y * width + x] =
+                    static_cast<uint8_t>((x * 7 + y * y * 3 + (x ^ y)) % colours);
         WritePng(name, width, height, PNG_FORMAT_RGB_COLORMAP, indices.data(), palette_);
         return indices;
     }
 
     // A picture in four quadrants: red, green / blue, white, or four greys.
-    static constexpr uint8_t kColour[4][3] = {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
+    static constexpr uint8_t kColour[4][3] = {
+        {255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
     static constexpr uint8_t kGrey[4] = {0, 80, 160, 255};
     void QuadrantPng(const std::string &name, int width, int height, uint32_t format) {
         int channels = PNG_IMAGE_PIXEL_CHANNELS(format);
@@ -193,11 +196,16 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"folder.png", "new.gif"}, 1, "folder.png: cannot read the picture (Is a directory"},
         {{"text.png", "old.gif"}, 1, "text.png: not a picture"},
         {{"cut.png", "new.gif"}, 1, "cut.png: corrupt PNG"},
-        {{"wide.png", "-"}, 1, "wide.png: the picture is 70000x2 pixels; the filter takes at most 32767"},
+        {{"wide.png", "-"},
+         1,
+         "wide.png: the picture is 70000x2 pixels; the filter takes at most 32767"},
         {{"in.png", "no/such/dir/new.gif"}, 1, "new.gif: cannot create the output file (No such"},
         {{"in.png", "folder.gif"}, 1, "folder.gif: cannot create the output file (Is a directory"},
-        {{"--profile", "absent.ini", "in.png", "new.gif"}, 1, "absent.ini: cannot read the profile"},
-        {{"--profile=bare.ini", "--section=Bare", "in.png", "old.gif"}, 1,
+        {{"--profile", "absent.ini", "in.png", "new.gif"},
+         1,
+         "absent.ini: cannot read the profile"},
+        {{"--profile=bare.ini", "--section=Bare", "in.png", "old.gif"},
+         1,
          "section [Bare] holds no settings"},
         {{"--library", "nolib.so", "in.png", "new.gif"}, 1, "nolib.so: cannot load the filter"},
         {{"--size", "30x2", "in.png", "old.gif"}, 2, "the filter refused the size"},
@@ -285,8 +293,9 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     WriteText(Path("in.ppm"), "P6\n4 2\n255\n" + std::string(24, '\x80'));
     // The filter reads a value over its default's text, so Width=2 would
     // read as 2.67: values are written at least as long as the defaults.
-    WriteText(Path("my.ini"), "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\n"
-                              "Y Resolution=64\n");
+    WriteText(Path("my.ini"),
+              "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\n"
+              "Y Resolution=64\n");
     const char *data = getenv("TOLVA_TEST_DATA");
     struct Case {
         Args args;
@@ -307,7 +316,8 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     };
     for (const Case &c : cases) {
         Gif gif = Export(c.args);
-        EXPECT_EQ(std::make_pair(gif.width, gif.height), c.size) << ::testing::PrintToString(c.args);
+        EXPECT_EQ(std::make_pair(gif.width, gif.height), c.size)
+            << ::testing::PrintToString(c.args);
     }
 }
 
@@ -361,17 +371,19 @@ TEST_F(Command, StandardOutputReplacementAndLongPaths) {
 using pictures::Bytes;
 using pictures::Raster;
 
-using pictures::kQuadrant;
 using pictures::kGreyQuadrant;
+using pictures::kQuadrant;
 using pictures::Quadrants;
 
 void Save(const std::string &path, const Bytes &bytes) {
     ASSERT_FALSE(bytes.empty()) << path;
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char *>(bytes.data()),
-                                                std::streamsize(bytes.size()));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
 }
 
-const uint8_t *At(const Gif &gif, int x, int y) { return &gif.palette[3 * gif.indices[y * gif.width + x]]; }
+const uint8_t *At(const Gif &gif, int x, int y) {
+    return &gif.palette[3 * gif.indices[y * gif.width + x]];
+}
 
 // Every format and depth at 1:1 comes back with its quadrant colours, within
 // what the filter's colour reduction moves them (the reader's exact values
@@ -384,7 +396,8 @@ TEST_F(Command, EveryFormatAndDepthRoundTrips) {
     Raster cmyk = Quadrants(w, h, 4, 255, false);
     for (size_t i = 0; i < cmyk.samples.size(); i += 4) {  // Adobe's inverted CMYK of the quadrants
         uint16_t k = std::max({cmyk.samples[i], cmyk.samples[i + 1], cmyk.samples[i + 2]});
-        for (int c = 0; c < 3; ++c) cmyk.samples[i + c] = uint16_t(k ? cmyk.samples[i + c] * 255 / k : 0);
+        for (int c = 0; c < 3; ++c)
+            cmyk.samples[i + c] = uint16_t(k ? cmyk.samples[i + c] * 255 / k : 0);
         cmyk.samples[i + 3] = k;
     }
     struct Case {
@@ -400,9 +413,12 @@ TEST_F(Command, EveryFormatAndDepthRoundTrips) {
         {"grey2.png", pictures::Png(Quadrants(w, h, 1, 3, true), PNG_COLOR_TYPE_GRAY, 2), true, 8},
         {"grey4.png", pictures::Png(Quadrants(w, h, 1, 15, true), PNG_COLOR_TYPE_GRAY, 4), true, 8},
         {"grey16.png", pictures::Png(grey16, PNG_COLOR_TYPE_GRAY, 16), true, 8, grey16Quadrant},
-        {"rgb16.png", pictures::Png(Quadrants(w, h, 3, 65535, false), PNG_COLOR_TYPE_RGB, 16), false, 8},
-        {"ga.png", pictures::Png(Quadrants(w, h, 2, 255, true), PNG_COLOR_TYPE_GRAY_ALPHA, 8), true, 8},
-        {"rgba.png", pictures::Png(Quadrants(w, h, 4, 255, false), PNG_COLOR_TYPE_RGBA, 8), false, 8},
+        {"rgb16.png", pictures::Png(Quadrants(w, h, 3, 65535, false), PNG_COLOR_TYPE_RGB, 16),
+         false, 8},
+        {"ga.png", pictures::Png(Quadrants(w, h, 2, 255, true), PNG_COLOR_TYPE_GRAY_ALPHA, 8), true,
+         8},
+        {"rgba.png", pictures::Png(Quadrants(w, h, 4, 255, false), PNG_COLOR_TYPE_RGBA, 8), false,
+         8},
         {"grey.jpg", pictures::Jpeg(Quadrants(w, h, 1, 255, true)), true, 12},
         {"rgb.jpg", pictures::Jpeg(Quadrants(w, h, 3, 255, false), 100, 0, true), false, 16},
         {"cmyk.jpg", pictures::Jpeg(cmyk, 100), false, 16},
@@ -410,14 +426,19 @@ TEST_F(Command, EveryFormatAndDepthRoundTrips) {
         {"rgba.webp", pictures::Webp(Quadrants(w, h, 4, 255, false)), false, 8},
         {"rgb8.tif", pictures::Tiff(Quadrants(w, h, 3, 255, false), 8, PHOTOMETRIC_RGB), false, 8},
         {"grey16.tif", pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK), true, 8, grey16Quadrant},
-        {"rgba.tif", pictures::Tiff(Quadrants(w, h, 4, 255, false), 8, PHOTOMETRIC_RGB, {}, true), false, 8},
+        {"rgba.tif", pictures::Tiff(Quadrants(w, h, 4, 255, false), 8, PHOTOMETRIC_RGB, {}, true),
+         false, 8},
         {"raw.pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), true, 8,
          (const uint8_t *)"\0\0\xff\xff"},
         {"plain.pgm", pictures::Netpbm(Quadrants(w, h, 1, 255, true), PGM_FORMAT, true), true, 8},
         {"grey16.pgm", pictures::Netpbm(grey16, RPGM_FORMAT), true, 8, grey16Quadrant},
         {"rgb16.ppm", pictures::Netpbm(Quadrants(w, h, 3, 65535, false), RPPM_FORMAT), false, 8},
-        {"ga.pam", pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"), true, 8},
-        {"rgba.pam", pictures::Netpbm(Quadrants(w, h, 4, 255, false), PAM_FORMAT, false, "RGB_ALPHA"), false, 8},
+        {"ga.pam",
+         pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"),
+         true, 8},
+        {"rgba.pam",
+         pictures::Netpbm(Quadrants(w, h, 4, 255, false), PAM_FORMAT, false, "RGB_ALPHA"), false,
+         8},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -440,7 +461,8 @@ TEST_F(Command, PaletteFormatsKeepTheirIndices) {
     Raster r{13, 6, 1, 255, {}};
     for (int i = 0; i < 13 * 6; ++i) r.samples.push_back(uint16_t((i * 5 + i / 13) % 16));
     Bytes palette;
-    for (int i = 0; i < 16; ++i) palette.insert(palette.end(), {uint8_t(i * 15), uint8_t(200 - i * 9), uint8_t(i * i)});
+    for (int i = 0; i < 16; ++i)
+        palette.insert(palette.end(), {uint8_t(i * 15), uint8_t(200 - i * 9), uint8_t(i * i)});
     Save(Path("p.gif"), pictures::Gif(r, palette, -1, true));
     Save(Path("p.png"), pictures::Png(r, PNG_COLOR_TYPE_PALETTE, 4, palette));
     for (const char *name : {"p.gif", "p.png"}) {
@@ -476,9 +498,13 @@ TEST_F(Command, TransparencyIsExact) {
     // A palette picture whose entry 2 is transparent, and the same as a GIF.
     Raster indexed{w, h, 1, 255, {}};
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) indexed.samples.push_back(uint16_t(corner(x, y) ? 2 : (x + y) % 4 == 2 ? 3 : (x + y) % 4));
+        for (int x = 0; x < w; ++x)
+            indexed.samples.push_back(uint16_t(corner(x, y)       ? 2
+                                               : (x + y) % 4 == 2 ? 3
+                                                                  : (x + y) % 4));
     const Bytes palette = {200, 10, 10, 10, 200, 10, 255, 255, 255, 10, 10, 200};
-    Save(Path("palette.png"), pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 255, 0}));
+    Save(Path("palette.png"),
+         pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 255, 0}));
     Save(Path("palette.gif"), pictures::Gif(indexed, palette, 2));
     struct Case {
         Args args;
@@ -521,13 +547,15 @@ TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
         for (int x = 0; x < 16; ++x) {
             int i = (y * 8 + x) % 64;  // the opaque half holds all 64 candidate keys
             bool clear = x >= 8;
-            r.samples.insert(r.samples.end(), {uint16_t((i >> 4 & 3) * 85), uint16_t((i >> 2 & 3) * 85),
-                                               uint16_t((i & 3) * 85), uint16_t(clear ? 0 : 255)});
+            r.samples.insert(r.samples.end(),
+                             {uint16_t((i >> 4 & 3) * 85), uint16_t((i >> 2 & 3) * 85),
+                              uint16_t((i & 3) * 85), uint16_t(clear ? 0 : 255)});
         }
     Save(Path("full.png"), pictures::Png(r, PNG_COLOR_TYPE_RGBA, 8));
     Result result = Run({"--actual-size", "--matte", "102030", "full.png", "out.gif"});
     ASSERT_EQ(result.status, 0) << result.err;
-    EXPECT_NE(result.err.find("out.gif: written without transparency"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("out.gif: written without transparency"), std::string::npos)
+        << result.err;
     Gif gif;
     ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
     EXPECT_EQ(gif.transparent, -1);
@@ -538,12 +566,15 @@ TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
 // right: the stored top-left quadrant ends up top right.
 TEST_F(Command, OrientationTurnsPicturesUpright) {
     Save(Path("six.jpg"), pictures::Jpeg(Quadrants(16, 8, 3, 255, false), 100, 6));
-    Save(Path("three.png"), pictures::Png(Quadrants(16, 8, 3, 255, false), PNG_COLOR_TYPE_RGB, 8, {}, {}, 3));
-    Save(Path("eight.tif"), pictures::Tiff(Quadrants(16, 8, 3, 255, false), 8, PHOTOMETRIC_RGB, {}, false, 8));
+    Save(Path("three.png"),
+         pictures::Png(Quadrants(16, 8, 3, 255, false), PNG_COLOR_TYPE_RGB, 8, {}, {}, 3));
+    Save(Path("eight.tif"),
+         pictures::Tiff(Quadrants(16, 8, 3, 255, false), 8, PHOTOMETRIC_RGB, {}, false, 8));
     struct Case {
         Args args;
         int width, height;
-        int quadrantAt[4];  // which stored quadrant shows at top left, top right, bottom left, bottom right
+        int quadrantAt
+            [4];  // which stored quadrant shows at top left, top right, bottom left, bottom right
     };
     const Case cases[] = {
         {{"six.jpg"}, 8, 16, {2, 0, 3, 1}},
@@ -573,7 +604,8 @@ TEST_F(Command, BombsAndCorruptFilesAreRefused) {
     Bytes bomb = pictures::Jpeg(Quadrants(16, 16, 1, 255, true));
     for (size_t i = 2; i + 9 < bomb.size(); ++i) {
         if (bomb[i] == 0xff && bomb[i + 1] == 0xc0) {
-            bomb[i + 5] = 57616 >> 8, bomb[i + 6] = 57616 & 0xff, bomb[i + 7] = 9744 >> 8, bomb[i + 8] = 9744 & 0xff;
+            bomb[i + 5] = 57616 >> 8, bomb[i + 6] = 57616 & 0xff, bomb[i + 7] = 9744 >> 8,
+                     bomb[i + 8] = 9744 & 0xff;
         }
         if (bomb[i] == 0xff && bomb[i + 1] == 0xda) {
             bomb.resize(i + 2 + (bomb[i + 2] << 8 | bomb[i + 3]) + 4);
@@ -583,20 +615,25 @@ TEST_F(Command, BombsAndCorruptFilesAreRefused) {
     Save(Path("bomb.jpg"), bomb);
     // A PNG whose header is made to declare 30000 x 30000 (CRC mended).
     Bytes big = pictures::Png(Quadrants(8, 8, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1);
-    for (int k = 0; k < 2; ++k) big[16 + 4 * k] = 0, big[17 + 4 * k] = 0, big[18 + 4 * k] = 30000 >> 8, big[19 + 4 * k] = 30000 & 0xff;
+    for (int k = 0; k < 2; ++k)
+        big[16 + 4 * k] = 0, big[17 + 4 * k] = 0, big[18 + 4 * k] = 30000 >> 8,
+                     big[19 + 4 * k] = 30000 & 0xff;
     uLong crc = crc32(0, &big[12], 17);
     for (int k = 0; k < 4; ++k) big[29 + k] = uint8_t(crc >> (24 - 8 * k));
     Save(Path("big.png"), big);
-    Save(Path("small.png"), pictures::Png(Quadrants(100, 100, 3, 255, false), PNG_COLOR_TYPE_RGB, 8));
+    Save(Path("small.png"),
+         pictures::Png(Quadrants(100, 100, 3, 255, false), PNG_COLOR_TYPE_RGB, 8));
     auto half = [](const Bytes &b) { return Bytes(b.begin(), b.begin() + long(b.size() / 2)); };
     Raster q = Quadrants(40, 40, 3, 255, false);
     Save(Path("cut.jpg"), half(pictures::Jpeg(q)));
-    Save(Path("cut.gif"), half(pictures::Gif(Quadrants(40, 40, 1, 3, true), {0, 0, 0, 9, 9, 9, 99, 99, 99, 255, 255, 255})));
+    Save(Path("cut.gif"), half(pictures::Gif(Quadrants(40, 40, 1, 3, true),
+                                             {0, 0, 0, 9, 9, 9, 99, 99, 99, 255, 255, 255})));
     Save(Path("cut.webp"), half(pictures::Webp(q)));
     Save(Path("cut.tif"), half(pictures::Tiff(q, 8, PHOTOMETRIC_RGB)));
     Save(Path("cut16.pgm"), half(pictures::Netpbm(Quadrants(40, 40, 1, 65535, true), RPGM_FORMAT)));
     WriteText(Path("huge.pgm"), "P5 99999999999999 2 255\n");
-    WriteText(Path("deep.pam"), "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nTUPLTYPE X\nENDHDR\n" + std::string(20, 'x'));
+    WriteText(Path("deep.pam"), "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nTUPLTYPE X\nENDHDR\n" +
+                                    std::string(20, 'x'));
     WriteText(Path("picture.bmp"), "BM" + std::string(60, '\0'));
     struct Case {
         Args args;
@@ -606,7 +643,8 @@ TEST_F(Command, BombsAndCorruptFilesAreRefused) {
         {{"bomb.jpg"}, "bomb.jpg: the picture is 9744x57616 pixels"},
         {{"--max-pixels", "1", "bomb.jpg"}, "bomb.jpg: the picture is 9744x57616 pixels"},
         {{"big.png"}, "big.png: the picture is 30000x30000 pixels, more than the limit"},
-        {{"--max-pixels", "9999", "small.png"}, "small.png: the picture is 100x100 pixels, more than the limit of 9999"},
+        {{"--max-pixels", "9999", "small.png"},
+         "small.png: the picture is 100x100 pixels, more than the limit of 9999"},
         {{"cut.jpg"}, "cut.jpg: corrupt JPEG file"},
         {{"cut.gif"}, "cut.gif: corrupt GIF file"},
         {{"cut.webp"}, "cut.webp: corrupt WebP file"},

@@ -10,8 +10,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-static int make(const char *path, int width, int height, int colours)
-{
+static int make(const char *path, int width, int height, int colours) {
     FILE *file = fopen(path, "wb");
     if (file == NULL) return 1;
     fprintf(file, "P6\n%d %d\n255\n", width, height);
@@ -25,11 +24,11 @@ static int make(const char *path, int width, int height, int colours)
     return fclose(file) != 0;
 }
 
-static int compare(const char *ppm, const char *gifPath)
-{
+static int compare(const char *ppm, const char *gifPath) {
     int width = 0, height = 0, maxval = 0, error = 0;
     FILE *file = fopen(ppm, "rb");
-    if (file == NULL || fscanf(file, "P6 %d %d %d", &width, &height, &maxval) != 3 || fgetc(file) == EOF)
+    if (file == NULL || fscanf(file, "P6 %d %d %d", &width, &height, &maxval) != 3 ||
+        fgetc(file) == EOF)
         return fprintf(stderr, "%s: not a PPM\n", ppm), 1;
     unsigned char *rgb = malloc((size_t)width * (size_t)height * 3);
     size_t got = fread(rgb, 3, (size_t)width * (size_t)height, file);
@@ -40,8 +39,9 @@ static int compare(const char *ppm, const char *gifPath)
     const GifImageDesc *image = &gif->SavedImages[0].ImageDesc;
     int bad = got != (size_t)width * (size_t)height || image->Width != width ||
               image->Height != height + (height & 1);
-    if (bad) fprintf(stderr, "%s: %d x %d, the picture is %d x %d\n", gifPath, image->Width,
-                     image->Height, width, height);
+    if (bad)
+        fprintf(stderr, "%s: %d x %d, the picture is %d x %d\n", gifPath, image->Width,
+                image->Height, width, height);
     /* A picture of more than 256 colours is reduced, and an odd one is
      * stretched by one row: of those only the size is checked. */
     unsigned char *seen = calloc(1u << 21, 1);
@@ -65,8 +65,7 @@ static int compare(const char *ppm, const char *gifPath)
     return bad;
 }
 
-int main(int argc, char **argv)
-{
+int main(int argc, char **argv) {
     if (argc == 6 && strcmp(argv[1], "make") == 0)
         return make(argv[2], atoi(argv[3]), atoi(argv[4]), atoi(argv[5]));
     if (argc == 4 && strcmp(argv[1], "compare") == 0) return compare(argv[2], argv[3]);

@@ -13,14 +13,12 @@
 #include <tolva/raster.h>
 #include <tolva/tolva.h>
 
-static int fail(const char *what)
-{
+static int fail(const char *what) {
     fprintf(stderr, "install_host: %s\n", what);
     return 1;
 }
 
-int main(void)
-{
+int main(void) {
     intptr_t record[3] = {0, 0, 0};
     fltLoadPointers(record);
     int16_t rows = 0;

@@ -28,14 +28,17 @@ struct Raster {
     int width = 0, height = 0, channels = 3;
     uint32_t maxval = 255;
     std::vector<uint16_t> samples;  // top row first
-    uint16_t at(int x, int y, int c) const { return samples[(size_t(y) * width + x) * channels + c]; }
+    uint16_t at(int x, int y, int c) const {
+        return samples[(size_t(y) * width + x) * channels + c];
+    }
 };
 
 // A TIFF header with one IFD holding only the orientation tag: the EXIF
 // block as PNG's eXIf chunk carries it (a JPEG puts "Exif\0\0" in front).
 inline Bytes ExifOrientation(int orientation) {
-    return {'M', 'M', 0, 42, 0, 0, 0, 8, 0, 1, 0x01, 0x12, 0, 3, 0, 0, 0, 1,
-            0, uint8_t(orientation), 0, 0, 0, 0, 0, 0};
+    return {'M',  'M',  0, 42, 0, 0, 0, 8, 0, 1,
+            0x01, 0x12, 0, 3,  0, 0, 0, 1, 0, uint8_t(orientation),
+            0,    0,    0, 0,  0, 0};
 }
 
 // colourType is a PNG_COLOR_TYPE_*; for a palette picture the samples are
@@ -49,15 +52,19 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
         png_destroy_write_struct(&png, &info);
         return {};
     }
-    png_set_write_fn(png, &out, [](png_structp p, png_bytep data, size_t n) {
-        auto *o = static_cast<Bytes *>(png_get_io_ptr(p));
-        o->insert(o->end(), data, data + n);
-    }, nullptr);
+    png_set_write_fn(
+        png, &out,
+        [](png_structp p, png_bytep data, size_t n) {
+            auto *o = static_cast<Bytes *>(png_get_io_ptr(p));
+            o->insert(o->end(), data, data + n);
+        },
+        nullptr);
     png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType,
-                 interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
+                 interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     std::vector<png_color> entries;
-    for (size_t i = 0; i + 2 < palette.size(); i += 3) entries.push_back({palette[i], palette[i + 1], palette[i + 2]});
+    for (size_t i = 0; i + 2 < palette.size(); i += 3)
+        entries.push_back({palette[i], palette[i + 1], palette[i + 2]});
     if (!entries.empty()) png_set_PLTE(png, info, entries.data(), int(entries.size()));
     if (!opacity.empty()) png_set_tRNS(png, info, opacity.data(), int(opacity.size()), nullptr);
     Bytes exif = ExifOrientation(orientation);
@@ -71,8 +78,10 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
     for (int y = 0; y < r.height; ++y) {
         for (int i = 0; i < r.width * r.channels; ++i) {
             uint16_t v = r.samples[size_t(y) * r.width * r.channels + i];
-            if (bitDepth == 16) memcpy(&rows[y][2 * i], &v, 2);
-            else rows[y][i] = uint8_t(v);
+            if (bitDepth == 16)
+                memcpy(&rows[y][2 * i], &v, 2);
+            else
+                rows[y][i] = uint8_t(v);
         }
         pointers.push_back(rows[y].data());
     }
@@ -83,7 +92,8 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
 }
 
 // 1 (grey), 3 (RGB) or 4 (CMYK, stored inverted as Adobe's encoders do) components.
-inline Bytes Jpeg(const Raster &r, int quality = 95, int orientation = 0, bool progressive = false) {
+inline Bytes Jpeg(const Raster &r, int quality = 95, int orientation = 0,
+                  bool progressive = false) {
     jpeg_compress_struct c;
     jpeg_error_mgr err;
     c.err = jpeg_std_error(&err);
@@ -120,17 +130,22 @@ inline Bytes Jpeg(const Raster &r, int quality = 95, int orientation = 0, bool p
 }
 
 // Samples are indices into `palette` (2^n entries).
-inline Bytes Gif(const Raster &r, const Bytes &palette, int transparent = -1, bool interlaced = false) {
+inline Bytes Gif(const Raster &r, const Bytes &palette, int transparent = -1,
+                 bool interlaced = false) {
     Bytes out;
     int error = 0;
-    GifFileType *gif = EGifOpen(&out, [](GifFileType *g, const GifByteType *data, int n) {
-        auto *o = static_cast<Bytes *>(g->UserData);
-        o->insert(o->end(), data, data + n);
-        return n;
-    }, &error);
+    GifFileType *gif = EGifOpen(
+        &out,
+        [](GifFileType *g, const GifByteType *data, int n) {
+            auto *o = static_cast<Bytes *>(g->UserData);
+            o->insert(o->end(), data, data + n);
+            return n;
+        },
+        &error);
     int count = int(palette.size() / 3);
     ColorMapObject *map = GifMakeMapObject(count, nullptr);
-    for (int i = 0; i < count; ++i) map->Colors[i] = {palette[3 * i], palette[3 * i + 1], palette[3 * i + 2]};
+    for (int i = 0; i < count; ++i)
+        map->Colors[i] = {palette[3 * i], palette[3 * i + 1], palette[3 * i + 2]};
     EGifSetGifVersion(gif, true);
     EGifPutScreenDesc(gif, r.width, r.height, 8, 0, map);
     if (transparent >= 0) {
@@ -163,9 +178,10 @@ inline Bytes Gif(const Raster &r, const Bytes &palette, int transparent = -1, bo
 inline Bytes Webp(const Raster &r) {
     Bytes pixels(r.samples.begin(), r.samples.end());
     uint8_t *encoded = nullptr;
-    size_t size = r.channels == 4
-        ? WebPEncodeLosslessRGBA(pixels.data(), r.width, r.height, r.width * 4, &encoded)
-        : WebPEncodeLosslessRGB(pixels.data(), r.width, r.height, r.width * 3, &encoded);
+    size_t size =
+        r.channels == 4
+            ? WebPEncodeLosslessRGBA(pixels.data(), r.width, r.height, r.width * 4, &encoded)
+            : WebPEncodeLosslessRGB(pixels.data(), r.width, r.height, r.width * 3, &encoded);
     Bytes out(encoded, encoded + size);
     WebPFree(encoded);
     return out;
@@ -197,7 +213,8 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
     if (photometric == PHOTOMETRIC_PALETTE) {
         for (int c = 0; c < 3; ++c) {
             map[c].assign(size_t(1) << bits, 0);
-            for (size_t i = 0; i * 3 + c < palette.size(); ++i) map[c][i] = uint16_t(palette[i * 3 + c] * 257);
+            for (size_t i = 0; i * 3 + c < palette.size(); ++i)
+                map[c][i] = uint16_t(palette[i * 3 + c] * 257);
         }
         TIFFSetField(t, TIFFTAG_COLORMAP, map[0].data(), map[1].data(), map[2].data());
     }
@@ -206,8 +223,10 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
     for (int y = 0; y < r.height; ++y) {
         for (size_t i = 0; i < perRow; ++i) {
             uint16_t v = r.samples[y * perRow + i];
-            if (bits == 16) memcpy(&row[2 * i], &v, 2);
-            else row[i] = uint8_t(v);
+            if (bits == 16)
+                memcpy(&row[2 * i], &v, 2);
+            else
+                row[i] = uint8_t(v);
         }
         TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
     }
@@ -258,7 +277,8 @@ inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char 
 
 // Four quadrants (top left, top right, bottom left, bottom right), each one
 // colour given as 8-bit RGB and written at `maxval`.
-inline const uint8_t kQuadrant[4][3] = {{250, 20, 30}, {10, 200, 40}, {30, 60, 220}, {240, 240, 235}};
+inline const uint8_t kQuadrant[4][3] = {
+    {250, 20, 30}, {10, 200, 40}, {30, 60, 220}, {240, 240, 235}};
 inline const uint8_t kGreyQuadrant[4] = {0, 85, 170, 255};
 
 inline Raster Quadrants(int width, int height, int channels, uint32_t maxval, bool grey) {

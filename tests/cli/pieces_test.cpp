@@ -68,7 +68,7 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
         {"--frobnicate", "a", "b"},
         {"--profile", std::string(150, 'p'), "a", "b"},
         {"--section", "GIF Export", "a", "b"},  // a section of no profile
-        {"--jobs", "2", "a", "b"},               // jobs without a batch
+        {"--jobs", "2", "a", "b"},              // jobs without a batch
         {"-O", "out"},
         {"-O", "out", "a.png", "-"},
         {"-j", "0", "-O", "out", "a.png"},
@@ -110,10 +110,12 @@ TEST(Batch, OutputNamesLoseOnlyTheLastExtension) {
 // pictures a pixel off their own size, one side or both.
 TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
     const int32_t sizes[][4] = {
-        {1, 1, 1, 1},           {1, 1, 400, 300},     {3, 7, 900, 2100},  {1920, 1080, 400, 225},
-        {1920, 1080, 1, 1},     {37, 15, 37, 15},     {640, 480, 641, 479}, {32767, 3, 65534, 6},
-        {4000, 3000, 1700, 4000}, {30000, 20000, 30, 20}, {1920, 1080, 400, 0}, {1920, 1080, 0, 333},
-        {999, 997, 1000, 0},    {4000, 3000, 0, 2999}, {20, 4000, 7, 0},   {1, 5000, 0, 4999},
+        {1, 1, 1, 1},           {1, 1, 400, 300},      {3, 7, 900, 2100},
+        {1920, 1080, 400, 225}, {1920, 1080, 1, 1},    {37, 15, 37, 15},
+        {640, 480, 641, 479},   {32767, 3, 65534, 6},  {4000, 3000, 1700, 4000},
+        {30000, 20000, 30, 20}, {1920, 1080, 400, 0},  {1920, 1080, 0, 333},
+        {999, 997, 1000, 0},    {4000, 3000, 0, 2999}, {20, 4000, 7, 0},
+        {1, 5000, 0, 4999},
     };
     for (const auto &s : sizes) {
         SCOPED_TRACE(::testing::PrintToString(std::vector<int32_t>(s, s + 4)));
@@ -134,15 +136,16 @@ TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
             EXPECT_TRUE(plan.width >= 0.03125 && plan.width <= 22.0);
             EXPECT_TRUE(plan.height >= 0.03125 && plan.height <= 22.0);
             // Proportions kept within the filter's rounding of a pixel.
-            EXPECT_NEAR(static_cast<double>(plan.outWidth) / plan.outHeight,
-                        static_cast<double>(s[0]) / s[1],
-                        static_cast<double>(s[0]) / s[1] / std::min(plan.outWidth, plan.outHeight) + 1e-9);
+            EXPECT_NEAR(
+                static_cast<double>(plan.outWidth) / plan.outHeight,
+                static_cast<double>(s[0]) / s[1],
+                static_cast<double>(s[0]) / s[1] / std::min(plan.outWidth, plan.outHeight) + 1e-9);
         }
     }
     TolvaPixelPlan plan;
-    EXPECT_EQ(tolva_plan_pixels(2, 2, 1000, 2, &plan), -1);          // 500 times wider
-    EXPECT_EQ(tolva_plan_pixels(32767, 5, 1, 5, &plan), -1);         // 32767 times narrower
-    EXPECT_EQ(tolva_plan_pixels(4000, 3000, 17, 4000, &plan), -1);   // stretched 300 to 1
+    EXPECT_EQ(tolva_plan_pixels(2, 2, 1000, 2, &plan), -1);         // 500 times wider
+    EXPECT_EQ(tolva_plan_pixels(32767, 5, 1, 5, &plan), -1);        // 32767 times narrower
+    EXPECT_EQ(tolva_plan_pixels(4000, 3000, 17, 4000, &plan), -1);  // stretched 300 to 1
     EXPECT_EQ(tolva_proportional_side(1920, 1080, 400, 0), 225);
     EXPECT_EQ(tolva_proportional_side(1920, 1080, 0, 100), 178);  // 177.8 rounds up
     EXPECT_EQ(tolva_proportional_side(1000, 1, 10, 0), 1);        // never 0
@@ -184,12 +187,13 @@ TEST(Resample, ShrinkingAveragesWhatPickingWouldDrop) {
     ASSERT_EQ(half.bits, 32);
     EXPECT_EQ(half.pixels[0], 255);  // red stays red where it is opaque...
     EXPECT_EQ(half.pixels[3], 255);
-    EXPECT_EQ(half.pixels[7], 0);    // ...and the transparent half stays clear
+    EXPECT_EQ(half.pixels[7], 0);  // ...and the transparent half stays clear
     tolva_free_image(&half);
 
     TolvaImage flat = Picture(24, 5, 3);
     for (int y = 0; y < 3; ++y)
-        for (int x = 0; x < 15; ++x) flat.pixels[y * flat.stride + x] = static_cast<uint8_t>(40 + x % 3);
+        for (int x = 0; x < 15; ++x)
+            flat.pixels[y * flat.stride + x] = static_cast<uint8_t>(40 + x % 3);
     ASSERT_EQ(tolva_resample(&flat, 11, 7, error, sizeof error), 0) << error;
     for (int y = 0; y < 7; ++y)
         for (int x = 0; x < 33; ++x) EXPECT_EQ(flat.pixels[y * flat.stride + x], 40 + x % 3);
@@ -219,9 +223,11 @@ TEST(Progress, StopIsStickyAndTheBarReachesTheEnd) {
     fclose(terminal);
     // Reading, sending and the filter's own percentages each move the bar on.
     EXPECT_NE(drawn.find("out.gif [######........................]  20% reading"),
-              std::string::npos) << drawn;
+              std::string::npos)
+        << drawn;
     EXPECT_NE(drawn.find("out.gif [#############.................]  45% sending"),
-              std::string::npos) << drawn;
+              std::string::npos)
+        << drawn;
     EXPECT_NE(drawn.find("out.gif [##############################] 100% done"), std::string::npos)
         << drawn;
     EXPECT_EQ(drawn.back(), '\n');

@@ -26,7 +26,8 @@ Read ReadPicture(const Bytes &bytes, uint64_t maxPixels = 0) {
     Read r;
     char error[512];
     TolvaReadSettings settings = {maxPixels, 0};
-    r.result = tolva_read_picture(bytes.data(), bytes.size(), &settings, &r.image, error, sizeof error);
+    r.result =
+        tolva_read_picture(bytes.data(), bytes.size(), &settings, &r.image, error, sizeof error);
     r.error = error;
     return r;
 }
@@ -58,20 +59,63 @@ TEST(Reader, EveryDepthGivesExactSamples) {
         std::vector<int> even, odd;  // pixels 0 and 1 of the top row
     };
     const Case cases[] = {
-        {"png grey 16", pictures::Png(grey16, PNG_COLOR_TYPE_GRAY, 16), 24, {255, 255, 255}, {101, 101, 101}},
-        {"png rgb 16", pictures::Png(rgb16, PNG_COLOR_TYPE_RGB, 16), 24, {101, 0, 255}, {101, 0, 255}},
+        {"png grey 16",
+         pictures::Png(grey16, PNG_COLOR_TYPE_GRAY, 16),
+         24,
+         {255, 255, 255},
+         {101, 101, 101}},
+        {"png rgb 16",
+         pictures::Png(rgb16, PNG_COLOR_TYPE_RGB, 16),
+         24,
+         {101, 0, 255},
+         {101, 0, 255}},
         {"pgm 16", pictures::Netpbm(grey16, RPGM_FORMAT), 24, {255, 255, 255}, {101, 101, 101}},
-        {"ppm 16 plain", pictures::Netpbm(rgb16, PPM_FORMAT, true), 24, {101, 0, 255}, {101, 0, 255}},
-        {"ppm 16 maxval 1000", pictures::Netpbm(rgb1000, RPPM_FORMAT), 24, {128, 255, 0}, {128, 255, 0}},
-        {"tiff grey 16", pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK), 24, {255, 255, 255}, {101, 101, 101}},
-        {"tiff rgb 16", pictures::Tiff(rgb16, 16, PHOTOMETRIC_RGB), 24, {101, 0, 255}, {101, 0, 255}},
-        {"png grey 1", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, {0, 0, 0}, {0, 0, 0}},
-        {"pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), 24, {0, 0, 0}, {0, 0, 0}},
-        {"png grey 2", pictures::Png(Quadrants(w, h, 1, 3, true), PNG_COLOR_TYPE_GRAY, 2), 24, {0, 0, 0}, {0, 0, 0}},
+        {"ppm 16 plain",
+         pictures::Netpbm(rgb16, PPM_FORMAT, true),
+         24,
+         {101, 0, 255},
+         {101, 0, 255}},
+        {"ppm 16 maxval 1000",
+         pictures::Netpbm(rgb1000, RPPM_FORMAT),
+         24,
+         {128, 255, 0},
+         {128, 255, 0}},
+        {"tiff grey 16",
+         pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK),
+         24,
+         {255, 255, 255},
+         {101, 101, 101}},
+        {"tiff rgb 16",
+         pictures::Tiff(rgb16, 16, PHOTOMETRIC_RGB),
+         24,
+         {101, 0, 255},
+         {101, 0, 255}},
+        {"png grey 1",
+         pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1),
+         24,
+         {0, 0, 0},
+         {0, 0, 0}},
+        {"pbm",
+         pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT),
+         24,
+         {0, 0, 0},
+         {0, 0, 0}},
+        {"png grey 2",
+         pictures::Png(Quadrants(w, h, 1, 3, true), PNG_COLOR_TYPE_GRAY, 2),
+         24,
+         {0, 0, 0},
+         {0, 0, 0}},
         // An opaque picture's alpha is not kept by the lossless encoder.
-        {"webp rgba", pictures::Webp(Quadrants(w, h, 4, 255, false)), 24, {250, 20, 30}, {250, 20, 30}},
-        {"pam grey alpha", pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"), 32,
-         {0, 0, 0, 255}, {0, 0, 0, 255}},
+        {"webp rgba",
+         pictures::Webp(Quadrants(w, h, 4, 255, false)),
+         24,
+         {250, 20, 30},
+         {250, 20, 30}},
+        {"pam grey alpha",
+         pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"),
+         32,
+         {0, 0, 0, 255},
+         {0, 0, 0, 255}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -81,7 +125,8 @@ TEST(Reader, EveryDepthGivesExactSamples) {
         EXPECT_EQ(Pixel(r.image, 0, 0), c.even);
         EXPECT_EQ(Pixel(r.image, 1, 0), c.odd);
         if (c.name.find("16") == std::string::npos) {
-            EXPECT_GE(Pixel(r.image, w - 1, h - 1)[0], 240);  // the quadrants' bottom right is (near) white
+            EXPECT_GE(Pixel(r.image, w - 1, h - 1)[0],
+                      240);  // the quadrants' bottom right is (near) white
         }
         tolva_free_image(&r.image);
     }
@@ -91,7 +136,9 @@ TEST(Reader, SizesAreCheckedBeforeDecoding) {
     Bytes png = pictures::Png(Quadrants(100, 50, 3, 255, false), PNG_COLOR_TYPE_RGB, 8);
     Read over = ReadPicture(png, 4999);
     EXPECT_EQ(over.result, TOLVA_IMAGE_TOO_LARGE);
-    EXPECT_EQ(over.error, "the picture is 100x50 pixels, more than the limit of 4999 pixels (see --max-pixels)");
+    EXPECT_EQ(
+        over.error,
+        "the picture is 100x50 pixels, more than the limit of 4999 pixels (see --max-pixels)");
     EXPECT_EQ(over.image.pixels, nullptr);
     Read exact = ReadPicture(png, 5000);
     EXPECT_EQ(exact.result, TOLVA_IMAGE_OK) << exact.error;
@@ -106,8 +153,8 @@ TEST(Reader, SizesAreCheckedBeforeDecoding) {
 TEST(Reader, FlatteningKeepsTransparentPixelsApart) {
     const uint8_t matte[3] = {0, 0, 255};
     Raster rgba = Quadrants(4, 2, 4, 255, false);
-    rgba.samples[3] = 0;                // pixel 0: transparent
-    rgba.samples[4 + 3] = 51;           // pixel 1: a fifth opaque
+    rgba.samples[3] = 0;       // pixel 0: transparent
+    rgba.samples[4 + 3] = 51;  // pixel 1: a fifth opaque
     Read r = ReadPicture(pictures::Png(rgba, PNG_COLOR_TYPE_RGBA, 8));
     ASSERT_EQ(r.result, TOLVA_IMAGE_OK) << r.error;
     TolvaTransparency t;
@@ -131,12 +178,14 @@ TEST(Reader, FlatteningKeepsTransparentPixelsApart) {
     // Entries 1 and 3 are transparent, entry 1's colour is also entry 0's.
     Raster indexed{4, 1, 1, 255, {0, 1, 2, 3}};
     const Bytes palette = {9, 9, 9, 9, 9, 9, 100, 0, 0, 0, 100, 0};
-    Read p = ReadPicture(pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 0, 255, 0}));
+    Read p =
+        ReadPicture(pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 0, 255, 0}));
     ASSERT_EQ(p.result, TOLVA_IMAGE_OK) << p.error;
     ASSERT_EQ(tolva_flatten(&p.image, matte, &t, error, sizeof error), TOLVA_IMAGE_OK);
     ASSERT_TRUE(t.active);
     EXPECT_EQ(Pixel(p.image, 3, 0), std::vector<int>{1});
-    EXPECT_EQ(std::vector<int>(p.image.palette + 3, p.image.palette + 6), std::vector<int>(t.key, t.key + 3));
+    EXPECT_EQ(std::vector<int>(p.image.palette + 3, p.image.palette + 6),
+              std::vector<int>(t.key, t.key + 3));
     EXPECT_NE(std::vector<int>(t.key, t.key + 3), (std::vector<int>{9, 9, 9}));
     tolva_free_transparency(&t);
     tolva_free_image(&p.image);

@@ -41,8 +41,9 @@ TEST_F(Sizes, PixelSizesAreExactAndTheDefaultIsThePicturesOwn) {
     PalettePng("wide.png", 400, 300);
     PalettePng("odd.png", 37, 15);
     PalettePng("big.png", 999, 997);
-    WriteText(Path("named.ini"), "[TOLVA]\n~Mode=Small\n\n[Small]\nDriver=TOLVA.1\nWidth=2.00\n"
-                                 "Height=2.0\nX Resolution=64\nY Resolution=64\n");
+    WriteText(Path("named.ini"),
+              "[TOLVA]\n~Mode=Small\n\n[Small]\nDriver=TOLVA.1\nWidth=2.00\n"
+              "Height=2.0\nX Resolution=64\nY Resolution=64\n");
     struct Case {
         Args args;
         int width, height;
@@ -54,10 +55,10 @@ TEST_F(Sizes, PixelSizesAreExactAndTheDefaultIsThePicturesOwn) {
         {{"--height=15", "wide.png"}, 20, 16},
         {{"--width", "399", "wide.png"}, 399, 300},
         {{"--width", "74", "--height", "45", "odd.png"}, 74, 46},  // stretched, as asked
-        {{"--width", "1000", "big.png"}, 1000, 998},                // a pixel more than its own
+        {{"--width", "1000", "big.png"}, 1000, 998},               // a pixel more than its own
         {{"--height", "996", "big.png"}, 998, 996},
         {{"--width", "200", "--smooth", "wide.png"}, 200, 150},
-        {{"--profile", "named.ini", "wide.png"}, 128, 96},          // the section it names
+        {{"--profile", "named.ini", "wide.png"}, 128, 96},  // the section it names
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
@@ -73,15 +74,19 @@ TEST_F(Sizes, PixelSizesAreExactAndTheDefaultIsThePicturesOwn) {
     Result told = Run({"-v", "--profile", "named.ini", "wide.png", "out.gif"});
     ASSERT_EQ(told.status, 0) << told.err;
     EXPECT_EQ(told.err.rfind("tolva: wide.png: PNG, 400x300 pixels\n"
-                             "tolva: out.gif: GIF of 128x96 pixels, ", 0), 0u) << told.err;
+                             "tolva: out.gif: GIF of 128x96 pixels, ",
+                             0),
+              0u)
+        << told.err;
     EXPECT_NE(told.err.find(" bytes; profile " + Path("named.ini") + ", section [Small]; "),
               std::string::npos)
         << told.err;
 
     Result far = Run({"--width", "1000", "--height", "2", "odd.png", "out.gif"});
     EXPECT_EQ(far.status, 1);
-    EXPECT_EQ(far.err, "tolva: odd.png: the filter cannot make 1000 x 2 pixels of this 37x15 "
-                       "picture (try --smooth)\n");
+    EXPECT_EQ(far.err,
+              "tolva: odd.png: the filter cannot make 1000 x 2 pixels of this 37x15 "
+              "picture (try --smooth)\n");
 }
 
 // A one-pixel checkerboard halved: the filter's picking keeps pure black and
@@ -93,7 +98,8 @@ TEST_F(Sizes, SmoothAveragesWhereTheFilterPicks) {
     image.version = PNG_IMAGE_VERSION;
     image.width = image.height = 64;
     image.format = PNG_FORMAT_GRAY;
-    ASSERT_TRUE(png_image_write_to_file(&image, Path("board.png").c_str(), 0, board.data(), 0, nullptr));
+    ASSERT_TRUE(
+        png_image_write_to_file(&image, Path("board.png").c_str(), 0, board.data(), 0, nullptr));
     chmod(Path("board.png").c_str(), 0644);
 
     ASSERT_EQ(Run({"--width", "32", "board.png", "picked.gif"}).status, 0);

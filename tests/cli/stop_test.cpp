@@ -95,8 +95,8 @@ TEST_F(Stop, EachStopSignalCancelsThroughTheFilter) {
         bool caught = false;
         for (int attempt = 0; attempt < 5 && !caught; ++attempt) {
             unlink(Path("out.gif").c_str());  // written by an attempt that missed
-            caught = StopWhileSpooling(signals, {"-q", "--interlace", "--actual-size", "in.png", "out.gif"},
-                                       &r, &spool);
+            caught = StopWhileSpooling(
+                signals, {"-q", "--interlace", "--actual-size", "in.png", "out.gif"}, &r, &spool);
         }
         ASSERT_TRUE(caught) << "the spool was never caught open";
         EXPECT_EQ(r.signal, 0) << "ended by the signal itself";
@@ -126,8 +126,7 @@ TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
     cli::Process batch(dir_, args);
     bool sent = false;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!sent && std::chrono::steady_clock::now() < deadline &&
-           !Ended(batch.pid())) {
+    while (!sent && std::chrono::steady_clock::now() < deadline && !Ended(batch.pid())) {
         pollfd p{watch, POLLIN, 0};
         if (poll(&p, 1, 50) <= 0) continue;
         alignas(inotify_event) char events[4096];

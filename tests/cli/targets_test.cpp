@@ -67,7 +67,8 @@ TEST_F(Targets, DevicesAreWrittenNeverReplaced) {
 
     Result full = Run({"in.png", "/dev/full"});
     EXPECT_EQ(full.status, 1);
-    EXPECT_EQ(full.err, "tolva: /dev/full: cannot write the output file (No space left on device)\n");
+    EXPECT_EQ(full.err,
+              "tolva: /dev/full: cannot write the output file (No space left on device)\n");
     ASSERT_EQ(stat("/dev/full", &after), 0);
     EXPECT_TRUE(S_ISCHR(after.st_mode));
 
@@ -81,9 +82,8 @@ TEST_F(Targets, DevicesAreWrittenNeverReplaced) {
 
 TEST_F(Targets, PipesAndSocketsGetTheWholeGif) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0666), 0);
-    auto fromFifo = std::async(std::launch::async, [&] {
-        return Drain(open(Path("fifo").c_str(), O_RDONLY));
-    });
+    auto fromFifo =
+        std::async(std::launch::async, [&] { return Drain(open(Path("fifo").c_str(), O_RDONLY)); });
     Result fifo = Run({"in.png", "fifo"});
     EXPECT_EQ(fifo.status, 0) << fifo.err;
     EXPECT_TRUE(fromFifo.get() == reference_);
@@ -99,7 +99,8 @@ TEST_F(Targets, PipesAndSocketsGetTheWholeGif) {
     memcpy(address.sun_path, socketPath.c_str(), socketPath.size() + 1);
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
     ASSERT_EQ(listen(listener, 1), 0);
-    auto fromSocket = std::async(std::launch::async, [&] { return Drain(accept(listener, nullptr, nullptr)); });
+    auto fromSocket =
+        std::async(std::launch::async, [&] { return Drain(accept(listener, nullptr, nullptr)); });
     Result sock = Run({"in.png", "socket"});
     EXPECT_EQ(sock.status, 0) << sock.err;
     EXPECT_TRUE(fromSocket.get() == reference_);
@@ -112,8 +113,9 @@ TEST_F(Targets, LinksAreFollowedAndTheirTargetsReplaced) {
     ASSERT_EQ(symlink("sub/real.gif", Path("link.gif").c_str()), 0);
     ASSERT_EQ(symlink("../link.gif", Path("sub/chain.gif").c_str()), 0);  // a link to a link
     ASSERT_EQ(symlink("sub/absent.gif", Path("dangling.gif").c_str()), 0);
-    const std::pair<const char *, const char *> cases[] = {
-        {"link.gif", "sub/real.gif"}, {"sub/chain.gif", "sub/real.gif"}, {"dangling.gif", "sub/absent.gif"}};
+    const std::pair<const char *, const char *> cases[] = {{"link.gif", "sub/real.gif"},
+                                                           {"sub/chain.gif", "sub/real.gif"},
+                                                           {"dangling.gif", "sub/absent.gif"}};
     for (const auto &[name, written] : cases) {
         WriteText(Path("sub/real.gif"), "old");
         Result r = Run({"in.png", name});
@@ -143,10 +145,13 @@ TEST_F(Targets, RefusalsComeBeforeAnythingIsWritten) {
         {{"in.png", "in.png"}, "tolva: in.png: is the input file; not overwritten\n"},
         {{"in.png", "alias.png"}, "tolva: alias.png: is the input file; not overwritten\n"},
         {{"alias.png", "hard.png"}, "tolva: hard.png: is the input file; not overwritten\n"},
-        {{"-", "in.png"}, "tolva: in.png: is the input file; not overwritten\n", cli::WithInput(Path("in.png"))},
+        {{"-", "in.png"},
+         "tolva: in.png: is the input file; not overwritten\n",
+         cli::WithInput(Path("in.png"))},
         {{"in.png", "folder"}, "tolva: folder: cannot create the output file (Is a directory)\n"},
         {{"in.png", "folder/"}, "tolva: folder/: cannot create the output file (Is a directory)\n"},
-        {{"-n", "in.png", "old.gif"}, "tolva: old.gif: already exists; not replaced (--no-clobber)\n"},
+        {{"-n", "in.png", "old.gif"},
+         "tolva: old.gif: already exists; not replaced (--no-clobber)\n"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
@@ -200,7 +205,8 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
     std::sort(lines.begin(), lines.end());
     const std::vector<std::string> want = {
         "tolva: b/in.png: has the output name of an earlier input; not converted",
-        "tolva: broken.png: not a picture the command reads (PNG, JPEG, GIF, WebP, TIFF, PBM, PGM, PPM or PAM)",
+        "tolva: broken.png: not a picture the command reads (PNG, JPEG, GIF, WebP, TIFF, PBM, PGM, "
+        "PPM or PAM)",
         "tolva: missing.png: cannot read the picture (No such file or directory)",
     };
     EXPECT_EQ(lines, want) << r.err;

@@ -59,12 +59,20 @@ TEST_F(Device, ViewportSettingsGiveTheResolutionAndComeBackInTheHostsOrder) {
     reach(4);
     for (const auto &[mode, unit, state, want] : kScaling) {
         lpEMData->deviceState = state;
-        call(Op(TOLVA_OP_VIEWPORT_SCALING).i16(TOLVA_SCALING_MODE, mode).f64(TOLVA_SCALING_UNIT, unit));
+        call(Op(TOLVA_OP_VIEWPORT_SCALING)
+                 .i16(TOLVA_SCALING_MODE, mode)
+                 .f64(TOLVA_SCALING_UNIT, unit));
         EXPECT_EQ(lpEMData->resolution, want) << mode << " " << unit << ": rounded to nearest";
     }
     const double window[6] = {1.5, -2.25, 3.0, 640.0, 480.125, -0.0};
     call(Op(TOLVA_OP_DEVICE_WINDOW).raw(TOLVA_WINDOW_X1, window, sizeof window));
-    call(Op(TOLVA_OP_DEVICE_VIEWPORT).f64(16, 10).f64(24, 11).f64(32, 12).f64(40, 13).f64(48, 14).f64(56, 15));
+    call(Op(TOLVA_OP_DEVICE_VIEWPORT)
+             .f64(16, 10)
+             .f64(24, 11)
+             .f64(32, 12)
+             .f64(40, 13)
+             .f64(48, 14)
+             .f64(56, 15));
     memset(lpEMData->replyBuffer, 0xab, 256);
     call(TOLVA_OP_QUERY_WINDOW);
     call(TOLVA_OP_QUERY_VIEWPORT);
@@ -87,7 +95,9 @@ TEST_F(Device, ColourTablesStopAtTheLastEntryAndFollowTheColourMode) {
     call(ct.i32(TOLVA_COLOURS_LENGTH, TOLVA_COLOURS_LENGTH_OF(10)).i32(TOLVA_COLOURS_FIRST, 250));
     EXPECT_EQ(ct.bytes[TOLVA_COLOURS_RGB + 29], 225) << "the host's copy is converted too";
     EXPECT_EQ(0, memcmp(lpEMData->colourTable + 750, ct.bytes + TOLVA_COLOURS_RGB, 18));
-    call(Op(TOLVA_OP_COLOUR_TABLE).i32(TOLVA_COLOURS_LENGTH, 14).i32(TOLVA_COLOURS_FIRST, 300));  // entries past the table
+    call(Op(TOLVA_OP_COLOUR_TABLE)
+             .i32(TOLVA_COLOURS_LENGTH, 14)
+             .i32(TOLVA_COLOURS_FIRST, 300));  // entries past the table
     // Lengths below 2 carry no colours at all.
     for (int32_t length : {0, 1}) call(Op(TOLVA_OP_COLOUR_TABLE).i32(TOLVA_COLOURS_LENGTH, length));
     EXPECT_EQ(0, memcmp((uint8_t *)lpEMData + end, rest.data(), rest.size())) << "nothing past it";
@@ -98,7 +108,8 @@ int32_t open_picture(int32_t maxWidth, int32_t height, int32_t bits) {
     Op gdp(TOLVA_OP_PRIMITIVE);
     const size_t data = TOLVA_PRIMITIVE_DATA(1);
     gdp.i32(TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_OPEN).i32(TOLVA_PRIMITIVE_POINTS, 1);
-    gdp.f64(TOLVA_PRIMITIVE_POINT(0), 99.0).i32(TOLVA_PRIMITIVE_DATA_LENGTH(1), TOLVA_PICTURE_DATA_SIZE);
+    gdp.f64(TOLVA_PRIMITIVE_POINT(0), 99.0)
+        .i32(TOLVA_PRIMITIVE_DATA_LENGTH(1), TOLVA_PICTURE_DATA_SIZE);
     gdp.i32(data + TOLVA_PICTURE_WIDTH, maxWidth).i32(data + TOLVA_PICTURE_HEIGHT, height);
     return call(gdp.i32(data + TOLVA_PICTURE_BITS, bits));
 }
@@ -108,14 +119,17 @@ Op cells(size_t higher) {
     op.f64(higher, 1.0).i32(TOLVA_CELLS_PER_ROW, 4).i32(TOLVA_CELLS_ROWS, 1);
     return op.i32(TOLVA_CELLS_BITS, 8);
 }
-void close_picture() { call(Op(TOLVA_OP_PRIMITIVE).i32(TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_CLOSE)); }
+void close_picture() {
+    call(Op(TOLVA_OP_PRIMITIVE).i32(TOLVA_PRIMITIVE_ID, TOLVA_PRIMITIVE_CLOSE));
+}
 TEST_F(Device, PictureRowsFollowTheTruncatedWindowAndFillUpwardFromAboveTheBottom) {
     reach(8);
     lpEMData->deviceWindow[0] = 2.9;  // trunc gives 2 and -5: 8 pixels
     lpEMData->deviceWindow[3] = -5.7;
     lpEMData->deviceWindow[4] = 100.0;
     // {maximum width, bits, width, depth, bitmap size with rows padded to 4 bytes}
-    const int32_t cases[][5] = {{100, 8, 8, 8, 16}, {5, TOLVA_CELLS_ONE_BIT, 5, 1, 8}, {7, -24, 7, 24, 48}};
+    const int32_t cases[][5] = {
+        {100, 8, 8, 8, 16}, {5, TOLVA_CELLS_ONE_BIT, 5, 1, 8}, {7, -24, 7, 24, 48}};
     for (const auto &c : cases) {
         ASSERT_EQ(open_picture(c[0], 2, c[1]), 0);
         EXPECT_EQ(lpEMData->pictureWidth, c[2]);

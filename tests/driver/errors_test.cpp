@@ -69,7 +69,8 @@ TEST_F(ErrorStack, CapacityZeroKeepsTheLatestErrorAndAStopPushes901) {
     lpEMData->currentOpcode = 7;
     for (int32_t code : {303, 303, 300}) push_er(code);
     EXPECT_EQ(stack(), (Stack{300, 0, 4, 7, 300})) << "every push is lost, the repeat too";
-    EXPECT_EQ(call(Op(TOLVA_OP_POP_ERRORS).i32(TOLVA_POP_WANTED, 5)), 0) << "the result word is zeroed before each call";
+    EXPECT_EQ(call(Op(TOLVA_OP_POP_ERRORS).i32(TOLVA_POP_WANTED, 5)), 0)
+        << "the result word is zeroed before each call";
     EXPECT_EQ(lpEMData->replyPosition, 4u) << "nothing to pop: the count 0 alone";
 }
 

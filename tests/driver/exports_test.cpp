@@ -26,10 +26,12 @@ TEST(Exports, TheSharedObjectExportsExactlyTheHeadersDeclarations) {
     std::string lib = getenv("TOLVA_SHARED_LIB"), data = getenv("TOLVA_TEST_DATA");
     auto exported = words_of("nm -D --defined-only '" + lib + "' | awk '{print $3}'");
     // The host's header and the headers of the parts, read together.
-    auto declared = words_of("cat '" + data + "'/../../include/tolva/*.h | grep -o '^TOLVA_API [^(;[]*'" +
-                             " | awk '{print $NF}' | tr -d '*'");
-    for (const char *name : {"RASTER_dd_entry32", "lpEMData", "GlobalAlloc", "zunOpen", "rlGetPixel",
-                             "LoadString", "WriteCellBits", "d_gdp", "GetPrivateProfileInt"})
+    auto declared =
+        words_of("cat '" + data + "'/../../include/tolva/*.h | grep -o '^TOLVA_API [^(;[]*'" +
+                 " | awk '{print $NF}' | tr -d '*'");
+    for (const char *name :
+         {"RASTER_dd_entry32", "lpEMData", "GlobalAlloc", "zunOpen", "rlGetPixel", "LoadString",
+          "WriteCellBits", "d_gdp", "GetPrivateProfileInt"})
         ASSERT_TRUE(declared.count(name)) << name << ": the header's declarations were not read";
     for (const std::string &name : declared)
         EXPECT_TRUE(exported.count(name)) << name << " is declared but not exported";

@@ -12,21 +12,21 @@
 
 static int hostCalls = 0;
 
-int split(const char *text, char separator, char **parts, int most)
-{
+int split(const char *text, char separator, char **parts, int most) {
     (void)text, (void)separator, (void)parts, (void)most;
     return ++hostCalls;
 }
 void escape(char *text) { (void)text, ++hostCalls; }
-int strupr(char *text, size_t size) { (void)text, (void)size; return ++hostCalls; }
-int LoadString(void *instance, unsigned id, char *buffer, int size)
-{
+int strupr(char *text, size_t size) {
+    (void)text, (void)size;
+    return ++hostCalls;
+}
+int LoadString(void *instance, unsigned id, char *buffer, int size) {
     (void)instance, (void)id, (void)buffer, (void)size;
     return ++hostCalls;
 }
 
-int main(void)
-{
+int main(void) {
     char profile[] = "/tmp/tolva-names-XXXXXX";
     int fd = mkstemp(profile);
     if (fd < 0) return 1;
@@ -39,9 +39,10 @@ int main(void)
     int ok = written && block != NULL && block->xResolution == 150 &&
              strcmp(block->driverName, "GIF") == 0 && strcmp(szFilter, "TOLVA") == 0 &&
              hostCalls == 0;
-    if (!ok) fprintf(stderr, "host_names: resolution %d, driver %s, module %s, host calls %d\n",
-                     block ? block->xResolution : -1, block ? block->driverName : "-", szFilter,
-                     hostCalls);
+    if (!ok)
+        fprintf(stderr, "host_names: resolution %d, driver %s, module %s, host calls %d\n",
+                block ? block->xResolution : -1, block ? block->driverName : "-", szFilter,
+                hostCalls);
     (void)DestroySetup(setup);
     unlink(profile);
     return ok ? 0 : 1;

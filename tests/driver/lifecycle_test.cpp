@@ -15,10 +15,10 @@ TEST_F(Lifecycle, InitFillsTheCapabilitiesReportsOnceAndTermClosesAnOpenDevice) 
     ASSERT_EQ(start(40, true), 0);
     EXPECT_EQ(g_calls, (std::vector<Call>{{77, 0, -2, 100, 0, 0, 0}})) << "no detail asked";
     const int32_t K = 12345;  // the host's own values; slot 47 holds the colour conversion mode
-    const int32_t want[61] = {
-        100, -1, -1, -1, -1, 0,  K,  K,  K,  -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 0,
-        0,   0,  -1, -1, -1, -1, -1, -1, -1, K,  0,  -1, -1, 0,  0,  -1, -1, 1,  1,  0, -1,
-        K,   K,  0,  -1, K,  4,  K,  K,  K,  K,  K,  K,  K,  0,  0,  -1, 0,  -1, K};
+    const int32_t want[61] = {100, -1, -1, -1, -1, 0,  K, K,  K,  -1, -1, -1, -1, -1, -1, -1,
+                              -1,  -1, -1, 0,  0,  0,  0, -1, -1, -1, -1, -1, -1, -1, K,  0,
+                              -1,  -1, 0,  0,  -1, -1, 1, 1,  0,  -1, K,  K,  0,  -1, K,  4,
+                              K,   K,  K,  K,  K,  K,  K, 0,  0,  -1, 0,  -1, K};
     for (int slot = 0; slot < 61; ++slot) EXPECT_EQ(caps[slot], want[slot]) << "slot " << slot;
     // Other colour modes give 0; a long name is cut to its field; without a
     // context there is no report, and an idle device is not closed at term.

@@ -23,8 +23,8 @@
 #include "output/lzw_oracle.h"
 #include "output/pixels.h"
 #include "tolva/host.h"
-#include "tolva/stream.h"
 #include "tolva/output.h"
+#include "tolva/stream.h"
 
 namespace {
 

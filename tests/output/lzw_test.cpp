@@ -112,14 +112,23 @@ TEST(Lzw, GeneratedSegmentsMatchTheReference) {
         int kind = static_cast<int>(rng() % 6);
         std::vector<uint8_t> pixels;
         switch (kind) {
-        case 0: pixels = random_pixels(rng, n); break;
-        case 1: pixels = random_pixels(rng, n, 2 + static_cast<int>(rng() % 15)); break;
+        case 0:
+            pixels = random_pixels(rng, n);
+            break;
+        case 1:
+            pixels = random_pixels(rng, n, 2 + static_cast<int>(rng() % 15));
+            break;
         case 2:
             pixels = run_pixels(rng, n, 1 + static_cast<int>(rng() % 255), 1 + rng() % 3000);
             break;
-        case 3: pixels.assign(n, static_cast<uint8_t>(rng())); break;
-        case 4: pixels = smooth_pixels(rng, 1 + n / 64, 64); break;
-        default: pixels = distinct_pairs(n);
+        case 3:
+            pixels.assign(n, static_cast<uint8_t>(rng()));
+            break;
+        case 4:
+            pixels = smooth_pixels(rng, 1 + n / 64, 64);
+            break;
+        default:
+            pixels = distinct_pairs(n);
         }
         // One to four segments, cut anywhere (empty ones included); in one
         // round of eight the output stops taking bytes part way.

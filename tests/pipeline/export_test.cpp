@@ -202,7 +202,9 @@ TEST_F(BadInput, OpcodesOutOfOrderAreRefusedWithoutEffect) {
     EXPECT_EQ(device.call(TOLVA_OP_BEGIN_BODY), 0);  // body before open
     EXPECT_EQ(device.call(early), 0);
     device.call(TOLVA_OP_OPEN_DEVICE);
-    EXPECT_EQ(device.call(Block(TOLVA_OP_COLOUR_TABLE, 788).put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)})), 0);  // a table outside a body
+    EXPECT_EQ(device.call(Block(TOLVA_OP_COLOUR_TABLE, 788)
+                              .put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)})),
+              0);  // a table outside a body
     EXPECT_EQ(device.call(primitive(TOLVA_PRIMITIVE_CLOSE, {0})), 0);
     EXPECT_EQ(lpEMData->errorCount, 0);
     device.call(TOLVA_OP_CLOSE_DEVICE);

@@ -26,7 +26,9 @@ namespace test_host {
 // One opcode parameter block, each value stored at its byte position.
 struct Block {
     std::vector<uint8_t> bytes;
-    explicit Block(int32_t opcode, size_t size = 64) : bytes(size, 0) { put(TOLVA_BLOCK_OPCODE, opcode); }
+    explicit Block(int32_t opcode, size_t size = 64) : bytes(size, 0) {
+        put(TOLVA_BLOCK_OPCODE, opcode);
+    }
     template <typename T>
     Block &put(size_t at, T value) {
         bytes.resize(std::max(bytes.size(), at + sizeof value));
@@ -38,7 +40,8 @@ struct Block {
 // Primitive -5 opens a picture (width, height, bits, ...), -6 closes it.
 inline Block primitive(int32_t id, const std::vector<int32_t> &data) {
     Block b(TOLVA_OP_PRIMITIVE, TOLVA_PRIMITIVE_DATA(0));
-    b.put(TOLVA_PRIMITIVE_ID, id).put(TOLVA_PRIMITIVE_DATA_LENGTH(0), static_cast<int32_t>(4 * data.size()));
+    b.put(TOLVA_PRIMITIVE_ID, id)
+        .put(TOLVA_PRIMITIVE_DATA_LENGTH(0), static_cast<int32_t>(4 * data.size()));
     for (size_t i = 0; i < data.size(); ++i) b.put(TOLVA_PRIMITIVE_DATA(0) + 4 * i, data[i]);
     return b;
 }
@@ -51,7 +54,8 @@ inline Block cell_array(const uint8_t *data, uint32_t cells, uint32_t rows, int3
     b.put(TOLVA_CELLS_FIRST_Y, up ? double(rows) : 0.0).put(TOLVA_CELLS_SECOND_X, double(cells));
     b.put(TOLVA_CELLS_SECOND_Y, up ? 0.0 : double(rows));
     b.put(TOLVA_CELLS_PER_ROW, cells).put(TOLVA_CELLS_ROWS, rows);
-    return b.put(TOLVA_CELLS_BITS, bits == 1 ? int32_t{TOLVA_CELLS_ONE_BIT} : -bits).put(TOLVA_CELLS_DATA, data);
+    return b.put(TOLVA_CELLS_BITS, bits == 1 ? int32_t{TOLVA_CELLS_ONE_BIT} : -bits)
+        .put(TOLVA_CELLS_DATA, data);
 }
 
 // The status function of every device: it records progress reports (plain
@@ -261,7 +265,9 @@ struct Send {
 inline void send_picture(Device &device, const Picture &p, const Send &how) {
     (void)device.call(TOLVA_OP_OPEN_DEVICE);  // its result is the test's to check, through errors()
     device.call(TOLVA_OP_BEGIN_PICTURE);
-    device.call(Block(TOLVA_OP_DEVICE_WINDOW).put(TOLVA_WINDOW_X2, p.width - 1.0).put(TOLVA_WINDOW_Y2, p.height - 1.0));
+    device.call(Block(TOLVA_OP_DEVICE_WINDOW)
+                    .put(TOLVA_WINDOW_X2, p.width - 1.0)
+                    .put(TOLVA_WINDOW_Y2, p.height - 1.0));
     // Viewport scaling mode 1 at 25.4 / 96 millimetres a unit: 96 dots per inch.
     if (how.oneToOne)
         device.call(Block(TOLVA_OP_VIEWPORT_SCALING)
@@ -274,7 +280,8 @@ inline void send_picture(Device &device, const Picture &p, const Send &how) {
     table.put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)});
     for (size_t i = 0; i < rgb.size(); ++i) table.put(TOLVA_COLOURS_RGB + i, rgb[i]);
     if (how.palette) device.call(table);
-    if (how.bracket) device.call(primitive(TOLVA_PRIMITIVE_OPEN, {p.width, p.height, p.bits, 0, 0, 0, 0}));
+    if (how.bracket)
+        device.call(primitive(TOLVA_PRIMITIVE_OPEN, {p.width, p.height, p.bits, 0, 0, 0, 0}));
     int32_t total = how.rowsSent < 0 ? p.height : how.rowsSent;
     int32_t band = how.band > 0 ? how.band : std::max(total, 1);
     // Upward bands keep the host's row order; only the corners say which way they run.

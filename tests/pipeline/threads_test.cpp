@@ -26,8 +26,7 @@ int32_t g_nested_call = 0, g_nested_version = 0;
 
 // Says "go on" to everything; at the band's progress report (100) it calls
 // back in on its own thread, then waits for the other thread.
-int32_t meeting_status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, intptr_t,
-                       intptr_t) {
+int32_t meeting_status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, intptr_t, intptr_t) {
     if (a != 0 || b != 0 || d != 100 || g_release) return 0;
     Block query(0xf03);
     g_nested_call = RASTER_dd_entry32(0, 2, query.bytes.data());

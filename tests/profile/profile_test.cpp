@@ -47,7 +47,7 @@ const Lookup kLookups[] = {
     {kColours, "Colors", "Depth ", "", 64, " 8\0"s, 2},
     // Doubled quotes stay doubled in values, and one quote comes off each end.
     {kColours, "Colors", "Say", "", 64, "say \"\"hi\"\"\0"s, 10},
-    {kColours, "Colors", "Semi", "", 64, "a\0"s, 1},  // a ";" cuts even inside quotes
+    {kColours, "Colors", "Semi", "", 64, "a\0"s, 1},              // a ";" cuts even inside quotes
     {kColours, "Colors", "Short", "abcdef", 64, "xycdef\0"s, 2},  // no terminator after xy
     {kKeys, "S", nullptr, "", 16, "A\0BB\0CCC\0DD\0\0\0\0\0#"s, 8},
     // CCC overflows 6 bytes: one byte of it goes in, the last two bytes are
@@ -92,9 +92,17 @@ TEST(ProfileRead, HandWrittenFilesWithEveryLineEnd) {
     dir.put("t.ini", kColours);
     EXPECT_EQ(GetPrivateProfileInt("Colors", "hex", 7, "t.ini"), 16);
     EXPECT_EQ(GetPrivateProfileInt("Colors", "empty", 7, "t.ini"), 7);  // nothing to parse
-    const std::pair<std::string, int32_t> numbers[] = {
-        {"0x10", 16}, {"0X1fz9", 31}, {"0x", 0}, {"0xFFFFFFFF", -1}, {"0x123456789", 0x23456789},
-        {"010", 10}, {"12abc", 12}, {"-5", 0}, {" 5", 0}, {"", 0}, {"99999999999", INT32_MAX}};
+    const std::pair<std::string, int32_t> numbers[] = {{"0x10", 16},
+                                                       {"0X1fz9", 31},
+                                                       {"0x", 0},
+                                                       {"0xFFFFFFFF", -1},
+                                                       {"0x123456789", 0x23456789},
+                                                       {"010", 10},
+                                                       {"12abc", 12},
+                                                       {"-5", 0},
+                                                       {" 5", 0},
+                                                       {"", 0},
+                                                       {"99999999999", INT32_MAX}};
     for (const auto &[text, value] : numbers) EXPECT_EQ(ParseProfileNumber(text.c_str()), value);
 }
 

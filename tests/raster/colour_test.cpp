@@ -72,17 +72,25 @@ TEST(MedianBoxes, DownwardRunComparesWithTheEntryAbove) {
     EXPECT_EQ(find_median(b, &box), 0);  // two entries: always the first
 }
 
-
 TEST(ColourModel, CmykAlphaAndBackRewriteTheBlock) {
     using Rewrite = void (*)(HGLOBAL, int32_t, int32_t);
     // {rewrite, width, height, block before, block after}: RGB rows come out
     // packed without padding; what lies past the pixels stays.
     const std::tuple<Rewrite, int32_t, int32_t, Bytes, Bytes> cases[] = {
-        {rlCMYKtoRGB, 2, 2, {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
+        {rlCMYKtoRGB,
+         2,
+         2,
+         {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
          {0, 0, 0, 0, 255, 255, 155, 55, 155, 251, 251, 251, 1, 2, 3, 4}},
-        {rlALPHAtoRGB, 1, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+        {rlALPHAtoRGB,
+         1,
+         3,
+         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
          {1, 2, 3, 5, 6, 7, 9, 10, 11, 10, 11, 12}},
-        {rlRGB4toCMYK, 2, 1, {0, 100, 255, 77, 10, 20, 30, 40, 1},
+        {rlRGB4toCMYK,
+         2,
+         1,
+         {0, 100, 255, 77, 10, 20, 30, 40, 1},
          {255, 155, 0, 0, 245, 235, 225, 0, 1}},
         {rlRGB4toCMYK, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4}},
         // A block shorter than its size claims is rewritten only as far as it goes.
@@ -108,29 +116,36 @@ TEST(DepthConversion, EveryPixelGoesThroughTheColourMap) {
     HGLOBAL indices = make_bitmap({0, 1, 2, 255}, 4, 1, 8);
     // {bitmap, width, height, from, to, source table, destination table, count,
     // the pixels of the first rows}
-    const std::tuple<HGLOBAL, int32_t, int32_t, int16_t, int16_t, HGLOBAL, HGLOBAL, int16_t,
-                     Values>
+    const std::tuple<HGLOBAL, int32_t, int32_t, int16_t, int16_t, HGLOBAL, HGLOBAL, int16_t, Values>
         cases[] = {
-        {nibbles, 2, 2, 4, 24, table16, 0, 0, {0xFF000000, 0x00FF0000, 0x80808000, 0x0000FE00}},
-        // At 32 bits the map holds indices (only 24 bits get colours), so the
-        // pixels carry the index in their fourth byte.
-        {nibbles, 2, 2, 4, 32, table16, 0, 0, {1, 2, 3, 4}},
-        {nibbles, 2, 2, 4, 8, table16, table5, 5, {2, 0, 3, 4}},
-        // Same depth without a destination table: the default palette's
-        // entries 0 and 1 are both black, so 1 becomes 0.
-        {indices, 4, 1, 8, 8, zunl, 0, 0, {0, 0, 2, 255}},
-        {bytes, 2, 2, 2, 8, table4, table2, 2, {1, 1, 1, 1}},  // an unknown depth reads 0: map[0]
-        {0, 2, 2, 24, 8, 0, table4, 4, {0, 0, 0, 0}},          // no bitmap: left zeroed
-        {bytes, 2, 2, 8, 4, 0, 0, 0, {0, 0, 0, 0}},            // no tables: the map stays zeroed
-        // A 4-entry table used as an 8-bit one: the missing entries read as black.
-        {bytes, 2, 2, 8, 24, table4, 0, 0, {0x00FF0000, 0x0000FF00, 0xFFFFFF00, 0xFF000000}},
-        {bytes, 2, 2, 8, 8, table4, table4, 200, {1, 2, 3, 0}},  // a count past the block: cut
-        {bytes, 2, 9, 8, 8, table4, 0, 0, {1, 2, 3, 0, 0, 0}},   // rows the block lacks: zero
-        // Unknown destination depths: allocated, never written.
-        {bytes, 2, 2, 8, 0, table4, table4, 4, {}},
-        {bytes, 2, 2, 8, 2, table4, table4, 4, {}},
-        {bytes, 2, 2, 8, 16, table4, table4, 4, {}},
-    };
+            {nibbles, 2, 2, 4, 24, table16, 0, 0, {0xFF000000, 0x00FF0000, 0x80808000, 0x0000FE00}},
+            // At 32 bits the map holds indices (only 24 bits get colours), so the
+            // pixels carry the index in their fourth byte.
+            {nibbles, 2, 2, 4, 32, table16, 0, 0, {1, 2, 3, 4}},
+            {nibbles, 2, 2, 4, 8, table16, table5, 5, {2, 0, 3, 4}},
+            // Same depth without a destination table: the default palette's
+            // entries 0 and 1 are both black, so 1 becomes 0.
+            {indices, 4, 1, 8, 8, zunl, 0, 0, {0, 0, 2, 255}},
+            {bytes,
+             2,
+             2,
+             2,
+             8,
+             table4,
+             table2,
+             2,
+             {1, 1, 1, 1}},                                // an unknown depth reads 0: map[0]
+            {0, 2, 2, 24, 8, 0, table4, 4, {0, 0, 0, 0}},  // no bitmap: left zeroed
+            {bytes, 2, 2, 8, 4, 0, 0, 0, {0, 0, 0, 0}},    // no tables: the map stays zeroed
+            // A 4-entry table used as an 8-bit one: the missing entries read as black.
+            {bytes, 2, 2, 8, 24, table4, 0, 0, {0x00FF0000, 0x0000FF00, 0xFFFFFF00, 0xFF000000}},
+            {bytes, 2, 2, 8, 8, table4, table4, 200, {1, 2, 3, 0}},  // a count past the block: cut
+            {bytes, 2, 9, 8, 8, table4, 0, 0, {1, 2, 3, 0, 0, 0}},   // rows the block lacks: zero
+            // Unknown destination depths: allocated, never written.
+            {bytes, 2, 2, 8, 0, table4, table4, 4, {}},
+            {bytes, 2, 2, 8, 2, table4, table4, 4, {}},
+            {bytes, 2, 2, 8, 16, table4, table4, 4, {}},
+        };
     for (const auto &[bits, w, h, from, to, srcTable, dstTable, count, pixels] : cases) {
         HGLOBAL out = rlConvertBitmapDepth(bits, w, h, from, to, srcTable, dstTable, count);
         EXPECT_EQ(GlobalSize(out), rlCalcNewSize(w, h, to));

@@ -14,14 +14,18 @@ Bytes greys(std::initializer_list<uint8_t> values) {
 
 TEST(RevRgb, Modes) {
     const Bytes row = {0, 10, 20, 100, 110, 105, 10, 20, 30, 250, 245, 255};
-    const std::tuple<int32_t, int32_t, Bytes> cases[] = {  // {mode, width, row after}
+    const std::tuple<int32_t, int32_t, Bytes> cases[] = {
+        // {mode, width, row after}
         {1, 4, {255, 245, 235, 155, 145, 150, 245, 235, 225, 5, 10, 0}},
         // Mode 2 inverts near greys only, every pair within 10: (0, 10, 20) fails red-blue.
         {2, 4, {0, 10, 20, 155, 145, 150, 10, 20, 30, 5, 10, 0}},
         // (3r + 6g + b) / 10, then that inverted.
         {3, 4, {8, 8, 8, 106, 106, 106, 18, 18, 18, 247, 247, 247}},
         {4, 4, {247, 247, 247, 149, 149, 149, 237, 237, 237, 8, 8, 8}},
-        {0, 4, row}, {5, 4, row}, {1, 0, row}, {1, -4, row},
+        {0, 4, row},
+        {5, 4, row},
+        {1, 0, row},
+        {1, -4, row},
     };
     for (const auto &[mode, width, expected] : cases) {
         Bytes r = row;

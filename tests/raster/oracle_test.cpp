@@ -3,9 +3,9 @@
 // for byte, on generated pictures and on the photograph.
 #include <algorithm>
 
-#include "raster/raster.h"
 #include "raster/dither_oracle.h"
 #include "raster/photo.h"
+#include "raster/raster.h"
 #include "raster/raster_oracle.h"
 #include "raster/scale_oracle.h"
 #include "raster_testing.h"
@@ -67,7 +67,8 @@ TEST(NearestOracle, EverySearchReturnsTheLiteralIndex) {
     // Channels outside 0-255 reach only the one-question scan.
     const uint8_t table[] = {0, 0, 0, 255, 255, 255, 200, 10, 10};
     for (int16_t v : {-300, -5, 260, 1000})
-        EXPECT_EQ(rlNearestRGBIndex(v, 7, v, table, 3), rasteroracle::nearest_index(v, 7, v, table, 3));
+        EXPECT_EQ(rlNearestRGBIndex(v, 7, v, table, 3),
+                  rasteroracle::nearest_index(v, 7, v, table, 3));
 }
 
 TEST(Oracles, GeneratedPictures) {

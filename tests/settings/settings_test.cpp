@@ -23,8 +23,8 @@ const char kProfile[] =
 
 // The settings a host sees, comparable and printable in one piece.
 auto fields(const SetupBlock *b) {
-    return std::tuple(b->colourMode, b->sizeMode, b->resolutionMode, b->xResolution,
-                      b->yResolution, b->width, b->height, b->lineMode);
+    return std::tuple(b->colourMode, b->sizeMode, b->resolutionMode, b->xResolution, b->yResolution,
+                      b->width, b->height, b->lineMode);
 }
 using Fields = decltype(fields(nullptr));
 
@@ -105,16 +105,26 @@ TEST_F(Setup, EscapeCodesCheckSizeAndRangeAndChangeNothingWhenRefused) {
     // code, size or mode selector, value (passed as int32_t to the codes that
     // take 4 bytes), result
     const std::tuple<int32_t, int32_t, double, int32_t> cases[] = {
-        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 100, -1}, {TOLVA_ESCAPE_COLOUR_CLASS, 4, 106, -1},
-        {TOLVA_ESCAPE_COLOUR_CLASS, 8, 101, -1}, {TOLVA_ESCAPE_COLOUR_CLASS, 4, 105, 1},
-        {TOLVA_ESCAPE_X_RESOLUTION, 4, 31, -1},  {TOLVA_ESCAPE_X_RESOLUTION, 4, 400, 1},
-        {TOLVA_ESCAPE_Y_RESOLUTION, 4, 401, -1}, {TOLVA_ESCAPE_Y_RESOLUTION, 4, 32, 1},
-        {TOLVA_ESCAPE_WIDTH, 8, 22.000001, -1},  {TOLVA_ESCAPE_WIDTH, 8, 0.0312, -1},
-        {TOLVA_ESCAPE_WIDTH, 8, NAN, -1},        {TOLVA_ESCAPE_WIDTH, 4, 3.0, -1},
-        {TOLVA_ESCAPE_WIDTH, 8, 22.0, 1},        {TOLVA_ESCAPE_HEIGHT, 8, 0.03125, 1},
-        {TOLVA_ESCAPE_RESOLUTION_MODE, 3, 0, 1}, {TOLVA_ESCAPE_RESOLUTION_MODE, 4, 0, 1},
-        {TOLVA_ESCAPE_SIZE_MODE, 0, 0, 1},       {TOLVA_ESCAPE_SIZE_MODE, -1, 0, 1},
-        {2, 4, 101, 0},                          {82, 4, 101, 0}};
+        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 100, -1},
+        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 106, -1},
+        {TOLVA_ESCAPE_COLOUR_CLASS, 8, 101, -1},
+        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 105, 1},
+        {TOLVA_ESCAPE_X_RESOLUTION, 4, 31, -1},
+        {TOLVA_ESCAPE_X_RESOLUTION, 4, 400, 1},
+        {TOLVA_ESCAPE_Y_RESOLUTION, 4, 401, -1},
+        {TOLVA_ESCAPE_Y_RESOLUTION, 4, 32, 1},
+        {TOLVA_ESCAPE_WIDTH, 8, 22.000001, -1},
+        {TOLVA_ESCAPE_WIDTH, 8, 0.0312, -1},
+        {TOLVA_ESCAPE_WIDTH, 8, NAN, -1},
+        {TOLVA_ESCAPE_WIDTH, 4, 3.0, -1},
+        {TOLVA_ESCAPE_WIDTH, 8, 22.0, 1},
+        {TOLVA_ESCAPE_HEIGHT, 8, 0.03125, 1},
+        {TOLVA_ESCAPE_RESOLUTION_MODE, 3, 0, 1},
+        {TOLVA_ESCAPE_RESOLUTION_MODE, 4, 0, 1},
+        {TOLVA_ESCAPE_SIZE_MODE, 0, 0, 1},
+        {TOLVA_ESCAPE_SIZE_MODE, -1, 0, 1},
+        {2, 4, 101, 0},
+        {82, 4, 101, 0}};
     for (const auto &[code, size, value, result] : cases) {
         SCOPED_TRACE(testing::Message() << code << " " << size << " " << value);
         SetupBlock before = *block;
@@ -188,16 +198,15 @@ TEST(DisplayInfo, TheVariableOverridesTheHostWhoseZerosKeepTheDefaults) {
     // the host's width, height, X and Y; DISPLAYINFO; the inches and resolutions given
     const std::tuple<double, double, int16_t, int16_t, const char *, double, double, int16_t,
                      int16_t>
-        cases[] = {
-            {0, 0, 0, 0, nullptr, 1280.0 / 96, 1078.0 / 96, 96, 96},
-            {0, 768, 72, 0, "", 1280.0 / 72, 768.0 / 96, 72, 96},  // empty counts as unset
-            {2000, 1000, 200, 200, "1024,768,72,72", 1024.0 / 72, 768.0 / 72, 72, 72},
-            {2000, 1000, 200, 200, "1024", INFINITY, NAN, 0, 0},
-            {0, 0, 0, 0, "800,,96,97", 800.0 / 96, 0.0, 96, 97},  // ",," is a missing number
-            {0, 0, 0, 0, "wide", NAN, NAN, 0, 0},
-            // A resolution beyond 16 bits divides with its full value and is
-            // handed out narrowed.
-            {0, 0, 0, 0, "65632x100x65632x96", 1.0, 100.0 / 96, 96, 96}};
+        cases[] = {{0, 0, 0, 0, nullptr, 1280.0 / 96, 1078.0 / 96, 96, 96},
+                   {0, 768, 72, 0, "", 1280.0 / 72, 768.0 / 96, 72, 96},  // empty counts as unset
+                   {2000, 1000, 200, 200, "1024,768,72,72", 1024.0 / 72, 768.0 / 72, 72, 72},
+                   {2000, 1000, 200, 200, "1024", INFINITY, NAN, 0, 0},
+                   {0, 0, 0, 0, "800,,96,97", 800.0 / 96, 0.0, 96, 97},  // ",," is a missing number
+                   {0, 0, 0, 0, "wide", NAN, NAN, 0, 0},
+                   // A resolution beyond 16 bits divides with its full value and is
+                   // handed out narrowed.
+                   {0, 0, 0, 0, "65632x100x65632x96", 1.0, 100.0 / 96, 96, 96}};
     for (const auto &[hostW, hostH, hostX, hostY, variable, width, height, x, y] : cases) {
         SCOPED_TRACE(variable == nullptr ? "unset" : variable);
         variable != nullptr ? setenv("DISPLAYINFO", variable, 1) : unsetenv("DISPLAYINFO");

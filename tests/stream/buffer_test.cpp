@@ -28,11 +28,16 @@ intptr_t host_proc(intptr_t instance, int32_t op, intptr_t a, intptr_t b) {
                       std::to_string(op >= 4 ? b : 0));
     auto *p = reinterpret_cast<uint8_t *>(a);
     switch (op) {
-    case 1: return zunSeek(h.file, 0, 0) == 0 ? h.openAnswer : -1;
-    case 2: return zunRead(h.file, p, static_cast<int32_t>(b));
-    case 3: return zunWrite(h.file, p, static_cast<int32_t>(b));
-    case 4: return zunSeek(h.file, *reinterpret_cast<int32_t *>(a), static_cast<int32_t>(b));
-    default: return op * 11;
+    case 1:
+        return zunSeek(h.file, 0, 0) == 0 ? h.openAnswer : -1;
+    case 2:
+        return zunRead(h.file, p, static_cast<int32_t>(b));
+    case 3:
+        return zunWrite(h.file, p, static_cast<int32_t>(b));
+    case 4:
+        return zunSeek(h.file, *reinterpret_cast<int32_t *>(a), static_cast<int32_t>(b));
+    default:
+        return op * 11;
     }
 }
 

@@ -28,14 +28,20 @@ std::vector<int64_t> run(uint32_t seed, uint32_t mode, bool direct) {
         int32_t origin = static_cast<int32_t>(rng() % 3);
         int32_t offset = origin == 0 ? n : origin == 1 ? n - 30000 : -(n % 20000);
         switch (rng() % 4) {
-        case 0: trace.push_back(zunWrite(s, data.data() + rng() % 1000, n)); break;
+        case 0:
+            trace.push_back(zunWrite(s, data.data() + rng() % 1000, n));
+            break;
         case 1:
             trace.push_back(zunRead(s, sink.data(), n));
             if (trace.back() > 0)
                 trace.insert(trace.end(), sink.begin(), sink.begin() + trace.back());
             break;
-        case 2: trace.push_back(zunSeek(s, offset, origin)); break;
-        case 3: trace.push_back(zunWriteChar(s, data.data() + step, 1)); break;
+        case 2:
+            trace.push_back(zunSeek(s, offset, origin));
+            break;
+        case 3:
+            trace.push_back(zunWriteChar(s, data.data() + step, 1));
+            break;
         }
     }
     trace.push_back(zunClose(s));

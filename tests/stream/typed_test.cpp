@@ -15,7 +15,8 @@ namespace {
 Bytes text(const char *s) { return Bytes(s, s + strlen(s)); }
 
 // What `write` puts into a memory stream set to the given byte and float formats.
-template <typename Write> Bytes written(int16_t order, int16_t fixed, Write write) {
+template <typename Write>
+Bytes written(int16_t order, int16_t fixed, Write write) {
     MemoryBlock m;
     HGLOBAL s = m.open(TOLVA_STREAM_OUTPUT);
     zunSetDataFormat(s, order, fixed);
@@ -130,8 +131,9 @@ TEST(Records, UnknownCharactersAndWriterUnionsCountAsNoRecord) {
     // and nothing past the two records (a heap block of exactly 32 bytes).
     auto *two = new uint8_t[32];
     for (int i = 0; i < 32; ++i) two[i] = static_cast<uint8_t>(i);
-    EXPECT_EQ(written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "(1S|1D|)", two, 2), 0); }),
-              (Bytes{0, 1, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 24, 25, 26, 27, 28, 29, 30, 31}));
+    EXPECT_EQ(
+        written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "(1S|1D|)", two, 2), 0); }),
+        (Bytes{0, 1, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 24, 25, 26, 27, 28, 29, 30, 31}));
     delete[] two;
     Source src({1, 2, 3, 4});
     EXPECT_EQ(zunReadStruct(src.s, "1C1X", rec, 1), 0);
