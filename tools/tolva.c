@@ -434,7 +434,10 @@ static long core_count(void)
 static int run_batch(const TolvaOptions *o, const TolvaFilter *filter)
 {
     struct stat info;
-    if (stat(o->outputDir, &info) != 0) {
+    /* A folder that is not there yet is made, as mkdir would: its parent must
+     * exist, so a mistyped path is still reported. */
+    if (stat(o->outputDir, &info) != 0 &&
+        (errno != ENOENT || mkdir(o->outputDir, 0777) != 0 || stat(o->outputDir, &info) != 0)) {
         return report(EXIT_FAILURE, o->outputDir, "cannot use the output directory (%s)",
                       strerror(errno));
     }

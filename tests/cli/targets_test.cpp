@@ -217,6 +217,15 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(again.err, "");
 
+    // A missing folder is made; one whose parent is missing is refused.
+    Result made = Run({"-O", "new", "in.png"});
+    EXPECT_EQ(made.status, 0) << made.err;
+    EXPECT_TRUE(ReadText(Path("new/in.gif")) == reference_);
+    Result deep = Run({"-O", "no/such", "in.png"});
+    EXPECT_EQ(deep.status, 1);
+    EXPECT_EQ(deep.err,
+              "tolva: no/such: cannot use the output directory (No such file or directory)\n");
+
     Result notDir = Run({"-O", "in.png", "b/in.png"});
     EXPECT_EQ(notDir.status, 1);
     EXPECT_EQ(notDir.err, "tolva: in.png: is not a directory\n");
