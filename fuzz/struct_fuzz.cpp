@@ -246,12 +246,12 @@ void check_write(const std::vector<char> &format, int32_t records, const Bytes &
                  bool bigEndian, bool fixed) {
     Layout l = lay_out(format.data(), records, false);
     if (l.size > kMaxBytes) return;
-    auto *memory = static_cast<uint8_t *>(std::malloc(static_cast<size_t>(l.size)));
-    for (int64_t i = 0; i < l.size; ++i)
-        memory[i] = data.empty() ? 0 : data[static_cast<size_t>(i) % data.size()];
     MemoryBlock block;
     HGLOBAL out = block.create();
     if (out == 0) return;
+    auto *memory = static_cast<uint8_t *>(std::malloc(static_cast<size_t>(l.size)));
+    for (int64_t i = 0; i < l.size; ++i)
+        memory[i] = data.empty() ? 0 : data[static_cast<size_t>(i) % data.size()];
     zunSetDataFormat(out, bigEndian ? 1 : 0, fixed ? 1 : 0);
     int32_t got = zunWriteStruct(out, format.data(), memory, records);
 

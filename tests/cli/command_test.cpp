@@ -321,23 +321,6 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     }
 }
 
-TEST_F(Command, ColourPicturesKeepTheirWayUpAndRound) {
-    const uint32_t formats[] = {PNG_FORMAT_RGB, PNG_FORMAT_RGBA, PNG_FORMAT_GRAY, PNG_FORMAT_GA};
-    for (uint32_t type : formats) {
-        SCOPED_TRACE(type);
-        QuadrantPng("in.png", 40, 30, type);
-        Gif gif = Export({"--actual-size", "--bands", "4", "in.png"});
-        ASSERT_EQ(std::make_pair(gif.width, gif.height), std::make_pair(40, 30));
-        const int probes[4][2] = {{5, 5}, {35, 5}, {5, 25}, {35, 25}};
-        for (int q = 0; q < 4; ++q) {
-            const uint8_t *got = &gif.palette[3 * gif.indices[probes[q][1] * 40 + probes[q][0]]];
-            const uint8_t grey[3] = {kGrey[q], kGrey[q], kGrey[q]};
-            const uint8_t *want = type & PNG_FORMAT_FLAG_COLOR ? kColour[q] : grey;
-            for (int c = 0; c < 3; ++c) EXPECT_NEAR(got[c], want[c], 12) << "quadrant " << q;
-        }
-    }
-}
-
 TEST_F(Command, StandardOutputReplacementAndLongPaths) {
     QuadrantPng("in.png", 24, 12, PNG_FORMAT_RGB);
     WriteText(Path("out.gif"), "old");
