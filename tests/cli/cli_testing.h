@@ -1,12 +1,13 @@
-// What the tests of the command as a process share: a scratch folder, a
-// palette picture written with libpng, and a way to start the command with
-// its standard output read back, optionally as an unprivileged user (so that
-// a command that tried to replace a file in /dev would be refused instead of
-// succeeding) or under a file-size limit.
+// What the tests of the command as a process share: a scratch folder,
+// pictures written with libpng, GIFs read back with giflib, and a way to
+// start the command with its standard output read back, optionally as an
+// unprivileged user (so that a command that tried to replace a file in /dev
+// would be refused instead of succeeding) or under a file-size limit.
 #ifndef TOLVA_TESTS_CLI_TESTING_H
 #define TOLVA_TESTS_CLI_TESTING_H
 
 #include <fcntl.h>
+#include <gif_lib.h>
 #include <glob.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -34,6 +35,39 @@ inline std::string ReadText(const std::string &path) {
 
 inline void WriteText(const std::string &path, const std::string &text) {
     std::ofstream(path, std::ios::binary) << text;
+}
+
+// giflib's reading of a GIF of one image: false when it cannot read it all.
+struct Gif {
+    int width = 0, height = 0, background = 0, transparent = -1;
+    bool interlaced = false;
+    std::vector<uint8_t> indices;  // top row first
+    std::vector<uint8_t> palette;  // red, green, blue of each entry
+};
+
+inline bool DecodeGif(const std::string &path, Gif *gif) {
+    int error = 0;
+    GifFileType *file = DGifOpenFileName(path.c_str(), &error);
+    if (file == nullptr) return false;
+    bool ok = DGifSlurp(file) == GIF_OK && file->ImageCount == 1 && file->SColorMap != nullptr;
+    if (ok) {
+        const SavedImage &image = file->SavedImages[0];
+        gif->width = file->SWidth;
+        gif->height = file->SHeight;
+        gif->background = file->SBackGroundColor;
+        gif->interlaced = image.ImageDesc.Interlace;
+        gif->indices.assign(image.RasterBits,
+                            image.RasterBits + static_cast<size_t>(gif->width) * gif->height);
+        for (int i = 0; i < file->SColorMap->ColorCount; ++i) {
+            const GifColorType &c = file->SColorMap->Colors[i];
+            gif->palette.insert(gif->palette.end(), {c.Red, c.Green, c.Blue});
+        }
+        GraphicsControlBlock gcb;
+        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK)
+            gif->transparent = gcb.TransparentColor;
+    }
+    DGifCloseFile(file, &error);
+    return ok;
 }
 
 struct Result {
@@ -152,24 +186,42 @@ protected:
         return names;
     }
 
-    // A palette picture with a pattern the LZW coder cannot shrink to nothing.
-    void PalettePng(const std::string &name, int width, int height) {
-        std::vector<uint8_t> palette(3 * 16), indices(static_cast<size_t>(width) * height);
-        for (int i = 0; i < 48; ++i) palette[i] = static_cast<uint8_t>(i * 5);
-        for (size_t i = 0; i < indices.size(); ++i)
-            indices[i] = static_cast<uint8_t>((i * 7 + i / width * 3 + (i >> 5)) % 16);
+    // libpng's own writer; a colour-mapped picture gets the fewest bits that
+    // hold its palette (1, 2, 4 or 8).
+    void WritePng(const std::string &name, int width, int height, uint32_t format,
+                  const uint8_t *pixels, const std::vector<uint8_t> &palette = {}) {
         png_image image{};
         image.version = PNG_IMAGE_VERSION;
         image.width = static_cast<uint32_t>(width);
         image.height = static_cast<uint32_t>(height);
-        image.format = PNG_FORMAT_RGB_COLORMAP;
-        image.colormap_entries = 16;
-        ASSERT_TRUE(png_image_write_to_file(&image, Path(name).c_str(), 0, indices.data(), 0,
-                                            palette.data()))
+        image.format = format;
+        image.colormap_entries = static_cast<uint32_t>(palette.size() / 3);
+        ASSERT_TRUE(png_image_write_to_file(&image, Path(name).c_str(), 0, pixels, 0,
+                                            palette.empty() ? nullptr : palette.data()))
             << image.message;
         chmod(Path(name).c_str(), 0644);
     }
 
+    // A palette picture whose index at (x, y) is known, in a pattern the LZW
+    // coder cannot shrink to nothing; its palette is left in palette_.
+    std::vector<uint8_t> PalettePng(const std::string &name, int width, int height,
+                                    int colours = 16) {
+        palette_.resize(3 * colours);
+        for (int i = 0; i < colours; ++i) {
+            palette_[3 * i] = static_cast<uint8_t>(255 - i * 13);
+            palette_[3 * i + 1] = static_cast<uint8_t>(i * 29);
+            palette_[3 * i + 2] = static_cast<uint8_t>(i * 71 + 5);
+        }
+        std::vector<uint8_t> indices(static_cast<size_t>(width) * height);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                indices[static_cast<size_t>(y) * width + x] =
+                    static_cast<uint8_t>((x * 7 + y * y * 3 + (x ^ y)) % colours);
+        WritePng(name, width, height, PNG_FORMAT_RGB_COLORMAP, indices.data(), palette_);
+        return indices;
+    }
+
+    std::vector<uint8_t> palette_;
     std::string dir_;
 };
 

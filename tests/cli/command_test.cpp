@@ -1,106 +1,33 @@
 // The tolva command as a user runs it: exit codes and one-line messages for
 // every failure, no output left behind after a failure or a cancel, and GIFs
 // that giflib reads back with the expected size, colours and pixel places.
-#include <gif_lib.h>
-#include <glob.h>
-#include <gtest/gtest.h>
-#include <png.h>
-#include <stdlib.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <zlib.h>
+
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <vector>
 
+#include "cli_testing.h"
 #include "picture_files.h"
 
 namespace {
 
-using Args = std::vector<std::string>;
-
-struct Result {
-    int status = -1;
-    std::string out, err;
-};
-
-std::string ReadText(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void WriteText(const std::string &path, const std::string &text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
+using cli::Args;
+using cli::DecodeGif;
+using cli::Gif;
+using cli::ReadText;
+using cli::Result;
+using cli::WriteText;
 
 bool Has(const Args &args, const std::string &word) {
     return std::find(args.begin(), args.end(), word) != args.end();
 }
 
-struct Gif {
-    int width = 0, height = 0, background = 0, transparent = -1;
-    bool interlaced = false;
-    std::vector<uint8_t> indices;  // top row first
-    std::vector<uint8_t> palette;  // red, green, blue of each entry
-};
-
-bool DecodeGif(const std::string &path, Gif *gif) {
-    int error = 0;
-    GifFileType *file = DGifOpenFileName(path.c_str(), &error);
-    if (file == nullptr) return false;
-    bool ok = DGifSlurp(file) == GIF_OK && file->ImageCount == 1 && file->SColorMap != nullptr;
-    if (ok) {
-        const SavedImage &image = file->SavedImages[0];
-        gif->width = file->SWidth;
-        gif->height = file->SHeight;
-        gif->background = file->SBackGroundColor;
-        gif->interlaced = image.ImageDesc.Interlace;
-        gif->indices.assign(image.RasterBits,
-                            image.RasterBits + static_cast<size_t>(gif->width) * gif->height);
-        for (int i = 0; i < file->SColorMap->ColorCount; ++i) {
-            const GifColorType &c = file->SColorMap->Colors[i];
-            gif->palette.insert(gif->palette.end(), {c.Red, c.Green, c.Blue});
-        }
-        GraphicsControlBlock gcb;
-        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK)
-            gif->transparent = gcb.TransparentColor;
-    }
-    DGifCloseFile(file, &error);
-    return ok;
-}
-
-class Command : public ::testing::Test {
+class Command : public cli::Folder {
 protected:
-    void SetUp() override {
-        char dir[] = "/tmp/tolva-command-XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        dir_ = dir;
-        // No libtolva.ini anywhere: the filter's built-in settings apply.
-        setenv("INIDIR", dir_.c_str(), 1);
-        unsetenv("DISPLAYINFO");
-    }
     // No temporary file of the command may survive a run, failed or not.
     void TearDown() override {
-        glob_t found;
-        EXPECT_EQ(glob(Path(".tolva-*").c_str(), 0, nullptr, &found), GLOB_NOMATCH);
-        globfree(&found);
-        (void)system(("rm -rf '" + dir_ + "'").c_str());
-    }
-
-    std::string Path(const std::string &name) const { return dir_ + "/" + name; }
-
-    // Runs the command in the test directory; no argument holds a quote.
-    Result Run(const Args &args) {
-        std::string line = "cd '" + dir_ + "' && '" TOLVA_COMMAND_PATH "'";
-        for (const std::string &a : args) line += " '" + a + "'";
-        int status = system((line + " </dev/null >.out 2>.err").c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, ReadText(Path(".out")),
-                ReadText(Path(".err"))};
+        EXPECT_TRUE(Temporaries().empty()) << "a temporary file was left";
+        Folder::TearDown();
     }
 
     // Runs the command with `out.gif` as the output and decodes what it wrote.
@@ -112,58 +39,6 @@ protected:
         EXPECT_TRUE(DecodeGif(Path("out.gif"), &gif)) << ::testing::PrintToString(args);
         return gif;
     }
-
-    // libpng's own writer; a colour-mapped picture gets the fewest bits that
-    // hold its palette (1, 2, 4 or 8).
-    void WritePng(const std::string &name, int width, int height, uint32_t format,
-                  const uint8_t *pixels, const std::vector<uint8_t> &palette = {}) {
-        png_image image{};
-        image.version = PNG_IMAGE_VERSION;
-        image.width = static_cast<uint32_t>(width);
-        image.height = static_cast<uint32_t>(height);
-        image.format = format;
-        image.colormap_entries = static_cast<uint32_t>(palette.size() / 3);
-        ASSERT_TRUE(png_image_write_to_file(&image, Path(name).c_str(), 0, pixels, 0,
-                                            palette.empty() ? nullptr : palette.data()))
-            << image.message;
-    }
-
-    // A palette picture whose index at (x, y) is known.
-    std::vector<uint8_t> PalettePng(const std::string &name, int width, int height, int colours) {
-        palette_.resize(3 * colours);
-        for (int i = 0; i < colours; ++i) {
-            palette_[3 * i] = static_cast<uint8_t>(255 - i * 13);
-            palette_[3 * i + 1] = static_cast<uint8_t>(i * 29);
-            palette_[3 * i + 2] = static_cast<uint8_t>(i * 71 + 5);
-        }
-        std::vector<uint8_t> indices(width * height);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x)
-                indices[y * width + x] =
-                    static_cast<uint8_t>((x * 7 + y * y * 3 + (x ^ y)) % colours);
-        WritePng(name, width, height, PNG_FORMAT_RGB_COLORMAP, indices.data(), palette_);
-        return indices;
-    }
-
-    // A picture in four quadrants: red, green / blue, white, or four greys.
-    static constexpr uint8_t kColour[4][3] = {
-        {255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {255, 255, 255}};
-    static constexpr uint8_t kGrey[4] = {0, 80, 160, 255};
-    void QuadrantPng(const std::string &name, int width, int height, uint32_t format) {
-        int channels = PNG_IMAGE_PIXEL_CHANNELS(format);
-        std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * channels, 255);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) {
-                uint8_t *p = &pixels[(static_cast<size_t>(y) * width + x) * channels];
-                int q = (y >= height / 2) * 2 + (x >= width / 2);
-                for (int c = 0; c < (channels <= 2 ? 1 : 3); ++c)  // alpha stays opaque
-                    p[c] = channels <= 2 ? kGrey[q] : kColour[q][c];
-            }
-        WritePng(name, width, height, format, pixels.data());
-    }
-
-    std::string dir_;
-    std::vector<uint8_t> palette_;
 };
 
 TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
@@ -275,6 +150,19 @@ TEST_F(Command, PaletteIndicesComeBackInTheirPlaces) {
     }
 }
 
+using pictures::Bytes;
+using pictures::Raster;
+
+using pictures::kGreyQuadrant;
+using pictures::kQuadrant;
+using pictures::Quadrants;
+
+void Save(const std::string &path, const Bytes &bytes) {
+    ASSERT_FALSE(bytes.empty()) << path;
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
+}
+
 // The size the filter gives a picture fitted into W x H inches at `dpi`:
 // the box in whole dots, narrowed to the picture's proportions, and an even
 // number of rows.
@@ -287,15 +175,22 @@ std::pair<int, int> Fitted(int pw, int ph, double w, double h, int dpi) {
     return {width, height + (height & 1)};
 }
 
+// Inches and dots, pixel sizes honoured exactly (the filter then evens the
+// height), a profile's size, and the picture's own size by default.
 TEST_F(Command, EachSizeOptionGivesItsSize) {
-    QuadrantPng("wide.png", 400, 300, PNG_FORMAT_RGB);
-    QuadrantPng("odd.png", 37, 15, PNG_FORMAT_RGB);
+    Save(Path("wide.png"),
+         pictures::Png(Quadrants(400, 300, 3, 255, false), PNG_COLOR_TYPE_RGB, 8));
+    Save(Path("odd.png"), pictures::Png(Quadrants(37, 15, 3, 255, false), PNG_COLOR_TYPE_RGB, 8));
+    PalettePng("pal.png", 400, 300);
+    PalettePng("odd8.png", 37, 15);
+    PalettePng("big.png", 999, 997);
     WriteText(Path("in.ppm"), "P6\n4 2\n255\n" + std::string(24, '\x80'));
     // The filter reads a value over its default's text, so Width=2 would
     // read as 2.67: values are written at least as long as the defaults.
-    WriteText(Path("my.ini"),
-              "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\n"
-              "Y Resolution=64\n");
+    const std::string small =
+        "[Small]\nDriver=TOLVA.1\nWidth=2.00\nHeight=2.0\nX Resolution=64\nY Resolution=64\n";
+    WriteText(Path("my.ini"), small);
+    WriteText(Path("named.ini"), "[TOLVA]\n~Mode=Small\n\n" + small);
     const char *data = getenv("TOLVA_TEST_DATA");
     struct Case {
         Args args;
@@ -309,8 +204,17 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
         {{"--dpi", "64", "wide.png"}, Fitted(400, 300, 6.67, 5.0, 64)},
         {{"--size", "2x2", "odd.png"}, Fitted(37, 15, 2, 2, 96)},
         {{"--profile", "my.ini", "--section", "Small", "wide.png"}, Fitted(400, 300, 2, 2, 64)},
-        // The README's first command, on the shipped sample and on a photograph:
-        // the picture's own size.
+        {{"--profile", "named.ini", "pal.png"}, {128, 96}},  // the section it names
+        {{"pal.png"}, {400, 300}},
+        {{"odd8.png"}, {37, 16}},
+        {{"--width", "100", "pal.png"}, {100, 76}},
+        {{"--height=15", "pal.png"}, {20, 16}},
+        {{"--width", "399", "pal.png"}, {399, 300}},
+        {{"--width", "74", "--height", "45", "odd8.png"}, {74, 46}},  // stretched, as asked
+        {{"--width", "1000", "big.png"}, {1000, 998}},                // a pixel more than its own
+        {{"--height", "996", "big.png"}, {998, 996}},
+        {{"--width", "200", "--smooth", "pal.png"}, {200, 150}},
+        // The README's first command, on the shipped sample and on a photograph.
         {{TOLVA_SAMPLES_DIR "/sunset.png"}, {320, 200}},
         {{std::string(data ? data : ".") + "/photo.jpg"}, {1920, 1080}},
     };
@@ -319,10 +223,47 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
         EXPECT_EQ(std::make_pair(gif.width, gif.height), c.size)
             << ::testing::PrintToString(c.args);
     }
+    // -v says what was read, what was written and which settings were used.
+    Result told = Run({"-v", "--profile", "named.ini", "pal.png", "out.gif"});
+    ASSERT_EQ(told.status, 0) << told.err;
+    EXPECT_EQ(told.err.rfind("tolva: pal.png: PNG, 400x300 pixels\n"
+                             "tolva: out.gif: GIF of 128x96 pixels, ",
+                             0),
+              0u)
+        << told.err;
+    EXPECT_NE(told.err.find(" bytes; profile " + Path("named.ini") + ", section [Small]; "),
+              std::string::npos)
+        << told.err;
+    Result far = Run({"--width", "1000", "--height", "2", "odd8.png", "out.gif"});
+    EXPECT_EQ(far.status, 1);
+    EXPECT_EQ(far.err,
+              "tolva: odd8.png: the filter cannot make 1000 x 2 pixels of this 37x15 "
+              "picture (try --smooth)\n");
+}
+
+// A one-pixel checkerboard halved: the filter's picking keeps pure black and
+// white, --smooth averages them to grey.
+TEST_F(Command, SmoothAveragesWhereTheFilterPicks) {
+    std::vector<uint8_t> board(64 * 64);
+    for (size_t i = 0; i < board.size(); ++i) board[i] = ((i % 64) + (i / 64)) % 2 ? 255 : 0;
+    WritePng("board.png", 64, 64, PNG_FORMAT_GRAY, board.data());
+    for (bool smooth : {false, true}) {
+        Args args = {"--width", "32", "board.png"};
+        if (smooth) args.push_back("--smooth");
+        Gif gif = Export(args);
+        EXPECT_EQ(gif.width, 32);
+        for (uint8_t index : gif.indices) {
+            int grey = gif.palette[3 * index];
+            if (smooth)
+                EXPECT_NEAR(grey, 128, 8);
+            else
+                EXPECT_TRUE(grey < 16 || grey > 239) << grey;
+        }
+    }
 }
 
 TEST_F(Command, StandardOutputReplacementAndLongPaths) {
-    QuadrantPng("in.png", 24, 12, PNG_FORMAT_RGB);
+    PalettePng("in.png", 24, 12);
     WriteText(Path("out.gif"), "old");
     ASSERT_EQ(Run({"in.png", "out.gif"}).status, 0);
     std::string file = ReadText(Path("out.gif"));
@@ -347,21 +288,6 @@ TEST_F(Command, StandardOutputReplacementAndLongPaths) {
     Result far = Run({"in.png", deep + "/far.gif"});
     ASSERT_EQ(far.status, 0) << far.err;
     EXPECT_EQ(ReadText(deep + "/far.gif"), file);
-}
-
-// ------------------------------------------------------------ pictures --
-
-using pictures::Bytes;
-using pictures::Raster;
-
-using pictures::kGreyQuadrant;
-using pictures::kQuadrant;
-using pictures::Quadrants;
-
-void Save(const std::string &path, const Bytes &bytes) {
-    ASSERT_FALSE(bytes.empty()) << path;
-    std::ofstream(path, std::ios::binary)
-        .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
 }
 
 const uint8_t *At(const Gif &gif, int x, int y) {

@@ -40,6 +40,33 @@ bool HasOpen(pid_t pid, const std::string &path) {
     return open;
 }
 
+// Watches /tmp from its making (so before the command starts) and, while
+// `pid` runs, hands each new spool file (zun*) to `spooled` until it answers
+// true; false when none was taken in time.
+struct SpoolWatch {
+    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    SpoolWatch() { EXPECT_GE(inotify_add_watch(watch, "/tmp", IN_CREATE), 0); }
+    ~SpoolWatch() { close(watch); }
+    template <typename Spooled>
+    bool Until(pid_t pid, Spooled spooled) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < deadline && !Ended(pid)) {
+            pollfd p{watch, POLLIN, 0};
+            if (poll(&p, 1, 50) <= 0) continue;
+            alignas(inotify_event) char events[4096];
+            ssize_t n = read(watch, events, sizeof events);
+            for (ssize_t at = 0; at < n;) {
+                auto *event = reinterpret_cast<inotify_event *>(events + at);
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+                if (event->len != 0 && std::string(event->name).rfind("zun", 0) == 0 &&
+                    spooled(std::string("/tmp/") + event->name))
+                    return true;
+            }
+        }
+        return false;
+    }
+};
+
 class Stop : public cli::Folder {
 protected:
     void SetUp() override {
@@ -53,33 +80,17 @@ protected:
     // quick, or another process's spool came first): the caller tries again.
     bool StopWhileSpooling(const std::vector<int> &signals, const Args &args, Result *result,
                            std::string *spool) {
-        int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-        EXPECT_GE(inotify_add_watch(watch, "/tmp", IN_CREATE), 0);
+        SpoolWatch watch;
         cli::Process command(dir_, args);
-        bool sent = false;
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!sent && std::chrono::steady_clock::now() < deadline) {
-            pollfd p{watch, POLLIN, 0};
-            if (poll(&p, 1, 50) <= 0) {
-                if (Ended(command.pid())) break;
-                continue;
-            }
-            alignas(inotify_event) char events[4096];
-            ssize_t n = read(watch, events, sizeof events);
-            for (ssize_t at = 0; at < n && !sent;) {
-                auto *event = reinterpret_cast<inotify_event *>(events + at);
-                at += static_cast<ssize_t>(sizeof *event + event->len);
-                if (event->len == 0 || std::string(event->name).rfind("zun", 0) != 0) continue;
-                kill(command.pid(), SIGSTOP);
-                *spool = std::string("/tmp/") + event->name;
-                if (HasOpen(command.pid(), *spool)) {
-                    for (int s : signals) kill(command.pid(), s);
-                    sent = true;
-                }
-                kill(command.pid(), SIGCONT);
-            }
-        }
-        close(watch);
+        bool sent = watch.Until(command.pid(), [&](const std::string &name) {
+            kill(command.pid(), SIGSTOP);
+            *spool = name;
+            bool open = HasOpen(command.pid(), name);
+            if (open)
+                for (int s : signals) kill(command.pid(), s);
+            kill(command.pid(), SIGCONT);
+            return open;
+        });
         *result = command.Finish();
         return sent;
     }
@@ -112,8 +123,6 @@ TEST_F(Stop, EachStopSignalCancelsThroughTheFilter) {
 
 TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
     mkdir(Path("gifs").c_str(), 0777);
-    Result r;
-    std::string spool;
     Args args = {"-O", "gifs", "--jobs", "2", "--interlace", "--actual-size"};
     for (const char *name : {"a.png", "b.png", "c.png", "d.png"}) {
         ASSERT_EQ(link(Path("in.png").c_str(), Path(name).c_str()), 0);
@@ -121,36 +130,24 @@ TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
     }
     // Only the parent gets the signal, as from kill(1), once one of its
     // children has its spool open.
-    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    ASSERT_GE(inotify_add_watch(watch, "/tmp", IN_CREATE), 0);
+    SpoolWatch watch;
     cli::Process batch(dir_, args);
-    bool sent = false;
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!sent && std::chrono::steady_clock::now() < deadline && !Ended(batch.pid())) {
-        pollfd p{watch, POLLIN, 0};
-        if (poll(&p, 1, 50) <= 0) continue;
-        alignas(inotify_event) char events[4096];
-        ssize_t n = read(watch, events, sizeof events);
-        for (ssize_t at = 0; at < n && !sent;) {
-            auto *event = reinterpret_cast<inotify_event *>(events + at);
-            at += static_cast<ssize_t>(sizeof *event + event->len);
-            if (event->len == 0 || std::string(event->name).rfind("zun", 0) != 0) continue;
-            std::string spool = std::string("/tmp/") + event->name;
-            std::istringstream children(cli::ReadText("/proc/" + std::to_string(batch.pid()) +
-                                                      "/task/" + std::to_string(batch.pid()) +
-                                                      "/children"));
-            std::vector<pid_t> running;
-            for (pid_t child; children >> child;) {
-                kill(child, SIGSTOP);
-                running.push_back(child);
-            }
-            for (pid_t child : running) sent = sent || HasOpen(child, spool);
-            if (sent) kill(batch.pid(), SIGTERM);
-            for (pid_t child : running) kill(child, SIGCONT);
+    bool sent = watch.Until(batch.pid(), [&](const std::string &spool) {
+        std::istringstream children(cli::ReadText("/proc/" + std::to_string(batch.pid()) +
+                                                  "/task/" + std::to_string(batch.pid()) +
+                                                  "/children"));
+        std::vector<pid_t> running;
+        for (pid_t child; children >> child;) {
+            kill(child, SIGSTOP);
+            running.push_back(child);
         }
-    }
-    close(watch);
-    r = batch.Finish();
+        bool open = false;
+        for (pid_t child : running) open = open || HasOpen(child, spool);
+        if (open) kill(batch.pid(), SIGTERM);
+        for (pid_t child : running) kill(child, SIGCONT);
+        return open;
+    });
+    Result r = batch.Finish();
     ASSERT_TRUE(sent) << "no conversion of the batch was caught with its spool open";
     EXPECT_EQ(r.status, 128 + SIGTERM) << r.err;
     // The two conversions under way were cancelled, the others never began.

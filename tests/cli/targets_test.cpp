@@ -2,7 +2,6 @@
 // inputs at once. The GIF that reaches any of them must be byte for byte the
 // one written to a plain new file; nothing may be renamed over a device, a
 // link or the input; a failed file of a batch must not stop the others.
-#include <gif_lib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -177,12 +176,8 @@ TEST_F(Targets, RefusalsComeBeforeAnythingIsWritten) {
 }
 
 bool DecodesAsGif(const std::string &path) {
-    int error = 0;
-    GifFileType *file = DGifOpenFileName(path.c_str(), &error);
-    if (file == nullptr) return false;
-    bool ok = DGifSlurp(file) == GIF_OK && file->ImageCount == 1;
-    DGifCloseFile(file, &error);
-    return ok;
+    cli::Gif gif;
+    return cli::DecodeGif(path, &gif);
 }
 
 TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
