@@ -19,9 +19,9 @@
 /*
  * A picture's memory is written once, front to back or back to front, soon
  * after it is taken: in large pages it costs a fault every 2 MB instead of
- * every 4 KB. The allocator maps a buffer this large afresh, so the advice
- * comes before its first touch; only the whole large pages inside it are
- * named.
+ * every 4 KB. The allocator normally maps a buffer this large afresh, so the
+ * advice comes before its first touch; only the whole large pages inside it
+ * are named, and a small picture is left as it is.
  */
 static void advise_large_pages(void *start, size_t size)
 {
