@@ -59,6 +59,26 @@ void tolva_free_image(TolvaImage *image);
  */
 int tolva_read_file(const char *path, uint8_t **data, size_t *size);
 
+/* A whole input file in memory, read-only. */
+typedef struct TolvaFileBytes {
+    const uint8_t *data;
+    size_t size;
+    void *mapping; /* the file's own pages when it was mapped; NULL when read */
+    size_t mappedSize;
+} TolvaFileBytes;
+
+/*
+ * Maps a regular file, so that its bytes are the page cache's own: no copy
+ * and no fresh memory, which for a large picture costs as much as decoding
+ * it. Anything else ("-", pipes, devices, an empty file) is read as by
+ * tolva_read_file. A mapped file must not be cut short by another program
+ * while it is decoded (the process would take SIGBUS), as for any reader
+ * that maps its input. Returns 0, or an errno value; release with
+ * tolva_release_file either way.
+ */
+int tolva_load_file(const char *path, TolvaFileBytes *file);
+void tolva_release_file(TolvaFileBytes *file);
+
 #ifdef __cplusplus
 }
 #endif

@@ -115,21 +115,22 @@ static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *im
                         TolvaProgress *progress, const char **format)
 {
     const char *name = display_name(input, "standard input");
-    uint8_t *data = NULL;
-    size_t size = 0;
+    TolvaFileBytes file;
     tolva_progress_reading(progress, 0);
-    int failure = tolva_read_file(input, &data, &size);
+    int failure = tolva_load_file(input, &file);
     if (failure != 0) {
+        tolva_release_file(&file);
         tolva_progress_finish(progress);
         return report(EXIT_FAILURE, name, "cannot read the picture (%s)", strerror(failure));
     }
     char error[512];
     TolvaReadSettings settings = {o->maxPixels, o->keepOrientation};
-    *format = tolva_picture_format(data, size);
+    *format = tolva_picture_format(file.data, file.size);
     tolva_watch_reading(watch_reading, progress);
-    TolvaImageResult result = tolva_read_picture(data, size, &settings, image, error, sizeof error);
+    TolvaImageResult result =
+        tolva_read_picture(file.data, file.size, &settings, image, error, sizeof error);
     tolva_watch_reading(NULL, NULL);
-    free(data);
+    tolva_release_file(&file);
     if (result != TOLVA_IMAGE_OK) {
         tolva_progress_finish(progress);
         return report(EXIT_FAILURE, name, "%s", error);

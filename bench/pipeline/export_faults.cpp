@@ -6,8 +6,6 @@
 //
 //   export_faults [SCALE]   SCALE 1 (default) for the photograph, 2 for a
 //                           picture twice as wide and high (4K from 1080p)
-#define STB_IMAGE_IMPLEMENTATION
-#include <stb/stb_image.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -15,6 +13,7 @@
 
 #include <string>
 
+#include "raster/photo.h"
 #include "test_host.h"
 
 using namespace test_host;
@@ -29,9 +28,9 @@ long minor_faults() {
 
 // The photograph enlarged `scale` times by repeating pixels.
 Picture load(int scale) {
-    int w = 0, h = 0, n = 0;
-    unsigned char *rgb = stbi_load(TOLVA_TEST_DATA_DIR "/photo.jpg", &w, &h, &n, 3);
-    if (rgb == nullptr) {
+    const RgbPixels photo = read_jpeg_rgb(TOLVA_TEST_DATA_DIR "/photo.jpg");
+    const int w = photo.width, h = photo.height;
+    if (w == 0) {
         fprintf(stderr, "export_faults: cannot read %s/photo.jpg\n", TOLVA_TEST_DATA_DIR);
         exit(1);
     }
@@ -43,10 +42,9 @@ Picture load(int scale) {
     q.rows.assign(static_cast<size_t>(q.stride) * q.height, 0);
     for (int y = 0; y < q.height; ++y) {
         uint8_t *row = &q.rows[static_cast<size_t>(y) * q.stride];
-        const unsigned char *from = rgb + static_cast<size_t>(y / scale) * w * 3;
+        const uint8_t *from = photo.rgb.data() + static_cast<size_t>(y / scale) * w * 3;
         for (int x = 0; x < q.width; ++x) memcpy(row + 3 * x, from + 3 * (x / scale), 3);
     }
-    stbi_image_free(rgb);
     return q;
 }
 

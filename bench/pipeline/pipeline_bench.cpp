@@ -4,15 +4,13 @@
 // default size, and an 8-bit version of the same picture 1:1. Each output
 // is decoded once before timing; a benchmark whose GIF does not decode to
 // the expected size reports an error instead of a time.
-#define STB_IMAGE_IMPLEMENTATION
-#include <stb/stb_image.h>
-
 #include <benchmark/benchmark.h>
 #include <stdio.h>
 #include <string.h>
 
 #include <string>
 
+#include "raster/photo.h"
 #include "test_host.h"
 
 using namespace test_host;
@@ -23,9 +21,9 @@ namespace {
 // size when it cannot be read.
 const Picture &photo() {
     static Picture p = [] {
-        int w = 0, h = 0, n = 0;
-        unsigned char *rgb = stbi_load(TOLVA_TEST_DATA_DIR "/photo.jpg", &w, &h, &n, 3);
-        if (rgb == nullptr) return make_picture(1920, 1080, 24);
+        const RgbPixels photo = read_jpeg_rgb(TOLVA_TEST_DATA_DIR "/photo.jpg");
+        const int w = photo.width, h = photo.height;
+        if (w == 0) return make_picture(1920, 1080, 24);
         Picture q;
         q.width = w;
         q.height = h;
@@ -33,9 +31,8 @@ const Picture &photo() {
         q.stride = (w * 3 + 3) & ~3;
         q.rows.assign(static_cast<size_t>(q.stride) * h, 0);
         for (int y = 0; y < h; ++y)
-            memcpy(&q.rows[static_cast<size_t>(y) * q.stride], rgb + static_cast<size_t>(y) * w * 3,
-                   static_cast<size_t>(w) * 3);
-        stbi_image_free(rgb);
+            memcpy(&q.rows[static_cast<size_t>(y) * q.stride],
+                   photo.rgb.data() + static_cast<size_t>(y) * w * 3, static_cast<size_t>(w) * 3);
         return q;
     }();
     return p;
