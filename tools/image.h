@@ -71,9 +71,10 @@ typedef struct TolvaFileBytes {
  * Maps a regular file, so that its bytes are the page cache's own: no copy
  * and no fresh memory, which for a large picture costs as much as decoding
  * it. Anything else ("-", pipes, devices, an empty file) is read as by
- * tolva_read_file. A mapped file must not be cut short by another program
- * while it is decoded (the process would take SIGBUS), as for any reader
- * that maps its input. Returns 0, or an errno value; release with
+ * tolva_read_file. A mapped file cut short by another program while it is
+ * decoded faults with SIGBUS on the pages that are gone: a caller that maps
+ * catches it (tolva.c does, and reports the file as changed). Returns 0, or
+ * an errno value; release with
  * tolva_release_file either way.
  */
 int tolva_load_file(const char *path, TolvaFileBytes *file);

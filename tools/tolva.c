@@ -8,6 +8,7 @@
  */
 #include <errno.h>
 #include <limits.h>
+#include <setjmp.h>
 #include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -111,6 +112,19 @@ static void watch_reading(void *context, int32_t permille)
     tolva_progress_reading((TolvaProgress *)context, permille);
 }
 
+/*
+ * A mapped input that another program shortens while it is read faults with
+ * SIGBUS on the pages that are gone; the read is abandoned and reported like
+ * any other bad input, so that the temporary output is removed as usual.
+ */
+static sigjmp_buf g_input_shrank;
+
+static void on_input_shrank(int signal)
+{
+    (void)signal;
+    siglongjmp(g_input_shrank, 1);
+}
+
 static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *image,
                         TolvaProgress *progress, const char **format)
 {
@@ -126,10 +140,24 @@ static int load_picture(const TolvaOptions *o, const char *input, TolvaImage *im
     char error[512];
     TolvaReadSettings settings = {o->maxPixels, o->keepOrientation};
     *format = tolva_picture_format(file.data, file.size);
+    struct sigaction bus;
+    struct sigaction previous;
+    memset(&bus, 0, sizeof bus);
+    bus.sa_handler = on_input_shrank;
+    sigemptyset(&bus.sa_mask);
+    sigaction(SIGBUS, &bus, &previous);
+    if (sigsetjmp(g_input_shrank, 1) != 0) {
+        sigaction(SIGBUS, &previous, NULL);
+        tolva_watch_reading(NULL, NULL);
+        tolva_release_file(&file);
+        tolva_progress_finish(progress);
+        return report(EXIT_FAILURE, name, "the file changed while it was read");
+    }
     tolva_watch_reading(watch_reading, progress);
     TolvaImageResult result =
         tolva_read_picture(file.data, file.size, &settings, image, error, sizeof error);
     tolva_watch_reading(NULL, NULL);
+    sigaction(SIGBUS, &previous, NULL);
     tolva_release_file(&file);
     if (result != TOLVA_IMAGE_OK) {
         tolva_progress_finish(progress);
