@@ -139,7 +139,7 @@ bool convert_rows(const Conversion &c) {
             // The common road (a picture onto its reduced table) in one pass.
             const uint8_t *in = c.src + static_cast<ptrdiff_t>(y) * c.srcRow;
             uint8_t *out = c.dst + static_cast<ptrdiff_t>(y) * c.dstRow;
-            rl_nearest_map_row(&near, in, c.srcBits == 24 ? 3 : 4, c.width, out, values);
+            rl_nearest_map_row(&near, in, c.srcBits == 24 ? 3 : 4, c.width, out);
             if (_debug_color_res == 1 || _debug_color_res == 2) std::fputc('.', stderr);
             continue;
         }

@@ -13,15 +13,20 @@
 // Cells are 32, 16, 8 and 4 wide; queries use the 4-wide ones. Each cell is
 // filled on first use from its parent's list (the 32-wide ones from the whole
 // class): whatever a cell drops, every part of it drops too, since its best
-// worst case can only shrink inside a part. In front of the cells sit the
-// answers of whole 8-wide and 4-wide cells (many cells of a photograph's
-// colours lie inside one entry's region, and then one byte answers every
-// colour in them; see whole_answer) and a cache of recent answers by exact
-// colour (see rl_nearest_find).
+// worst case can only shrink inside a part.
+//
+// A search asked many questions also keeps every answer it gives, by 4-wide
+// cell (see RlNearest): a cell of colour queries that lies wholly inside one
+// entry's region (many do in a photograph; see whole_answer) is answered by
+// that entry's shared block at once, and every other cell gets a block of its
+// own in which each colour is searched once, on first use. A pixel then costs
+// two loads: its cell's block, and its byte in it.
 //
 // Small tables, and searches that will be asked only a few questions, skip
 // the cells and scan the class lists: the entries of the query's class in
 // index order, which is the linear scan without the entries it would skip.
+#include <cstring>
+
 #include "raster/raster.h"
 
 namespace {
@@ -34,22 +39,26 @@ constexpr uint32_t kShareBelow = 12;
 
 // Where each level's cells start in a class's cell array.
 constexpr uint32_t kLevelStart[kRlNearestLevels] = {0, 512, 512 + 4096, 512 + 4096 + 32768};
-constexpr uint32_t kFineCells = 262144;
-constexpr uint32_t kCellCount = 512 + 4096 + 32768 + kFineCells;
-// Tables up to this size are scanned whole within the query's class.
-constexpr int32_t kCellsFrom = 32;
+constexpr uint32_t kCellCount = 512 + 4096 + 32768 + kRlNearestFineCells;
+constexpr uint32_t kCoarseCells = kRlNearestFineCells / 8;
+// Blocks of their own that a search starts with room for; it doubles them as
+// needed.
+constexpr uint32_t kFirstOwnBlocks = 1024;
 
 // Squared distances from a channel value to the nearest and the farthest
 // point of the interval [lo, lo + span].
 int axis_min(int v, int lo, int span) {
-    int d = v < lo ? lo - v : (v > lo + span ? v - lo - span : 0);
+    int below = lo - v;
+    int above = v - lo - span;
+    int d = below > above ? below : above;
+    d = d > 0 ? d : 0;
     return d * d;
 }
 
 int axis_max(int v, int lo, int span) {
-    int a = v > lo ? v - lo : lo - v;
-    int b = v > lo + span ? v - lo - span : lo + span - v;
-    int d = a > b ? a : b;
+    int fromLow = v - lo;
+    int fromHigh = lo + span - v;
+    int d = fromLow > fromHigh ? fromLow : fromHigh;
     return d * d;
 }
 
@@ -64,12 +73,8 @@ bool reserve(RlNearest *n, uint32_t more) {
     n->poolHandle = grown;
     n->pool = static_cast<RlNearestCandidate *>(rlLockMemory(grown));
     if (n->pool == nullptr) {
-        for (int grey = 0; grey < 2; ++grey) {  // every query now takes the linear scan
-            n->cells[grey] = nullptr;
-            n->fine[grey] = nullptr;
-        }
-        n->uniform = nullptr;
-        n->coarse = nullptr;
+        for (int grey = 0; grey < 2; ++grey) n->cells[grey] = nullptr;  // the linear scan serves
+        n->cellBlock = nullptr;
         return false;
     }
     n->poolSize = size;
@@ -130,48 +135,115 @@ void add_class(RlNearest *n, uint32_t grey) {
         n->pool[n->poolUsed++] = n->pool[list.start];
 }
 
-// Squared distance from a corner of a cell to a candidate.
-int corner_distance(const RlNearestCandidate &e, int r, int g, int b) {
-    return (r - e.red) * (r - e.red) + (g - e.green) * (g - e.green) + (b - e.blue) * (b - e.blue);
-}
-
 // The answer for every colour of a cell of colour queries (corner lo, each
-// side span + 1 wide) whose candidates are `list`, or kRlNearestMixed.
+// side span + 1 wide) whose candidates are `list`, or -1 when its colours
+// have several answers.
 //
 // The cell must hold no grey query: a pair of channels far enough apart at
 // its corner stays more than kRlGreyTolerance apart in every colour of the
 // cell. Then the answer at the corner, A, is the answer everywhere when A
-// beats every other candidate B at all eight corners: the difference of the
-// squared distances to A and to B is linear in the colour, so over the cell
-// it is largest at a corner. Beating means nearer, or as near with the lower
-// index.
-uint8_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], int span) {
+// beats every other candidate B throughout the cell: nearer, or as near with
+// the lower index. The difference of the squared distances to A and to B is
+// a sum of one linear term per channel, so its largest value over the cell
+// takes each channel at whichever end of its side makes that term largest.
+int32_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], int span) {
     auto apart = [span](int a, int c) {
         return a - c > span + kRlGreyTolerance || c - a > span + kRlGreyTolerance;
     };
-    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2])))
-        return kRlNearestMixed;
+    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2]))) return -1;
     const RlNearestCandidate *k = n->pool + list.start;
     int16_t a = rl_nearest_scan(k, list.length, static_cast<uint8_t>(lo[0]),
                                 static_cast<uint8_t>(lo[1]), static_cast<uint8_t>(lo[2]));
-    if (a >= kRlNearestMixed - 1) return kRlNearestMixed;
     const RlNearestCandidate *winner = nullptr;
-    for (uint32_t i = 0; i < list.length; ++i) {
+    for (uint32_t i = 0; i < list.length && winner == nullptr; ++i) {
         if (k[i].index == a) winner = &k[i];
     }
-    if (winner == nullptr) return kRlNearestMixed;
+    if (winner == nullptr) return -1;
+    const int w[3] = {winner->red, winner->green, winner->blue};
     for (uint32_t i = 0; i < list.length; ++i) {
         const RlNearestCandidate &other = k[i];
         if (other.index == a) continue;
-        for (int corner = 0; corner < 8; ++corner) {
-            int r = lo[0] + ((corner & 4) != 0 ? span : 0);
-            int g = lo[1] + ((corner & 2) != 0 ? span : 0);
-            int b = lo[2] + ((corner & 1) != 0 ? span : 0);
-            int d = corner_distance(*winner, r, g, b) - corner_distance(other, r, g, b);
-            if (d > 0 || (d == 0 && other.index < a)) return kRlNearestMixed;
+        const int o[3] = {other.red, other.green, other.blue};
+        int largest = 0;
+        for (int c = 0; c < 3; ++c) {
+            // (x - w)^2 - (x - o)^2 = (o - w)(2x - w - o), at either end of the side.
+            int low = (o[c] - w[c]) * (2 * lo[c] - w[c] - o[c]);
+            int high = (o[c] - w[c]) * (2 * (lo[c] + span) - w[c] - o[c]);
+            largest += low > high ? low : high;
+        }
+        if (largest > 0 || (largest == 0 && other.index < a)) return -1;
+    }
+    return a;
+}
+
+// Makes room for one more block of a cell's own; false when there is none.
+bool reserve_block(RlNearest *n) {
+    if (n->blocksUsed < n->blocksSize) return true;
+    uint32_t size = n->blocksSize * 2;
+    if (size > kRlNearestSharedBlocks + kRlNearestFineCells)
+        size = kRlNearestSharedBlocks + kRlNearestFineCells;
+    if (size <= n->blocksUsed) return false;
+    HGLOBAL grown = GlobalReAlloc(n->blockHandle, size * kRlNearestBlockBytes, TOLVA_GMEM_FLAGS);
+    auto *blocks = static_cast<uint8_t *>(rlLockMemory(grown));
+    if (blocks == nullptr) return false;  // the old block stays, and stays in use
+    n->blockHandle = grown;
+    n->blocks = blocks;
+    n->blocksSize = size;
+    return true;
+}
+
+// The block of the query's 4-wide cell, decided on the first query in it, or
+// 0 when no block could be had. `lists` are the query's candidates at every
+// level; a cell answered whole holds no grey query, so they are the colour
+// lists whenever they are used.
+uint32_t decide_cell(RlNearest *n, uint8_t r, uint8_t g, uint8_t b,
+                     const RlNearestCell lists[kRlNearestLevels]) {
+    uint32_t position = rl_nearest_key(r, g, b) >> 6;
+    uint8_t &coarse = n->coarse[position >> 3];
+    if (coarse == 0) {
+        const int lo[3] = {r & ~7, g & ~7, b & ~7};
+        int32_t whole = whole_answer(n, lists[2], lo, 7);
+        coarse = whole < 0 ? kRlNearestMixed : static_cast<uint8_t>(whole + 1);
+        // Every 4-wide part of a cell answered whole shares its block.
+        if (whole >= 0) {
+            for (uint32_t part = 0; part < 8; ++part)
+                n->cellBlock[(position & ~7u) | part] =
+                    static_cast<uint32_t>(whole + 1) * kRlNearestBlockBytes;
+            return n->cellBlock[position];
         }
     }
-    return static_cast<uint8_t>(a + 1);
+    const int lo[3] = {r & ~3, g & ~3, b & ~3};
+    int32_t whole = whole_answer(n, lists[3], lo, 3);
+    if (whole >= 0)
+        return n->cellBlock[position] = static_cast<uint32_t>(whole + 1) * kRlNearestBlockBytes;
+    if (!reserve_block(n)) return 0;
+    return n->cellBlock[position] = n->blocksUsed++ * kRlNearestBlockBytes;
+}
+
+// Walks the query's cells down to the 4-wide one, building those not built
+// yet; false when out of memory.
+bool walk_cells(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
+                RlNearestCell lists[kRlNearestLevels]) {
+    RlNearestCell parent = n->classes[grey];
+    for (int level = 0; level < kRlNearestLevels; ++level) {
+        RlNearestCell *cell =
+            &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
+        if (cell->start == 0 && level > 0 && parent.length <= kShareBelow) {
+            // A short parent list serves the part as it is: it holds every
+            // candidate of the part, and since no point of the part is closer
+            // to an entry than the parent's closest approach, stopping on the
+            // parent's order never stops too early.
+            *cell = parent;
+        } else if (cell->start == 0) {
+            int shift = 5 - level;
+            int mask = ~((1 << shift) - 1);
+            int lo[3] = {r & mask, g & mask, b & mask};
+            if (!build_cell(n, parent, lo, (1 << shift) - 1, cell)) return false;
+        }
+        parent = *cell;
+        lists[level] = parent;
+    }
+    return true;
 }
 
 }  // namespace
@@ -181,9 +253,9 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     n->table = table;
     n->count = table != nullptr && count > 0 ? count : 0;
     if (n->count == 0) return 0;
-    // The cells pay for themselves only over a table of some size and many
-    // questions; below that the class lists are scanned whole.
-    bool celled = use == kRlNearestMany && n->count > kCellsFrom;
+    // The cells pay for themselves only over many questions; a few are
+    // answered from the class lists.
+    bool celled = use == kRlNearestMany;
     uint32_t poolSize = static_cast<uint32_t>(n->count) + 8 + (celled ? kFirstPoolSize : 0);
     n->poolHandle = rlGetMemory(static_cast<int16_t>(sizeof(RlNearestCandidate)),
                                 static_cast<int32_t>(poolSize));
@@ -200,26 +272,31 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     n->poolUsed = 1;
     add_class(n, 0);
     add_class(n, 1);
-    if (use == kRlNearestFew) return 0;
-
-    // The recent answers and the cells share one block: recent answers, the
-    // answers of whole cells, then the cells of both classes.
-    size_t recentBytes = sizeof(uint32_t) << kRlNearestRecentBits;
-    size_t uniformBytes = celled ? kFineCells + kFineCells / 8 : 0;
-    size_t cellBytes = celled ? 2 * kCellCount * sizeof(RlNearestCell) : 0;
-    n->cacheHandle = GlobalAlloc(TOLVA_GMEM_FLAGS,
-                                 static_cast<uint32_t>(recentBytes + uniformBytes + cellBytes));
-    auto *block = static_cast<uint8_t *>(rlLockMemory(n->cacheHandle));
-    if (block == nullptr) return -1;  // the class lists serve alone
-    n->recent = reinterpret_cast<uint32_t *>(block);
     if (!celled) return 0;
-    n->uniform = block + recentBytes;
-    n->coarse = n->uniform + kFineCells;
-    auto *cells = reinterpret_cast<RlNearestCell *>(block + recentBytes + uniformBytes);
-    for (uint32_t grey = 0; grey < 2; ++grey) {
-        n->cells[grey] = cells + grey * kCellCount;
-        n->fine[grey] = n->cells[grey] + kLevelStart[kRlNearestLevels - 1];
+    // The cells of both classes, each 4-wide cell's block and each 8-wide
+    // cell's answer share one block; the blocks themselves grow as needed.
+    size_t cellBytes = 2 * kCellCount * sizeof(RlNearestCell);
+    size_t blockBytes = kRlNearestFineCells * sizeof(uint32_t);
+    n->cacheHandle =
+        GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(cellBytes + blockBytes + kCoarseCells));
+    auto *cache = static_cast<uint8_t *>(rlLockMemory(n->cacheHandle));
+    if (cache == nullptr) return -1;  // the class lists serve alone
+    auto *cells = reinterpret_cast<RlNearestCell *>(cache);
+    for (uint32_t grey = 0; grey < 2; ++grey) n->cells[grey] = cells + grey * kCellCount;
+    if (n->count > 256) return 0;  // answers that do not fit a byte are not kept
+    uint32_t blocks = kRlNearestSharedBlocks + kFirstOwnBlocks;
+    n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, blocks * kRlNearestBlockBytes);
+    n->blocks = static_cast<uint8_t *>(rlLockMemory(n->blockHandle));
+    if (n->blocks == nullptr) return -1;  // the cells serve alone
+    n->blocksSize = blocks;
+    n->blocksUsed = kRlNearestSharedBlocks;
+    for (uint32_t answer = 0; answer < 256; ++answer) {
+        uint8_t *shared = n->blocks + (answer + 1) * kRlNearestBlockBytes;
+        std::memset(shared, static_cast<int>(answer ^ 0xFFu), 64);
+        std::memset(shared + 64, 0xFF, 8);
     }
+    n->cellBlock = reinterpret_cast<uint32_t *>(cache + cellBytes);
+    n->coarse = cache + cellBytes + blockBytes;
     return 0;
 }
 
@@ -228,86 +305,44 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     if (n->pool == nullptr)
         return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
     uint32_t grey = rl_grey_query(r, g, b);
-    RlNearestCell parent = n->classes[grey];
+    RlNearestCell whole = n->classes[grey];
     if (n->cells[grey] == nullptr)
-        return rl_nearest_scan(n->pool + parent.start, parent.length, r, g, b);
-    bool built = true;
-    RlNearestCell lists[kRlNearestLevels] = {};
-    for (int level = 0; built && level < kRlNearestLevels; ++level) {
-        RlNearestCell *cell =
-            &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
-        if (cell->start == 0 && level > 0 && parent.length <= kShareBelow) {
-            // A short parent list serves the part as it is: it holds every
-            // candidate of the part, and since no point of the part is closer
-            // to an entry than the parent's closest approach, stopping on the
-            // parent's order never stops too early.
-            *cell = parent;
-        } else if (cell->start == 0) {
-            int shift = 5 - level;
-            int mask = ~((1 << shift) - 1);
-            int lo[3] = {r & mask, g & mask, b & mask};
-            built = build_cell(n, parent, lo, (1 << shift) - 1, cell);
-        }
-        parent = *cell;
-        lists[level] = parent;
+        return rl_nearest_scan(n->pool + whole.start, whole.length, r, g, b);
+    uint32_t key = rl_nearest_key(r, g, b);
+    uint32_t block = n->cellBlock != nullptr ? n->cellBlock[key >> 6] : 0;
+    uint64_t bit = uint64_t{1} << (key & 63u);
+    uint64_t known = 0;
+    if (block != 0) std::memcpy(&known, n->blocks + block + 64, sizeof known);
+    if ((known & bit) != 0) return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
+
+    // A cell that has a block has its lists built, down to its own.
+    RlNearestCell fine = n->cells[grey][kLevelStart[kRlNearestLevels - 1] + (key >> 6)];
+    if (block == 0 || fine.start == 0) {
+        RlNearestCell lists[kRlNearestLevels] = {};
+        if (!walk_cells(n, grey, r, g, b, lists))
+            return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
+        fine = lists[kRlNearestLevels - 1];
+        if (n->cellBlock != nullptr && block == 0) block = decide_cell(n, r, g, b, lists);
+        if (block == 0) return rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
+        std::memcpy(&known, n->blocks + block + 64, sizeof known);
+        if ((known & bit) != 0) return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
     }
-    if (!built) return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
-    // Whole answers for the query's 8-wide and 4-wide cells, decided once. A
-    // cell that holds a grey query is never answered whole.
-    uint32_t position = rl_fine_position(r, g, b);
-    const int spans[2] = {7, 3};
-    uint8_t *whole[2] = {&n->coarse[position >> 3], &n->uniform[position]};
-    for (int at = 0; at < 2; ++at) {
-        if (*whole[at] != 0) continue;
-        int mask = ~spans[at];
-        int lo[3] = {r & mask, g & mask, b & mask};
-        *whole[at] = grey != 0 ? kRlNearestMixed : whole_answer(n, lists[2 + at], lo, spans[at]);
-        // The 4-wide parts of an 8-wide cell answered whole share its answer,
-        // so that a query needs to look at its 4-wide cell alone.
-        if (at == 0 && *whole[0] != kRlNearestMixed) {
-            for (uint32_t part = 0; part < 8; ++part)
-                n->uniform[(position & ~7u) | part] = *whole[0];
-        }
-    }
-    return rl_nearest_scan(n->pool + parent.start, parent.length, r, g, b);
+    int16_t index = rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
+    n->blocks[block + (key & 63u)] = static_cast<uint8_t>(index ^ 0xFF);
+    known |= bit;
+    std::memcpy(n->blocks + block + 64, &known, sizeof known);
+    return index;
 }
 
 void rl_nearest_close(RlNearest *n) {
     (void)rlFreeNewData(n->poolHandle);  // each handle is either freed or 0
     (void)rlFreeNewData(n->cacheHandle);
+    (void)rlFreeNewData(n->blockHandle);
     *n = RlNearest{};
 }
 
-void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width, uint8_t *out,
-                        uint32_t *waiting) {
-    if (n->uniform == nullptr) {
-        for (int32_t x = 0; x < width; ++x, in += step) {
-            out[x] = static_cast<uint8_t>(rl_nearest_find(n, in[0], in[1], in[2]));
-        }
-        return;
-    }
-    // First every pixel whose cell is answered whole, with no branch to
-    // mispredict; the others are noted and asked one by one after.
-    const uint8_t *uniform = n->uniform;
-    uint32_t waited = 0;
-    const uint8_t *p = in;
-    for (int32_t x = 0; x < width; ++x, p += step) {
-        uint32_t whole = uniform[rl_fine_position(p[0], p[1], p[2])] - 1u;
-        out[x] = static_cast<uint8_t>(whole);
-        waiting[waited] = static_cast<uint32_t>(x);
-        waited += whole >= kRlNearestMixed - 1u ? 1u : 0u;
-    }
-    uint32_t last = ~0u;
-    uint8_t index = 0;
-    for (uint32_t k = 0; k < waited; ++k) {
-        uint32_t x = waiting[k];
-        p = in + static_cast<size_t>(x) * step;
-        uint32_t colour =
-            static_cast<uint32_t>(p[0]) << 16 | static_cast<uint32_t>(p[1]) << 8 | p[2];
-        if (colour != last) {  // neighbours often share a colour
-            index = static_cast<uint8_t>(rl_nearest_find(n, p[0], p[1], p[2]));
-            last = colour;
-        }
-        out[x] = index;
-    }
+void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
+                        uint8_t *out) {
+    for (int32_t x = 0; x < width; ++x, in += step)
+        out[x] = static_cast<uint8_t>(rl_nearest_find(n, in[0], in[1], in[2]));
 }

@@ -76,12 +76,17 @@ struct RlNearestCandidate {
     uint8_t red, green, blue, unused;
 };
 
-// Recent answers, by colour: colour << 8 | (index + 1), 0 for an empty slot.
-// Only indices below 255 are kept, which is every index of the usual tables.
-constexpr int kRlNearestRecentBits = 15;
-// Answers of whole 8-wide and 4-wide cells of colour queries: 0 not known
-// yet, index + 1 when every colour of the cell has that answer,
-// kRlNearestMixed otherwise.
+// The answers of a search asked many questions are kept by 4-wide cell, in
+// blocks: the 64 colours' answers, each stored complemented so that memory
+// still zero reads as "not known yet", then a mask of the colours whose
+// answer is known (an answer of 255 is stored as 0 too). Block 0 stands for
+// every cell not looked at yet and is never written; block a + 1 serves
+// every cell whose colours all have the answer a; a cell with several
+// answers gets a block of its own, filled colour by colour.
+constexpr uint32_t kRlNearestBlockBytes = 72;
+constexpr uint32_t kRlNearestSharedBlocks = 257;
+constexpr uint32_t kRlNearestFineCells = 262144;
+// An 8-wide cell whose colours have several answers (see RlNearest::coarse).
 constexpr uint8_t kRlNearestMixed = 255;
 
 // How much a search is worth preparing: a handful of questions (a row of
@@ -93,13 +98,17 @@ struct RlNearest {
     int32_t count;  // 0 for a missing table or a count below 1
     HGLOBAL poolHandle;
     HGLOBAL cacheHandle;
+    HGLOBAL blockHandle;
     RlNearestCell classes[2];  // all colour entries, all grey entries; length 0 when unmade
     RlNearestCell *cells[2];   // every level, for colour queries and for grey queries
-    RlNearestCell *fine[2];    // their 4-wide levels; null when the class lists serve alone
     RlNearestCandidate *pool;  // every list, one after another; null: the linear scan serves
-    uint32_t *recent;          // recent answers (kRlNearestMany); photographs repeat colours
-    uint8_t *uniform;          // answers of whole 4-wide cells (with the cells)
-    uint8_t *coarse;           // answers of whole 8-wide cells, also copied into `uniform`
+    // Per 4-wide cell, the byte offset of its block in `blocks`; null when
+    // no answers are kept (a table of more than 256 entries, or few questions).
+    uint32_t *cellBlock;
+    uint8_t *blocks;
+    uint8_t *coarse;  // per 8-wide cell: 0 not looked at, answer + 1 when whole, or mixed
+    uint32_t blocksUsed;
+    uint32_t blocksSize;
     uint32_t poolUsed;
     uint32_t poolSize;
 };
@@ -113,9 +122,9 @@ void rl_nearest_close(RlNearest *n);
 int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 
 // One row of 8-bit colours (`step` bytes apart, red first) mapped to the low
-// bytes of their answers; `waiting` is scratch room for `width` entries.
-void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width, uint8_t *out,
-                        uint32_t *waiting);
+// bytes of their answers.
+void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
+                        uint8_t *out);
 
 // Greys match only greys and colours only colours. A query counts as grey
 // when its channels are within kRlGreyTolerance of each other, a table entry
@@ -149,25 +158,25 @@ constexpr uint32_t rl_nearest_position(uint8_t r, uint8_t g, uint8_t b, int leve
     return p;
 }
 
-// Each channel's share of its 4-wide cell position, so that a query's cell
-// is three lookups ORed together.
-struct RlFineSpread {
+// A colour's key: its 4-wide cell's position times 64, plus its place in
+// the cell. Each channel's share is looked up, so the key is three loads ORed.
+struct RlKeySpread {
     uint32_t red[256], green[256], blue[256];
 };
-constexpr RlFineSpread rl_make_fine_spread() {
-    RlFineSpread s{};
+constexpr RlKeySpread rl_make_key_spread() {
+    RlKeySpread s{};
     for (uint32_t v = 0; v < 256; ++v) {
         auto u = static_cast<uint8_t>(v);
-        s.red[v] = rl_nearest_position(u, 0, 0, kRlNearestLevels - 1);
-        s.green[v] = rl_nearest_position(0, u, 0, kRlNearestLevels - 1);
-        s.blue[v] = rl_nearest_position(0, 0, u, kRlNearestLevels - 1);
+        s.red[v] = rl_nearest_position(u, 0, 0, kRlNearestLevels - 1) << 6 | (v & 3u) << 4;
+        s.green[v] = rl_nearest_position(0, u, 0, kRlNearestLevels - 1) << 6 | (v & 3u) << 2;
+        s.blue[v] = rl_nearest_position(0, 0, u, kRlNearestLevels - 1) << 6 | (v & 3u);
     }
     return s;
 }
-inline constexpr RlFineSpread kRlFineSpread = rl_make_fine_spread();
+inline constexpr RlKeySpread kRlKeySpread = rl_make_key_spread();
 
-inline uint32_t rl_fine_position(uint8_t r, uint8_t g, uint8_t b) {
-    return kRlFineSpread.red[r] | kRlFineSpread.green[g] | kRlFineSpread.blue[b];
+inline uint32_t rl_nearest_key(uint8_t r, uint8_t g, uint8_t b) {
+    return kRlKeySpread.red[r] | kRlKeySpread.green[g] | kRlKeySpread.blue[b];
 }
 
 // The best of a list of candidates: the smallest distance, and among equal
@@ -194,29 +203,15 @@ inline int16_t rl_nearest_scan(const RlNearestCandidate *k, uint32_t length, uin
 }
 
 // rlNearestRGBIndex(r, g, b, table, count), exactly. Inlined into the row
-// loops: most answers come from a whole cell's answer or the recent cache.
+// loops: most answers are a cell's block byte, known already.
 __attribute__((always_inline)) inline int16_t rl_nearest_find(RlNearest *n, uint8_t r, uint8_t g,
                                                               uint8_t b) {
-    if (n->recent == nullptr) return rl_nearest_find_slow(n, r, g, b);
-    uint32_t position = rl_fine_position(r, g, b);
-    if (n->uniform != nullptr) {
-        uint32_t whole = n->uniform[position] - 1u;
-        if (whole < kRlNearestMixed - 1u) return static_cast<int16_t>(whole);
+    if (n->cellBlock != nullptr) {
+        uint32_t key = rl_nearest_key(r, g, b);
+        uint8_t stored = n->blocks[n->cellBlock[key >> 6] + (key & 63u)];
+        if (stored != 0) return static_cast<int16_t>(stored ^ 0xFFu);
     }
-    uint32_t colour = (static_cast<uint32_t>(r) << 16) | (static_cast<uint32_t>(g) << 8) | b;
-    uint32_t &recent = n->recent[(colour * 0x9E3779B1u) >> (32 - kRlNearestRecentBits)];
-    uint32_t known = (recent ^ (colour << 8)) - 1;  // the index when the colours match
-    if (known < 255u) return static_cast<int16_t>(known);
-    int16_t index;
-    const RlNearestCell *cell =
-        n->fine[0] != nullptr ? &n->fine[rl_grey_query(r, g, b)][position] : nullptr;
-    if (cell != nullptr && cell->start != 0 && n->uniform[position] != 0) {
-        index = rl_nearest_scan(n->pool + cell->start, cell->length, r, g, b);
-    } else {
-        index = rl_nearest_find_slow(n, r, g, b);
-    }
-    if (index < 255) recent = colour << 8 | static_cast<uint32_t>(index + 1);
-    return index;
+    return rl_nearest_find_slow(n, r, g, b);
 }
 
 #endif
