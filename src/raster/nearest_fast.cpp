@@ -192,17 +192,71 @@ bool reserve_block(RlNearest *n) {
     return true;
 }
 
-// The block of the query's 4-wide cell, decided on the first query in it, or
-// 0 when no block could be had. `lists` are the query's candidates at every
-// level; a cell answered whole holds no grey query, so they are the colour
-// lists whenever they are used.
-uint32_t decide_cell(RlNearest *n, uint8_t r, uint8_t g, uint8_t b,
-                     const RlNearestCell lists[kRlNearestLevels]) {
+// The query's list at `level` from its parent's, built into *cell unless
+// built already; false when out of memory.
+bool cell_list(RlNearest *n, RlNearestCell parent, uint8_t r, uint8_t g, uint8_t b, int level,
+               RlNearestCell *cell) {
+    if (cell->start != 0) return true;
+    if (parent.length <= kShareBelow) {
+        // A short parent list serves the part as it is: it holds every
+        // candidate of the part, and since no point of the part is closer to
+        // an entry than the parent's closest approach, stopping on the
+        // parent's order never stops too early.
+        *cell = parent;
+        return true;
+    }
+    int shift = 5 - level;
+    int mask = ~((1 << shift) - 1);
+    int lo[3] = {r & mask, g & mask, b & mask};
+    return build_cell(n, parent, lo, (1 << shift) - 1, cell);
+}
+
+// The query's list of candidates in its 8-wide cell, building the cells on
+// the way down that are not built yet; false when out of memory.
+bool eight_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
+                     RlNearestCell *list) {
+    RlNearestCell parent = n->classes[grey];
+    for (int level = 0; level < kRlNearestLevels - 1; ++level) {
+        RlNearestCell *cell =
+            &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
+        if (level == 0 && cell->start == 0) {
+            int lo[3] = {r & ~31, g & ~31, b & ~31};
+            if (!build_cell(n, parent, lo, 31, cell)) return false;
+        } else if (!cell_list(n, parent, r, g, b, level, cell)) {
+            return false;
+        }
+        parent = *cell;
+    }
+    *list = parent;
+    return true;
+}
+
+// The query's list of candidates in its 4-wide cell. Kept in the cell's
+// own block when it has one; built afresh for a cell answered whole, which
+// needs it once; kept with the cells when no answers are kept at all.
+bool four_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
+                    RlNearestCell eight, RlNearestCell *list) {
+    RlNearestCell own = {};
+    RlNearestCell *cell = &own;
+    if (n->cellBlock == nullptr)
+        cell = &n->cells[grey][kLevelStart[kRlNearestLevels - 1] +
+                               rl_nearest_position(r, g, b, kRlNearestLevels - 1)];
+    if (!cell_list(n, eight, r, g, b, kRlNearestLevels - 1, cell)) return false;
+    *list = *cell;
+    return true;
+}
+
+// The block of the query's 4-wide cell, decided on its first query, or 0
+// when no block could be had; `eight` and *fine are the query's lists. A
+// cell answered whole holds no grey query, so they are colour lists whenever
+// they are used; *fine is left empty when the 8-wide cell is answered whole.
+uint32_t decide_cell(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
+                     RlNearestCell eight, RlNearestCell *fine) {
     uint32_t position = rl_nearest_key(r, g, b) >> 6;
     uint8_t &coarse = n->coarse[position >> 3];
     if (coarse == 0) {
         const int lo[3] = {r & ~7, g & ~7, b & ~7};
-        int32_t whole = whole_answer(n, lists[2], lo, 7);
+        int32_t whole = whole_answer(n, eight, lo, 7);
         coarse = whole < 0 ? kRlNearestMixed : static_cast<uint8_t>(whole + 1);
         // Every 4-wide part of a cell answered whole shares its block.
         if (whole >= 0) {
@@ -212,38 +266,13 @@ uint32_t decide_cell(RlNearest *n, uint8_t r, uint8_t g, uint8_t b,
             return n->cellBlock[position];
         }
     }
+    if (!four_wide_list(n, grey, r, g, b, eight, fine)) return 0;
     const int lo[3] = {r & ~3, g & ~3, b & ~3};
-    int32_t whole = whole_answer(n, lists[3], lo, 3);
+    int32_t whole = whole_answer(n, *fine, lo, 3);
     if (whole >= 0)
         return n->cellBlock[position] = static_cast<uint32_t>(whole + 1) * kRlNearestBlockBytes;
     if (!reserve_block(n)) return 0;
     return n->cellBlock[position] = n->blocksUsed++ * kRlNearestBlockBytes;
-}
-
-// Walks the query's cells down to the 4-wide one, building those not built
-// yet; false when out of memory.
-bool walk_cells(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
-                RlNearestCell lists[kRlNearestLevels]) {
-    RlNearestCell parent = n->classes[grey];
-    for (int level = 0; level < kRlNearestLevels; ++level) {
-        RlNearestCell *cell =
-            &n->cells[grey][kLevelStart[level] + rl_nearest_position(r, g, b, level)];
-        if (cell->start == 0 && level > 0 && parent.length <= kShareBelow) {
-            // A short parent list serves the part as it is: it holds every
-            // candidate of the part, and since no point of the part is closer
-            // to an entry than the parent's closest approach, stopping on the
-            // parent's order never stops too early.
-            *cell = parent;
-        } else if (cell->start == 0) {
-            int shift = 5 - level;
-            int mask = ~((1 << shift) - 1);
-            int lo[3] = {r & mask, g & mask, b & mask};
-            if (!build_cell(n, parent, lo, (1 << shift) - 1, cell)) return false;
-        }
-        parent = *cell;
-        lists[level] = parent;
-    }
-    return true;
 }
 
 }  // namespace
@@ -315,17 +344,24 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     if (block != 0) std::memcpy(&known, n->blocks + block + 64, sizeof known);
     if ((known & bit) != 0) return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
 
-    // A cell that has a block has its lists built, down to its own.
-    RlNearestCell fine = n->cells[grey][kLevelStart[kRlNearestLevels - 1] + (key >> 6)];
-    if (block == 0 || fine.start == 0) {
-        RlNearestCell lists[kRlNearestLevels] = {};
-        if (!walk_cells(n, grey, r, g, b, lists))
+    // A cell's own block keeps the cell's candidates of each class, once
+    // found, beside its answers: the cells themselves lie far apart.
+    constexpr uint32_t kFirstOwn = kRlNearestSharedBlocks * kRlNearestBlockBytes;
+    RlNearestCell fine = {};
+    if (block >= kFirstOwn) std::memcpy(&fine, n->blocks + block + 72 + 8 * grey, sizeof fine);
+    if (fine.start == 0) {
+        RlNearestCell eight = {};
+        if (!eight_wide_list(n, grey, r, g, b, &eight))
             return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
-        fine = lists[kRlNearestLevels - 1];
-        if (n->cellBlock != nullptr && block == 0) block = decide_cell(n, r, g, b, lists);
-        if (block == 0) return rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
-        std::memcpy(&known, n->blocks + block + 64, sizeof known);
-        if ((known & bit) != 0) return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
+        if (n->cellBlock != nullptr && block == 0) {
+            block = decide_cell(n, grey, r, g, b, eight, &fine);
+            std::memcpy(&known, n->blocks + block + 64, sizeof known);
+            if ((known & bit) != 0)
+                return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
+        }
+        if (fine.start == 0 && !four_wide_list(n, grey, r, g, b, eight, &fine))
+            return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
+        if (block >= kFirstOwn) std::memcpy(n->blocks + block + 72 + 8 * grey, &fine, sizeof fine);
     }
     int16_t index = rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
     n->blocks[block + (key & 63u)] = static_cast<uint8_t>(index ^ 0xFF);

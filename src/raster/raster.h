@@ -79,11 +79,12 @@ struct RlNearestCandidate {
 // The answers of a search asked many questions are kept by 4-wide cell, in
 // blocks: the 64 colours' answers, each stored complemented so that memory
 // still zero reads as "not known yet", then a mask of the colours whose
-// answer is known (an answer of 255 is stored as 0 too). Block 0 stands for
+// answer is known (an answer of 255 is stored as 0 too), then the cell's
+// lists of colour and of grey candidates once looked up. Block 0 stands for
 // every cell not looked at yet and is never written; block a + 1 serves
 // every cell whose colours all have the answer a; a cell with several
 // answers gets a block of its own, filled colour by colour.
-constexpr uint32_t kRlNearestBlockBytes = 72;
+constexpr uint32_t kRlNearestBlockBytes = 88;
 constexpr uint32_t kRlNearestSharedBlocks = 257;
 constexpr uint32_t kRlNearestFineCells = 262144;
 // An 8-wide cell whose colours have several answers (see RlNearest::coarse).
