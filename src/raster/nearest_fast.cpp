@@ -364,6 +364,7 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
         if (block >= kFirstOwn) std::memcpy(n->blocks + block + 72 + 8 * grey, &fine, sizeof fine);
     }
     int16_t index = rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
+    if (block < kFirstOwn) return index;  // no answers kept, or no room for them
     n->blocks[block + (key & 63u)] = static_cast<uint8_t>(index ^ 0xFF);
     known |= bit;
     std::memcpy(n->blocks + block + 64, &known, sizeof known);
