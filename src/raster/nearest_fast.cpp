@@ -87,14 +87,17 @@ bool build_cell(RlNearest *n, RlNearestCell from, const int lo[3], int span, RlN
     if (!reserve(n, from.length + 3)) return false;
     const RlNearestCandidate *source = n->pool + from.start;
     int bound = 0x7FFFFFFF;
-    for (uint32_t k = 0; k < from.length; ++k) {
+    // The parent's list is sorted by closest approach to the parent, and no
+    // entry comes closer to a part than to the whole: once that approach
+    // reaches the bound, no later entry can lower the bound or come within it.
+    for (uint32_t k = 0; k < from.length && source[k].closest < bound; ++k) {
         const RlNearestCandidate &e = source[k];
         int worst = axis_max(e.red, lo[0], span) + axis_max(e.green, lo[1], span) +
                     axis_max(e.blue, lo[2], span);
         if (worst < bound) bound = worst;
     }
     uint32_t start = n->poolUsed;
-    for (uint32_t k = 0; k < from.length; ++k) {
+    for (uint32_t k = 0; k < from.length && source[k].closest <= bound; ++k) {
         RlNearestCandidate e = source[k];
         int closest = axis_min(e.red, lo[0], span) + axis_min(e.green, lo[1], span) +
                       axis_min(e.blue, lo[2], span);
@@ -236,6 +239,7 @@ bool eight_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t 
 // needs it once; kept with the cells when no answers are kept at all.
 bool four_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
                     RlNearestCell eight, RlNearestCell *list) {
+    if (n->cells[grey] == nullptr) return false;  // the pool could not grow
     RlNearestCell own = {};
     RlNearestCell *cell = &own;
     if (n->cellBlock == nullptr)
@@ -266,11 +270,13 @@ uint32_t decide_cell(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t 
             return n->cellBlock[position];
         }
     }
-    if (!four_wide_list(n, grey, r, g, b, eight, fine)) return 0;
+    // The 8-wide list holds every candidate of the 4-wide cell too; the
+    // cell's own list is built only when its colours will be searched.
     const int lo[3] = {r & ~3, g & ~3, b & ~3};
-    int32_t whole = whole_answer(n, *fine, lo, 3);
+    int32_t whole = whole_answer(n, eight, lo, 3);
     if (whole >= 0)
         return n->cellBlock[position] = static_cast<uint32_t>(whole + 1) * kRlNearestBlockBytes;
+    if (!four_wide_list(n, grey, r, g, b, eight, fine)) return 0;
     if (!reserve_block(n)) return 0;
     return n->cellBlock[position] = n->blocksUsed++ * kRlNearestBlockBytes;
 }
@@ -302,30 +308,35 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     add_class(n, 0);
     add_class(n, 1);
     if (!celled) return 0;
-    // The cells of both classes, each 4-wide cell's block and each 8-wide
-    // cell's answer share one block; the blocks themselves grow as needed.
-    size_t cellBytes = 2 * kCellCount * sizeof(RlNearestCell);
-    size_t blockBytes = kRlNearestFineCells * sizeof(uint32_t);
-    n->cacheHandle =
-        GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(cellBytes + blockBytes + kCoarseCells));
+    // Answers are kept in blocks when they fit a byte. The blocks grow as
+    // needed; the shared ones come first.
+    if (n->count <= 256) {
+        uint32_t blocks = kRlNearestSharedBlocks + kFirstOwnBlocks;
+        n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, blocks * kRlNearestBlockBytes);
+        n->blocks = static_cast<uint8_t *>(rlLockMemory(n->blockHandle));
+        n->blocksSize = n->blocks != nullptr ? blocks : 0;
+        n->blocksUsed = kRlNearestSharedBlocks;
+        for (uint32_t answer = 0; answer < 256 && n->blocks != nullptr; ++answer) {
+            uint8_t *shared = n->blocks + (answer + 1) * kRlNearestBlockBytes;
+            std::memset(shared, static_cast<int>(answer ^ 0xFFu), 64);
+            std::memset(shared + 64, 0xFF, 8);
+        }
+    }
+    // The cells of both classes, then each 4-wide cell's block and each
+    // 8-wide cell's answer. With blocks, a 4-wide cell's list lives in its
+    // block and the cells stop at the 8-wide level.
+    bool keep = n->blocks != nullptr;
+    uint32_t perClass = keep ? kLevelStart[kRlNearestLevels - 1] : kCellCount;
+    size_t cellBytes = 2 * perClass * sizeof(RlNearestCell);
+    size_t keptBytes = keep ? kRlNearestFineCells * sizeof(uint32_t) + kCoarseCells : 0;
+    n->cacheHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(cellBytes + keptBytes));
     auto *cache = static_cast<uint8_t *>(rlLockMemory(n->cacheHandle));
     if (cache == nullptr) return -1;  // the class lists serve alone
     auto *cells = reinterpret_cast<RlNearestCell *>(cache);
-    for (uint32_t grey = 0; grey < 2; ++grey) n->cells[grey] = cells + grey * kCellCount;
-    if (n->count > 256) return 0;  // answers that do not fit a byte are not kept
-    uint32_t blocks = kRlNearestSharedBlocks + kFirstOwnBlocks;
-    n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, blocks * kRlNearestBlockBytes);
-    n->blocks = static_cast<uint8_t *>(rlLockMemory(n->blockHandle));
-    if (n->blocks == nullptr) return -1;  // the cells serve alone
-    n->blocksSize = blocks;
-    n->blocksUsed = kRlNearestSharedBlocks;
-    for (uint32_t answer = 0; answer < 256; ++answer) {
-        uint8_t *shared = n->blocks + (answer + 1) * kRlNearestBlockBytes;
-        std::memset(shared, static_cast<int>(answer ^ 0xFFu), 64);
-        std::memset(shared + 64, 0xFF, 8);
-    }
+    for (uint32_t grey = 0; grey < 2; ++grey) n->cells[grey] = cells + grey * perClass;
+    if (!keep) return n->count <= 256 ? -1 : 0;
     n->cellBlock = reinterpret_cast<uint32_t *>(cache + cellBytes);
-    n->coarse = cache + cellBytes + blockBytes;
+    n->coarse = cache + cellBytes + kRlNearestFineCells * sizeof(uint32_t);
     return 0;
 }
 
@@ -380,6 +391,23 @@ void rl_nearest_close(RlNearest *n) {
 
 void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
                         uint8_t *out) {
-    for (int32_t x = 0; x < width; ++x, in += step)
-        out[x] = static_cast<uint8_t>(rl_nearest_find(n, in[0], in[1], in[2]));
+    if (n->cellBlock == nullptr) {
+        for (int32_t x = 0; x < width; ++x, in += step)
+            out[x] = static_cast<uint8_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
+        return;
+    }
+    // rl_nearest_find with the tables held in locals: only a slow answer
+    // can move the blocks.
+    const uint32_t *cellBlock = n->cellBlock;
+    const uint8_t *blocks = n->blocks;
+    for (uint32_t x = 0; x < static_cast<uint32_t>(width); ++x, in += step) {
+        uint32_t key = rl_nearest_key(in[0], in[1], in[2]);
+        uint32_t stored = blocks[cellBlock[key >> 6] + (key & 63u)];
+        if (stored == 0) {
+            out[x] = static_cast<uint8_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
+            blocks = n->blocks;
+            continue;
+        }
+        out[x] = static_cast<uint8_t>(~stored);
+    }
 }
