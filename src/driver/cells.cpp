@@ -18,6 +18,7 @@
 #include <string.h>
 
 #include "driver/driver.h"
+#include "output/pipeline.h"
 
 namespace {
 
@@ -120,8 +121,11 @@ void close_picture(EMData *em) {
     picture.heightValue = static_cast<double>(static_cast<uint32_t>(em->pictureHeight));
     picture.palette = palette;
     picture.bitmap = em->pictureBitmap;
-    // Failures of the output are pushed by the output itself.
+    // Failures of the output are pushed by the output itself. The picture
+    // is freed right after, so its band may be converted where it lies.
+    output_lend_picture(em->pictureBitmap);
     (void)OutputPicture(em->outputStream, &picture, DrawExportCellData);
+    output_lend_picture(0);
     if (palette != 0) (void)GlobalFree(palette);
     if (em->pictureBitmap != 0) (void)GlobalFree(em->pictureBitmap);
     em->pictureBitmap = 0;

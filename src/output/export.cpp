@@ -12,6 +12,7 @@
 
 #include "host/busy.h"
 #include "output/pipeline.h"
+#include "raster/raster.h"
 #include "stream/sinks.h"
 
 namespace {
@@ -26,6 +27,9 @@ struct ExportPrivate {
     HGLOBAL lastBand;  // the band bitmap made by the latest draw
     HGLOBAL table;     // private copy of the colour table the bands use
 };
+
+// See output_lend_picture.
+HGLOBAL g_lent_picture = 0;
 
 const TolvaPicture *source_of(const TolvaOffscreen *record) {
     return static_cast<const TolvaPicture *>(record->hostContext);
@@ -126,13 +130,19 @@ intptr_t draw(TolvaOffscreen *record) {
         changed = true;
     }
     if (from != to) {
+        // A true-colour bitmap that is ours, or lent, takes its indices in
+        // its own block: no second picture-sized block.
+        bool over =
+            from == 24 && to == 8 && current != 0 && (current == made || current == g_lent_picture);
         HGLOBAL converted =
-            to < 8 && to < from
-                ? rlDitherGivenCT(current, currentWidth, currentHeight, from, to, source->palette,
-                                  own->table, record->colourCount)
-                : rlConvertBitmapDepth(current, currentWidth, currentHeight, from, to,
-                                       source->palette, own->table, record->colourCount);
-        output_replace_bitmap(made, current, converted);
+            to < 8 && to < from ? rlDitherGivenCT(current, currentWidth, currentHeight, from, to,
+                                                  source->palette, own->table, record->colourCount)
+            : over ? rl_convert_over_source(current, currentWidth, currentHeight, own->table,
+                                            record->colourCount)
+                   : rlConvertBitmapDepth(current, currentWidth, currentHeight, from, to,
+                                          source->palette, own->table, record->colourCount);
+        if (current == g_lent_picture) g_lent_picture = 0;  // its colours are gone
+        if (converted != current) output_replace_bitmap(made, current, converted);
         changed = true;
     }
     // A bitmap that the shrink already brought to the target size is left
@@ -146,8 +156,10 @@ intptr_t draw(TolvaOffscreen *record) {
 
     if (own->lastBand != 0) (void)GlobalFree(own->lastBand);
     own->lastBand = made;
-    // A failed step leaves no band (0) rather than the unconverted source.
-    return static_cast<intptr_t>(changed ? made : source->bitmap);
+    // A failed step leaves no band (0) rather than the unconverted source;
+    // the current bitmap is the last one made, or the lent picture itself
+    // converted where it lies.
+    return static_cast<intptr_t>(changed ? current : source->bitmap);
 }
 
 intptr_t terminate(TolvaOffscreen *record) {
@@ -162,6 +174,8 @@ intptr_t terminate(TolvaOffscreen *record) {
 }
 
 }  // namespace
+
+void output_lend_picture(HGLOBAL bitmap) { g_lent_picture = bitmap; }
 
 extern "C" {
 

@@ -41,4 +41,9 @@ inline void output_replace_bitmap(HGLOBAL &made, HGLOBAL &current, HGLOBAL fresh
     current = fresh;
 }
 
+// The picture bitmap that the export callback may overwrite with its
+// converted band: the driver's own picture, freed right after the export; 0
+// for none. A host's bitmap is never written over.
+void output_lend_picture(HGLOBAL bitmap);
+
 #endif

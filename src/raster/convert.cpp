@@ -134,12 +134,21 @@ bool convert_rows(const Conversion &c) {
                               pixels >= kManyPixels ? kRlNearestMany : kRlNearestFew);
     }
     bool toIndices = searching && c.srcBits >= 24 && c.dstBits == 8;
+    // Over the source itself, a row of indices ends where its own source row
+    // starts at the latest (the rows before it are done with), except that
+    // it may overlap that row: each row goes through the scratch row first.
+    bool over = c.dst == c.src;
     for (int32_t y = 0; y < c.rows; ++y) {
         if (toIndices) {
             // The common road (a picture onto its reduced table) in one pass.
             const uint8_t *in = c.src + static_cast<ptrdiff_t>(y) * c.srcRow;
             uint8_t *out = c.dst + static_cast<ptrdiff_t>(y) * c.dstRow;
-            rl_nearest_map_row(&near, in, c.srcBits == 24 ? 3 : 4, c.width, out);
+            auto *row = over ? reinterpret_cast<uint8_t *>(values) : out;
+            rl_nearest_map_row(&near, in, c.srcBits == 24 ? 3 : 4, c.width, row);
+            if (over) {
+                std::memcpy(out, row, static_cast<size_t>(c.width));
+                std::memset(out + c.width, 0, static_cast<size_t>(c.dstRow - c.width));
+            }
             if (_debug_color_res == 1 || _debug_color_res == 2) std::fputc('.', stderr);
             continue;
         }
@@ -167,19 +176,15 @@ int32_t rows_in_block(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBi
     return rows < static_cast<uint64_t>(height) ? static_cast<int32_t>(rows) : height;
 }
 
-}  // namespace
-
-extern "C" {
-
-HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
-                             int16_t dstBits, HGLOBAL srcTable, HGLOBAL dstTable,
-                             int16_t dstCount) {
-    const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
+// rlConvertBitmapDepth, into a new block or (over) into the source's own.
+HGLOBAL convert_depth(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
+                      HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount, bool over) {
+    auto *src = static_cast<uint8_t *>(rlLockMemory(bits));
     auto *srcColours = static_cast<const uint8_t *>(rlLockMemory(srcTable));
     auto *dstColours = static_cast<const uint8_t *>(rlLockMemory(dstTable));
     uint32_t size = rlCalcNewSize(width, height, dstBits);
-    HGLOBAL result = rlGetMemory(1, static_cast<int32_t>(size));
-    auto *dst = static_cast<uint8_t *>(rlLockMemory(result));
+    HGLOBAL result = over ? bits : rlGetMemory(1, static_cast<int32_t>(size));
+    auto *dst = over ? src : static_cast<uint8_t *>(rlLockMemory(result));
 
     // A colour map reads 2^srcBits source entries; a table shorter than that
     // is read through a copy padded with black.
@@ -227,8 +232,31 @@ HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height, int16_
     (void)rlUnlockMemory(bits);
     (void)rlUnlockMemory(srcTable);
     (void)rlUnlockMemory(dstTable);
-    (void)rlUnlockMemory(result);
+    if (!over) (void)rlUnlockMemory(result);
     return result;
+}
+
+}  // namespace
+
+HGLOBAL rl_convert_over_source(HGLOBAL bits, int32_t width, int32_t height, HGLOBAL dstTable,
+                               int16_t dstCount) {
+    // Only the row road from 24 to 8 bits onto a table writes nothing
+    // before it has read it; every row must lie wholly inside the block.
+    bool fits = width > 0 && height > 0 && _debug_color_res <= 3 &&
+                rlLockMemory(dstTable) != nullptr && dstCount > 0 &&
+                rows_in_block(bits, width, height, 24, rlBytesPerLine(width, 24)) == height;
+    (void)rlUnlockMemory(dstTable);
+    if (!fits) return rlConvertBitmapDepth(bits, width, height, 24, 8, 0, dstTable, dstCount);
+    return convert_depth(bits, width, height, 24, 8, 0, dstTable, dstCount, true);
+}
+
+extern "C" {
+
+HGLOBAL rlConvertBitmapDepth(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,
+                             int16_t dstBits, HGLOBAL srcTable, HGLOBAL dstTable,
+                             int16_t dstCount) {
+    return convert_depth(bits, width, height, srcBits, dstBits, srcTable, dstTable, dstCount,
+                         false);
 }
 
 HGLOBAL rlChangeColorResolution(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits,

@@ -127,6 +127,15 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
                         uint8_t *out);
 
+// rlConvertBitmapDepth from 24 to 8 bits onto dstTable, written over the
+// source's own block for a source that is not needed afterwards: the first
+// rlCalcNewSize(width, height, 8) bytes of `bits` then hold exactly the
+// bitmap rlConvertBitmapDepth would return, and `bits` is returned. Where
+// that cannot be done safely the result is a new block, as from
+// rlConvertBitmapDepth.
+HGLOBAL rl_convert_over_source(HGLOBAL bits, int32_t width, int32_t height, HGLOBAL dstTable,
+                               int16_t dstCount);
+
 // Greys match only greys and colours only colours. A query counts as grey
 // when its channels are within kRlGreyTolerance of each other, a table entry
 // only when its three channels are equal: keeping the classes apart stops a

@@ -71,6 +71,20 @@ TEST(NearestOracle, EverySearchReturnsTheLiteralIndex) {
                   rasteroracle::nearest_index(v, 7, v, table, 3));
 }
 
+// 24 -> 8 written over a copy of the source's own block gives the bytes of
+// the literal conversion in its first rows.
+void expect_same_over_source(HGLOBAL bits, int32_t w, int32_t h, HGLOBAL table, int16_t count,
+                             HGLOBAL literal) {
+    HGLOBAL copy = bytes_block(block_bytes(bits));
+    HGLOBAL over = rl_convert_over_source(copy, w, h, table, count);
+    Bytes written = block_bytes(over);
+    if (over == copy) written.resize(rlCalcNewSize(w, h, 8));
+    EXPECT_EQ(over == copy, table != 0 && count > 0);
+    EXPECT_TRUE(written == block_bytes(literal)) << w << "x" << h;
+    if (over != copy) rlFreeNewData(over);
+    rlFreeNewData(copy);
+}
+
 TEST(Oracles, GeneratedPictures) {
     // Every pair of depths converted (through tables that stress the nearest-
     // colour search, the destination's sometimes missing, of any size up to
@@ -88,6 +102,7 @@ TEST(Oracles, GeneratedPictures) {
         HGLOBAL fast = rlConvertBitmapDepth(bits, w, h, from, to, srcTable, dstTable, count);
         HGLOBAL slow = rasteroracle::convert(bits, w, h, from, to, srcTable, dstTable, count);
         ASSERT_EQ(block_bytes(fast), block_bytes(slow));
+        if (from == 24 && to == 8) expect_same_over_source(bits, w, h, dstTable, count, slow);
         HGLOBAL scaled = trial % 2 ? rlShrinkBitmap(bits, from, w, h, dw, dh)
                                    : rlStretchBitmap(bits, from, w, h, dw, dh);
         HGLOBAL literal = oracle_scale_bitmap(bits, from, w, h, dw, dh);
@@ -149,6 +164,7 @@ TEST(Oracles, Photograph) {
         {rlShrinkBitmap(crop, 24, 480, 270, 1200, 675),  // by 2.5
          oracle_scale_bitmap(crop, 24, 480, 270, 1200, 675)},
     };
+    expect_same_over_source(crop, 480, 270, literalTable, 256, results[2].second);
     for (const auto &[fast, literal] : results) {
         EXPECT_TRUE(block_bytes(fast) == block_bytes(literal)) << GlobalSize(fast) << " bytes";
         for (HGLOBAL x : {fast, literal}) rlFreeNewData(x);
