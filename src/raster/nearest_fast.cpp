@@ -386,7 +386,8 @@ void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t 
     for (uint32_t x = 0; x < static_cast<uint32_t>(width); ++x, in += step) {
         uint32_t key = rl_nearest_key(in[0], in[1], in[2]);
         uint32_t stored = blocks[cellBlock[key >> 6] + (key & 63u)];
-        out[x] = static_cast<uint8_t>(stored != 0 ? ~stored
-                                                  : rl_nearest_find_slow(n, in[0], in[1], in[2]));
+        if (stored == 0)
+            stored = ~static_cast<uint32_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
+        out[x] = static_cast<uint8_t>(~stored);
     }
 }
