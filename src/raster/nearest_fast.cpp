@@ -31,10 +31,7 @@
 
 namespace {
 
-// Candidates a search that keeps cells starts with room for (1 MB); pages
-// of it that are never used are never touched, where growing by copying
-// would touch each size on the way.
-constexpr uint32_t kFirstPoolSize = 131072;
+constexpr uint32_t kFirstPoolSize = 4096;
 // Parts of a cell whose list is this short take the list over instead of
 // building their own: filtering saves less than it costs (measured on the
 // photographs of the benchmarks).
@@ -44,9 +41,9 @@ constexpr uint32_t kShareBelow = 12;
 constexpr uint32_t kLevelStart[kRlNearestLevels] = {0, 512, 512 + 4096, 512 + 4096 + 32768};
 constexpr uint32_t kCellCount = 512 + 4096 + 32768 + kRlNearestFineCells;
 constexpr uint32_t kCoarseCells = kRlNearestFineCells / 8;
-// Every 4-wide cell may need a block of its own: the room for all of them is
-// taken at once and touched only as blocks are handed out.
-constexpr uint32_t kBlockCount = kRlNearestSharedBlocks + kRlNearestFineCells;
+// Blocks of their own that a search starts with room for; it doubles them as
+// needed.
+constexpr uint32_t kFirstOwnBlocks = 1024;
 
 // Squared distances from a channel value to the nearest and the farthest
 // point of the interval [lo, lo + span].
@@ -182,6 +179,22 @@ int32_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], in
     return a;
 }
 
+// Makes room for one more block of a cell's own; false when there is none.
+bool reserve_block(RlNearest *n) {
+    if (n->blocksUsed < n->blocksSize) return true;
+    uint32_t size = n->blocksSize * 2;
+    if (size > kRlNearestSharedBlocks + kRlNearestFineCells)
+        size = kRlNearestSharedBlocks + kRlNearestFineCells;
+    if (size <= n->blocksUsed) return false;
+    HGLOBAL grown = GlobalReAlloc(n->blockHandle, size * kRlNearestBlockBytes, TOLVA_GMEM_FLAGS);
+    auto *blocks = static_cast<uint8_t *>(rlLockMemory(grown));
+    if (blocks == nullptr) return false;  // the old block stays, and stays in use
+    n->blockHandle = grown;
+    n->blocks = blocks;
+    n->blocksSize = size;
+    return true;
+}
+
 // The query's list at `level` from its parent's, built into *cell unless
 // built already; false when out of memory.
 bool cell_list(RlNearest *n, RlNearestCell parent, uint8_t r, uint8_t g, uint8_t b, int level,
@@ -264,6 +277,7 @@ uint32_t decide_cell(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t 
     if (whole >= 0)
         return n->cellBlock[position] = static_cast<uint32_t>(whole + 1) * kRlNearestBlockBytes;
     if (!four_wide_list(n, grey, r, g, b, eight, fine)) return 0;
+    if (!reserve_block(n)) return 0;
     return n->cellBlock[position] = n->blocksUsed++ * kRlNearestBlockBytes;
 }
 
@@ -294,11 +308,13 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     add_class(n, 0);
     add_class(n, 1);
     if (!celled) return 0;
-    // Answers are kept in blocks when they fit a byte; the shared blocks
-    // come first.
+    // Answers are kept in blocks when they fit a byte. The blocks grow as
+    // needed; the shared ones come first.
     if (n->count <= 256) {
-        n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, kBlockCount * kRlNearestBlockBytes);
+        uint32_t blocks = kRlNearestSharedBlocks + kFirstOwnBlocks;
+        n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, blocks * kRlNearestBlockBytes);
         n->blocks = static_cast<uint8_t *>(rlLockMemory(n->blockHandle));
+        n->blocksSize = n->blocks != nullptr ? blocks : 0;
         n->blocksUsed = kRlNearestSharedBlocks;
         for (uint32_t answer = 0; answer < 256 && n->blocks != nullptr; ++answer) {
             uint8_t *shared = n->blocks + (answer + 1) * kRlNearestBlockBytes;
@@ -380,14 +396,17 @@ void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t 
             out[x] = static_cast<uint8_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
         return;
     }
-    // rl_nearest_find with the tables held in locals (they never move).
+    // rl_nearest_find with the tables held in locals: only a slow answer
+    // can move the blocks.
     const uint32_t *cellBlock = n->cellBlock;
     const uint8_t *blocks = n->blocks;
     for (uint32_t x = 0; x < static_cast<uint32_t>(width); ++x, in += step) {
         uint32_t key = rl_nearest_key(in[0], in[1], in[2]);
         uint32_t stored = blocks[cellBlock[key >> 6] + (key & 63u)];
-        if (stored == 0)
+        if (stored == 0) {
             stored = ~static_cast<uint32_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
+            blocks = n->blocks;  // a new block may have moved them
+        }
         out[x] = static_cast<uint8_t>(~stored);
     }
 }

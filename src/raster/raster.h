@@ -109,6 +109,7 @@ struct RlNearest {
     uint8_t *blocks;
     uint8_t *coarse;  // per 8-wide cell: 0 not looked at, answer + 1 when whole, or mixed
     uint32_t blocksUsed;
+    uint32_t blocksSize;
     uint32_t poolUsed;
     uint32_t poolSize;
 };
