@@ -2,7 +2,7 @@
  * image.c - the picture record every decoder fills, and reading a whole
  * input file into memory.
  */
-/* MAP_POPULATE and MADV_HUGEPAGE */
+/* MAP_POPULATE */
 #define _DEFAULT_SOURCE
 
 #include "image.h"
@@ -16,28 +16,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-/*
- * A picture's memory is written once, front to back or back to front, soon
- * after it is taken: in large pages it costs a fault every 2 MB instead of
- * every 4 KB. The allocator normally maps a buffer this large afresh, so the
- * advice comes before its first touch; only the whole large pages inside it
- * are named, and a small picture is left as it is.
- */
-static void advise_large_pages(void *start, size_t size)
-{
-#ifdef MADV_HUGEPAGE
-    const uintptr_t large = (uintptr_t)2 << 20;
-    uintptr_t first = ((uintptr_t)start + large - 1) & ~(large - 1);
-    uintptr_t end = ((uintptr_t)start + size) & ~(large - 1);
-    if (end > first) {
-        (void)madvise((void *)first, end - first, MADV_HUGEPAGE);
-    }
-#else
-    (void)start;
-    (void)size;
-#endif
-}
-
 TolvaImageResult tolva_allocate_image(TolvaImage *image, uint32_t width, uint32_t height,
                                       int16_t bits, char *error, size_t errorSize)
 {
@@ -48,7 +26,6 @@ TolvaImageResult tolva_allocate_image(TolvaImage *image, uint32_t width, uint32_
                  (unsigned)height);
         return TOLVA_IMAGE_NO_MEMORY;
     }
-    advise_large_pages(image->pixels, (size_t)height * stride);
     image->width = (int32_t)width;
     image->height = (int32_t)height;
     image->bits = bits;
