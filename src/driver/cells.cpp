@@ -18,6 +18,7 @@
 #include <string.h>
 
 #include "driver/driver.h"
+#include "host/memory.h"
 #include "output/pipeline.h"
 
 namespace {
@@ -188,6 +189,16 @@ void *d_ca(void *block) {
     }
     uint8_t *pixels = static_cast<uint8_t *>(GlobalLock(bitmap));
     int64_t capacity = bytes > 0 ? GlobalSize(bitmap) / bytes : 0;
+    if (count > 0) {
+        // The rows land next to one another: their pages are entered in one
+        // go rather than at a fault each.
+        int64_t low = upward ? em->currentRow - count : em->currentRow;
+        int64_t high = low + count;
+        low = low > 0 ? low : 0;
+        high = high < capacity ? high : capacity;
+        if (high > low)
+            host_populate(pixels + low * bytes, static_cast<size_t>((high - low) * bytes));
+    }
     double i = 0.0;
     for (int64_t k = 0; k < count; ++k, i += 1.0) {
         int64_t target = upward ? em->currentRow - 1 : em->currentRow;

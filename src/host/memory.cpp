@@ -8,6 +8,9 @@
 #include "host/memory.h"
 #include "host/unaligned.h"
 
+#include <sys/mman.h>
+
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -159,6 +162,22 @@ long g_fail_countdown = 0;
 }
 
 void host_fail_allocation(long nth) { g_fail_countdown = nth; }
+
+void host_populate(void *data, size_t bytes) {
+#ifdef MADV_POPULATE_WRITE
+    constexpr uintptr_t kPage = 4096;
+    constexpr size_t kWorthIt = 16 * kPage;
+    if (bytes < kWorthIt) return;
+    uintptr_t first = (reinterpret_cast<uintptr_t>(data) + kPage - 1) & ~(kPage - 1);
+    uintptr_t end = (reinterpret_cast<uintptr_t>(data) + bytes) & ~(kPage - 1);
+    // An older kernel refuses the advice; the pages then fault as usual.
+    if (end > first)
+        (void)madvise(reinterpret_cast<void *>(first), end - first, MADV_POPULATE_WRITE);
+#else
+    (void)data;
+    (void)bytes;
+#endif
+}
 
 void *host_calloc(size_t count, size_t size) {
     if (g_fail_countdown > 0 && --g_fail_countdown == 0) return nullptr;
