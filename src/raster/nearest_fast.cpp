@@ -257,11 +257,13 @@ bool four_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b
 uint32_t decide_cell(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
                      RlNearestCell eight, RlNearestCell *fine) {
     uint32_t position = rl_nearest_key(r, g, b) >> 6;
-    uint8_t &coarse = n->coarse[position >> 3];
-    if (coarse == 0) {
+    // An 8-wide cell is looked at once, on its first undecided part; when it
+    // is answered whole, no part of it is undecided again.
+    uint8_t &looked = n->coarse[position >> 3];
+    if (looked == 0) {
+        looked = 1;
         const int lo[3] = {r & ~7, g & ~7, b & ~7};
         int32_t whole = whole_answer(n, eight, lo, 7);
-        coarse = whole < 0 ? kRlNearestMixed : static_cast<uint8_t>(whole + 1);
         // Every 4-wide part of a cell answered whole shares its block.
         if (whole >= 0) {
             for (uint32_t part = 0; part < 8; ++part)

@@ -87,8 +87,6 @@ struct RlNearestCandidate {
 constexpr uint32_t kRlNearestBlockBytes = 88;
 constexpr uint32_t kRlNearestSharedBlocks = 257;
 constexpr uint32_t kRlNearestFineCells = 262144;
-// An 8-wide cell whose colours have several answers (see RlNearest::coarse).
-constexpr uint8_t kRlNearestMixed = 255;
 
 // How much a search is worth preparing: a handful of questions (a row of
 // dithering, a colour map of 256 entries) or every pixel of a picture.
@@ -107,7 +105,7 @@ struct RlNearest {
     // no answers are kept (a table of more than 256 entries, or few questions).
     uint32_t *cellBlock;
     uint8_t *blocks;
-    uint8_t *coarse;  // per 8-wide cell: 0 not looked at, answer + 1 when whole, or mixed
+    uint8_t *coarse;  // per 8-wide cell: non-zero once looked at
     uint32_t blocksUsed;
     uint32_t blocksSize;
     uint32_t poolUsed;
