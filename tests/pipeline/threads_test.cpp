@@ -41,7 +41,6 @@ int32_t meeting_status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, i
 
 // Every host entry that touches state, called while another holds the library.
 std::vector<int32_t> calls_while_busy(Device &other, HGLOBAL exporting) {
-    Picture p = make_picture(4, 2, 8);
     intptr_t arguments[8] = {0, 0, static_cast<intptr_t>(other.setup), 0, 0, 0, 0, 0};
     TolvaPicture cell = {8, 4, 2, 96, 0, 0, 0, 0}, information = {};
     Block opcode(0x2);
