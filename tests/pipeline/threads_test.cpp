@@ -1,11 +1,8 @@
-// One export per process: a second thread that calls in while an export is
-// inside the library is refused with TOLVA_ERR_BUSY and changes nothing, the
-// export finishes intact, and calls that follow one another may come from
-// different threads.
-//
-// The export's own status function is the meeting point: it hears of the
-// picture's one band once it is written, before the trailer, and waits there,
-// inside the library, until the other thread has made its calls.
+// One export per process: a thread that calls in while another's export is
+// inside the library is refused with TOLVA_ERR_BUSY and changes nothing;
+// calls that follow one another may come from any thread.
+// The export's status function, told of its one band before the trailer, is
+// where it waits for the other thread.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
