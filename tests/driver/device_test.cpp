@@ -66,13 +66,8 @@ TEST_F(Device, ViewportSettingsGiveTheResolutionAndComeBackInTheHostsOrder) {
     }
     const double window[6] = {1.5, -2.25, 3.0, 640.0, 480.125, -0.0};
     call(Op(TOLVA_OP_DEVICE_WINDOW).raw(TOLVA_WINDOW_X1, window, sizeof window));
-    call(Op(TOLVA_OP_DEVICE_VIEWPORT)
-             .f64(16, 10)
-             .f64(24, 11)
-             .f64(32, 12)
-             .f64(40, 13)
-             .f64(48, 14)
-             .f64(56, 15));
+    const double viewport[6] = {10, 11, 12, 13, 14, 15};
+    call(Op(TOLVA_OP_DEVICE_VIEWPORT).raw(16, viewport, sizeof viewport));
     memset(lpEMData->replyBuffer, 0xab, 256);
     call(TOLVA_OP_QUERY_WINDOW);
     call(TOLVA_OP_QUERY_VIEWPORT);

@@ -142,12 +142,6 @@ TEST_F(Export, DepthsDirectionsBandsInterlaceAndRoadsAgree) {
                     }
 }
 
-TEST_F(Export, UpwardRowsBeyondTheBottomStartOverAtTheTop) {
-    // Height 4, one row at a time: bitmap rows 2, 1, 0, then 2 again.
-    Picture p = make_picture(8, 4, 8);
-    EXPECT_EQ(mismatch(decode(run(p, {.band = 1, .upward = true})), p, {-1, 3, 1, 2}), "");
-}
-
 // A single cell array outside a picture bracket goes through the whole-bitmap
 // road, which reports 20 per conversion step and at least 50 before writing;
 // a stop at any step writes nothing. With no picture open, the rows that fit
@@ -193,21 +187,13 @@ TEST_F(Export, ExportCellDataToMemoryAndShrinkingIntoTheBox) {
 
 using BadInput = Export;
 
-TEST_F(BadInput, OpcodesOutOfOrderAreRefusedWithoutEffect) {
+// Opcodes out of order within a device are the dispatch table's to refuse;
+// before init there is no device at all.
+TEST_F(BadInput, AnOpcodeBeforeInitRunsNothing) {
     Picture p = make_picture(20, 10, 8);
     Device device;
-    Block early = cell_array(p.row(0), 20, 10, 8, false);
-    EXPECT_EQ(device.call(early), 0);  // before init: nothing runs
-    ASSERT_EQ(device.start(path_), 0);
-    EXPECT_EQ(device.call(TOLVA_OP_BEGIN_BODY), 0);  // body before open
-    EXPECT_EQ(device.call(early), 0);
-    device.call(TOLVA_OP_OPEN_DEVICE);
-    EXPECT_EQ(device.call(Block(TOLVA_OP_COLOUR_TABLE, 788)
-                              .put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)})),
-              0);  // a table outside a body
-    EXPECT_EQ(device.call(primitive(TOLVA_PRIMITIVE_CLOSE, {0})), 0);
-    EXPECT_EQ(lpEMData->errorCount, 0);
-    device.call(TOLVA_OP_CLOSE_DEVICE);
+    EXPECT_EQ(device.call(cell_array(p.row(0), 20, 10, 8, false)), 0);
+    EXPECT_EQ(lpEMData, nullptr);
 }
 
 TEST_F(BadInput, RowsBeyondThePictureAreDroppedAndHeightZeroWritesNothing) {
@@ -279,22 +265,7 @@ TEST_F(BadInput, AFileNameLongerThanItsFieldIsRefusedWith303) {
 // bitmap is freed, which the leak checker of the sanitized build sees).
 TEST_F(BadInput, ASecondOpenPictureReplacesTheFirst) {
     Picture p = make_picture(16, 8, 8);
-    Device device;
-    ASSERT_EQ(device.start(path_), 0);
-    device.call(0x1);
-    device.call(0x3);
-    device.call(Block(0x206).put(40, 15.0).put(48, 7.0));
-    device.call(Block(0x209).put(16, int16_t{1}).put(24, 25.4 / 96.0));
-    device.call(0x4);
-    device.call(primitive(-5, {16, 500, 8, 0, 0, 0, 0}));
-    device.call(primitive(-5, {16, 8, 8, 0, 0, 0, 0}));
-    device.call(cell_array(p.row(0), 16, 8, 8, false));
-    device.call(primitive(-6, {0}));
-    device.call(0x5);
-    device.call(0x2);
-    device.stop();
-    Gif gif = decode_file(path_);
-    EXPECT_EQ(mismatch(gif, p), "");
+    EXPECT_EQ(mismatch(decode(run(p, {.abandoned = 500})), p), "");
 }
 
 }  // namespace

@@ -255,10 +255,11 @@ inline std::string mismatch(const Gif &gif, const Picture &p, std::vector<int32_
 struct Send {
     int32_t band = 0;  // rows a cell array; 0 sends the picture as one
     bool upward = false;
-    bool oneToOne = true;   // resolution through the viewport scaling mode
-    bool bracket = true;    // inside primitives -5/-6
-    bool palette = true;    // the device's colour table
-    int32_t rowsSent = -1;  // -1: every row of the picture
+    bool oneToOne = true;    // resolution through the viewport scaling mode
+    bool bracket = true;     // inside primitives -5/-6
+    bool palette = true;     // the device's colour table
+    int32_t rowsSent = -1;   // -1: every row of the picture
+    int32_t abandoned = -1;  // a picture this tall opened first and never closed; -1: none
 };
 
 // The whole conversation from open to close (init and term are the caller's).
@@ -280,8 +281,9 @@ inline void send_picture(Device &device, const Picture &p, const Send &how) {
     table.put(TOLVA_COLOURS_LENGTH, int32_t{TOLVA_COLOURS_LENGTH_OF(256)});
     for (size_t i = 0; i < rgb.size(); ++i) table.put(TOLVA_COLOURS_RGB + i, rgb[i]);
     if (how.palette) device.call(table);
-    if (how.bracket)
-        device.call(primitive(TOLVA_PRIMITIVE_OPEN, {p.width, p.height, p.bits, 0, 0, 0, 0}));
+    for (int32_t height : {how.abandoned, how.bracket ? p.height : -1})
+        if (height >= 0)
+            device.call(primitive(TOLVA_PRIMITIVE_OPEN, {p.width, height, p.bits, 0, 0, 0, 0}));
     int32_t total = how.rowsSent < 0 ? p.height : how.rowsSent;
     int32_t band = how.band > 0 ? how.band : std::max(total, 1);
     // Upward bands keep the host's row order; only the corners say which way they run.

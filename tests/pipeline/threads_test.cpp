@@ -1,11 +1,8 @@
-// One export per process: a second thread that calls in while an export is
-// inside the library is refused with TOLVA_ERR_BUSY and changes nothing, the
-// export finishes intact, and calls that follow one another may come from
-// different threads.
-//
-// The export's own status function is the meeting point: it hears of the
-// picture's one band once it is written, before the trailer, and waits there,
-// inside the library, until the other thread has made its calls.
+// One export per process: a thread that calls in while another's export is
+// inside the library is refused with TOLVA_ERR_BUSY and changes nothing;
+// calls that follow one another may come from any thread.
+// The export's status function, told of its one band before the trailer, is
+// where it waits for the other thread.
 #include <gtest/gtest.h>
 
 #include <condition_variable>
@@ -41,7 +38,6 @@ int32_t meeting_status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, i
 
 // Every host entry that touches state, called while another holds the library.
 std::vector<int32_t> calls_while_busy(Device &other, HGLOBAL exporting) {
-    Picture p = make_picture(4, 2, 8);
     intptr_t arguments[8] = {0, 0, static_cast<intptr_t>(other.setup), 0, 0, 0, 0, 0};
     TolvaPicture cell = {8, 4, 2, 96, 0, 0, 0, 0}, information = {};
     Block opcode(0x2);
