@@ -33,6 +33,20 @@ struct Raster {
     }
 };
 
+// Row y's samples as bytes, one each or two in native order when `bits` is 16.
+inline Bytes PackRow(const Raster &r, int y, int bits) {
+    size_t n = size_t(r.width) * r.channels;
+    Bytes row(n * (bits == 16 ? 2 : 1));
+    for (size_t i = 0; i < n; ++i) {
+        uint16_t v = r.samples[y * n + i];
+        if (bits == 16)
+            memcpy(&row[2 * i], &v, 2);
+        else
+            row[i] = uint8_t(v);
+    }
+    return row;
+}
+
 // A TIFF header with one IFD holding only the orientation tag: the EXIF
 // block as PNG's eXIf chunk carries it (a JPEG puts "Exif\0\0" in front).
 inline Bytes ExifOrientation(int orientation) {
@@ -72,19 +86,10 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
     png_write_info(png, info);
     if (bitDepth == 16) png_set_swap(png);  // rows below are native 16-bit
     if (bitDepth < 8) png_set_packing(png);
-    size_t rowBytes = size_t(r.width) * r.channels * (bitDepth == 16 ? 2 : 1);
-    std::vector<Bytes> rows(r.height, Bytes(rowBytes));
+    std::vector<Bytes> rows;
     std::vector<png_bytep> pointers;
-    for (int y = 0; y < r.height; ++y) {
-        for (int i = 0; i < r.width * r.channels; ++i) {
-            uint16_t v = r.samples[size_t(y) * r.width * r.channels + i];
-            if (bitDepth == 16)
-                memcpy(&rows[y][2 * i], &v, 2);
-            else
-                rows[y][i] = uint8_t(v);
-        }
-        pointers.push_back(rows[y].data());
-    }
+    for (int y = 0; y < r.height; ++y) rows.push_back(PackRow(r, y, bitDepth));
+    for (Bytes &row : rows) pointers.push_back(row.data());
     png_write_image(png, pointers.data());
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
@@ -115,10 +120,8 @@ inline Bytes Jpeg(const Raster &r, int quality = 95, int orientation = 0,
         app1.insert(app1.end(), tiff.begin(), tiff.end());
         jpeg_write_marker(&c, JPEG_APP0 + 1, app1.data(), unsigned(app1.size()));
     }
-    Bytes row(size_t(r.width) * r.channels);
     while (c.next_scanline < c.image_height) {
-        for (size_t i = 0; i < row.size(); ++i)
-            row[i] = uint8_t(r.samples[size_t(c.next_scanline) * row.size() + i]);
+        Bytes row = PackRow(r, int(c.next_scanline), 8);
         JSAMPROW p = row.data();
         jpeg_write_scanlines(&c, &p, 1);
     }
@@ -156,19 +159,14 @@ inline Bytes Gif(const Raster &r, const Bytes &palette, int transparent = -1,
         EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, int(n), ext);
     }
     EGifPutImageDesc(gif, 0, 0, r.width, r.height, interlaced, nullptr);
-    std::vector<int> order;
-    if (interlaced) {
-        const int start[4] = {0, 4, 2, 1}, step[4] = {8, 8, 4, 2};
-        for (int p = 0; p < 4; ++p)
-            for (int y = start[p]; y < r.height; y += step[p]) order.push_back(y);
-    } else {
-        for (int y = 0; y < r.height; ++y) order.push_back(y);
-    }
+    // Interlaced rows go in four passes; a plain picture is one pass of every row.
+    const int start[4] = {0, 4, 2, 1}, step[4] = {8, 8, 4, 2};
     Bytes line(r.width);
-    for (int y : order) {
-        for (int x = 0; x < r.width; ++x) line[x] = uint8_t(r.at(x, y, 0));
-        EGifPutLine(gif, line.data(), r.width);
-    }
+    for (int p = 0; p < (interlaced ? 4 : 1); ++p)
+        for (int y = interlaced ? start[p] : 0; y < r.height; y += interlaced ? step[p] : 1) {
+            for (int x = 0; x < r.width; ++x) line[x] = uint8_t(r.at(x, y, 0));
+            EGifPutLine(gif, line.data(), r.width);
+        }
     EGifCloseFile(gif, &error);
     GifFreeMapObject(map);
     return out;
@@ -218,16 +216,8 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
         }
         TIFFSetField(t, TIFFTAG_COLORMAP, map[0].data(), map[1].data(), map[2].data());
     }
-    size_t perRow = size_t(r.width) * r.channels;
-    Bytes row(perRow * (bits / 8));
     for (int y = 0; y < r.height; ++y) {
-        for (size_t i = 0; i < perRow; ++i) {
-            uint16_t v = r.samples[y * perRow + i];
-            if (bits == 16)
-                memcpy(&row[2 * i], &v, 2);
-            else
-                row[i] = uint8_t(v);
-        }
+        Bytes row = PackRow(r, y, bits);
         TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
     }
     TIFFClose(t);
@@ -241,11 +231,7 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
 
 // format: PBM_FORMAT, RPGM_FORMAT, ..., PAM_FORMAT; tupleType for PAM.
 inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char *tupleType = "") {
-    static bool initialised = false;
-    if (!initialised) {
-        pm_init("tolva-test", 0);
-        initialised = true;
-    }
+    [[maybe_unused]] static const bool initialised = (pm_init("tolva-test", 0), true);
     char *buffer = nullptr;
     size_t size = 0;
     FILE *f = open_memstream(&buffer, &size);

@@ -36,8 +36,7 @@ TEST(Options, BundledShortFormsAndTheEndOfOptions) {
     ASSERT_EQ(Parse({"-iqs4x3", "-t", "#FF8000", "--", "-a.png", "-"}, &o), 0);
     EXPECT_TRUE(o.interlace && o.quiet && o.transparent);
     EXPECT_FALSE(o.actualSize);
-    EXPECT_DOUBLE_EQ(o.width, 4.0);
-    EXPECT_DOUBLE_EQ(o.height, 3.0);
+    EXPECT_EQ(std::pair(o.width, o.height), std::pair(4.0, 3.0));
     EXPECT_EQ(o.transparentColour[0] << 16 | o.transparentColour[1] << 8 | o.transparentColour[2],
               0xff8000);
     EXPECT_STREQ(o.input, "-a.png");
@@ -121,12 +120,8 @@ TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
         SCOPED_TRACE(::testing::PrintToString(std::vector<int32_t>(s, s + 4)));
         TolvaPixelPlan plan;
         ASSERT_EQ(tolva_plan_pixels(s[0], s[1], s[2], s[3], &plan), 0);
-        if (s[2] > 0) {
-            EXPECT_EQ(plan.outWidth, s[2]);
-        }
-        if (s[3] > 0) {
-            EXPECT_EQ(plan.outHeight, s[3]);
-        }
+        if (s[2] > 0) EXPECT_EQ(plan.outWidth, s[2]);
+        if (s[3] > 0) EXPECT_EQ(plan.outHeight, s[3]);
         EXPECT_TRUE(plan.xResolution >= 32 && plan.xResolution <= 400);
         EXPECT_TRUE(plan.yResolution >= 32 && plan.yResolution <= 400);
         if (plan.road == TOLVA_PLAN_OWN_SIZE) {
@@ -212,14 +207,10 @@ TEST(Progress, StopIsStickyAndTheBarReachesTheEnd) {
     std::string drawn(text, fread(text, 1, sizeof text - 1, terminal));
     fclose(terminal);
     // Reading, sending and the filter's own percentages each move the bar on.
-    EXPECT_NE(drawn.find("out.gif [######........................]  20% reading"),
-              std::string::npos)
-        << drawn;
-    EXPECT_NE(drawn.find("out.gif [#############.................]  45% sending"),
-              std::string::npos)
-        << drawn;
-    EXPECT_NE(drawn.find("out.gif [##############################] 100% done"), std::string::npos)
-        << drawn;
+    for (const char *bar : {"out.gif [######........................]  20% reading",
+                            "out.gif [#############.................]  45% sending",
+                            "out.gif [##############################] 100% done"})
+        EXPECT_NE(drawn.find(bar), std::string::npos) << drawn;
     EXPECT_EQ(drawn.back(), '\n');
 }
 
