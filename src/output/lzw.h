@@ -32,16 +32,16 @@ constexpr uint32_t kLzwGroupBytes = 254;
 constexpr uint32_t kLzwWorkBytes = 264;
 
 // ---------------------------------------------------------------------------
-// String table. The first string added under each prefix code sits in a
-// direct slot of that code (pixel << 16 | code), which serves runs and most
-// of photographic data with one load; later ones go to an open-addressing
-// hash over (prefix << 8 | pixel) keys, an entry being key << 12 | code.
-// Codes are 258 and up, so 0 marks an empty slot either way. Every string is
-// stored once (a key is added only after its lookup failed), which is why the
-// first match of a linear scan and the match found here agree. The whole
-// table stays within the first-level cache; a direct slot for every prefix
-// and pixel would be faster still on photographs but takes 2 MB of fresh
-// memory, as much as a 1080p picture's indices.
+// String table: open addressing over (prefix << 8 | pixel) keys, an entry
+// being (key + 1) << 12 | code, so that 0 marks an empty slot even for the
+// key 0. The home slot of a key is prefix ^ pixel << 6, which spreads the
+// 256 strings of one prefix 64 slots apart and costs one operation on the
+// path from one pixel's answer to the next pixel's lookup. With 16384 slots
+// the table is never a quarter full, so nearly every lookup reads one slot,
+// and the common step (the string goes on) takes one branch that is taken
+// the same way until the string ends. Every string is stored once (a key is
+// added only after its lookup failed), which is why the first match of a
+// linear scan and the match found here agree.
 //
 // The slots are empty when the table is handed to the encoder. A reset does
 // not clear the whole table: where each code since the last reset went is
@@ -49,70 +49,48 @@ constexpr uint32_t kLzwWorkBytes = 264;
 // codes since the last one cost. The encoder hands the table back emptied
 // the same way.
 
-constexpr uint32_t kLzwHashBits = 13;
-constexpr uint32_t kLzwHashSize = 1u << kLzwHashBits;  // 8192 slots, never half full
+constexpr uint32_t kLzwHashBits = 14;
+constexpr uint32_t kLzwHashSize = 1u << kLzwHashBits;  // 16384 slots, never a quarter full
 constexpr uint32_t kLzwCodes = 4096;
-// The `where` of a string that goes to its prefix's direct slot.
-constexpr uint32_t kLzwFirstChild = 0x80000000u;
 // Encoded bytes gather here and leave in whole groups once this many are
 // complete, instead of after every step.
 constexpr uint32_t kLzwStageGroups = 16;
 constexpr uint32_t kLzwStageBytes = kLzwStageGroups * kLzwGroupBytes;
 
 struct LzwTable {
-    uint32_t firstChild[kLzwCodes];
     uint32_t slot[kLzwHashSize];
-    uint32_t where[kLzwCodes];  // the slot each code since the last reset took
+    uint16_t where[kLzwCodes];  // the slot each code since the last reset took
     // Whole words are stored past the last complete byte: room for one
     // step's 36 bits and the word beyond them.
     uint8_t stage[kLzwStageBytes + 32];
 };
 
-inline uint32_t lzw_hash(uint32_t key) { return (key * 0x9E3779B1u) >> (32 - kLzwHashBits); }
-
 // The code of the string prefix + pixel, or 0 when it is not in the table;
 // *where then says where it belongs.
 inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t pixel,
                                uint32_t *where) {
-    uint32_t first = table->firstChild[prefix];
-    if (first == 0) {
-        *where = kLzwFirstChild | prefix;
-        return 0;
-    }
-    if ((first >> 16) == pixel) return first & 0xFFFFu;
-    uint32_t key = (prefix << 8) | pixel;
-    uint32_t h = lzw_hash(key);
+    uint32_t h = prefix ^ (pixel << 6);
+    uint32_t key = ((prefix << 8) | pixel) + 1;
     for (;;) {
         uint32_t entry = table->slot[h];
+        if ((entry >> 12) == key) return entry & 0xFFFu;
         if (entry == 0) {
             *where = h;
             return 0;
         }
-        if ((entry >> 12) == key) return entry & 0xFFFu;
         h = (h + 1) & (kLzwHashSize - 1);
     }
 }
 
 inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t prefix, uint32_t pixel,
                           uint32_t code) {
-    if ((where & kLzwFirstChild) != 0) {
-        table->firstChild[prefix] = (pixel << 16) | code;
-    } else {
-        table->slot[where] = (((prefix << 8) | pixel) << 12) | code;
-    }
-    table->where[code] = where;
+    table->slot[where] = ((((prefix << 8) | pixel) + 1) << 12) | code;
+    table->where[code] = static_cast<uint16_t>(where);
 }
 
 // Empties the slots of the codes 258 .. next-1.
 inline void lzw_table_forget(LzwTable *table, uint32_t next) {
-    for (uint32_t code = kLzwFirstCode; code < next; ++code) {
-        uint32_t where = table->where[code];
-        if ((where & kLzwFirstChild) != 0) {
-            table->firstChild[where & (kLzwCodes - 1)] = 0;
-        } else {
-            table->slot[where] = 0;
-        }
-    }
+    for (uint32_t code = kLzwFirstCode; code < next; ++code) table->slot[table->where[code]] = 0;
 }
 
 // ---------------------------------------------------------------------------
