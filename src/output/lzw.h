@@ -36,8 +36,10 @@ constexpr uint32_t kLzwWorkBytes = 264;
 // being (key + 1) << 12 | code, so that 0 marks an empty slot even for the
 // key 0. The home slot of a key is prefix ^ pixel << 6, which spreads the
 // 256 strings of one prefix 64 slots apart and costs one operation on the
-// path from one pixel's answer to the next pixel's lookup. With 16384 slots
-// the table is never a quarter full, so nearly every lookup reads one slot,
+// path from one pixel's answer to the next pixel's lookup. A taken slot sends
+// the search 0x1F1 slots on, an odd step that visits every slot but does not
+// run along the blocks that the strings of small prefixes fill. With 16384
+// slots the table is never a quarter full, so nearly every lookup reads one slot,
 // and the common step (the string goes on) takes one branch that is taken
 // the same way until the string ends. Every string is stored once (a key is
 // added only after its lookup failed), which is why the first match of a
@@ -78,7 +80,7 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
             *where = h;
             return 0;
         }
-        h = (h + 1) & (kLzwHashSize - 1);
+        h = (h + 0x1F1) & (kLzwHashSize - 1);
     }
 }
 
