@@ -24,6 +24,44 @@ int16_t nearest_index(int16_t red, int16_t green, int16_t blue, const uint8_t *t
     return bestIndex;
 }
 
+namespace {
+
+int component(const RlColorEntry &e, int32_t axis) {
+    return axis == 0 ? (e.key >> 10) & 31 : axis == 1 ? (e.key >> 5) & 31 : e.key & 31;
+}
+
+void adjust_heap(RlColorEntry *list, int32_t axis, int32_t root, int32_t last) {
+    for (;;) {
+        int32_t left = 2 * root + 1, right = 2 * root + 2;
+        if (left > last) return;
+        int32_t child;
+        if (left == last) {
+            child = left;
+        } else if (component(list[left], axis) > component(list[right], axis)) {
+            child = left;
+        } else {
+            child = right;
+        }
+        if (!(component(list[root], axis) < component(list[child], axis))) return;
+        RlColorEntry t = list[root];
+        list[root] = list[child];
+        list[child] = t;
+        root = child;
+    }
+}
+
+}  // namespace
+
+void heap_sort(RlColorEntry *list, int32_t axis, int32_t n) {
+    for (int32_t root = (n - 2) / 2; root >= 0; --root) adjust_heap(list, axis, root, n);
+    for (int32_t k = n - 1; k >= 1; --k) {
+        RlColorEntry t = list[0];
+        list[0] = list[k];
+        list[k] = t;
+        adjust_heap(list, axis, 0, k - 1);
+    }
+}
+
 HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
                 HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount) {
     const auto *src = static_cast<const uint8_t *>(rlLockMemory(bits));
@@ -109,7 +147,7 @@ HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *count) {
     while (boxCount < n - 1) {
         int32_t slot = GetMaxHistSum(boxes.data(), status.data(), n);
         int32_t first = boxes[slot].first, last = boxes[slot].last;
-        HeapSort(&list[first], boxes[slot].axis, last - first + 1);
+        heap_sort(&list[first], boxes[slot].axis, last - first + 1);
         int32_t median = find_median(list.data(), &boxes[slot]);
         split(boxes.data(), slot, median, &boxCount, status.data(), list.data(), n);
     }

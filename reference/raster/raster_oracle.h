@@ -28,8 +28,13 @@ int16_t nearest_index(int16_t red, int16_t green, int16_t blue, const uint8_t *t
 HGLOBAL convert(HGLOBAL bits, int32_t width, int32_t height, int16_t srcBits, int16_t dstBits,
                 HGLOBAL srcTable, HGLOBAL dstTable, int16_t dstCount);
 
+// HeapSort as written out step by step: AdjustHeap exchanges the root with
+// the chosen child one level at a time, the build bounded by n.
+void heap_sort(RlColorEntry *list, int32_t axis, int32_t n);
+
 // rlReduceColorTable with the histogram counted one rlGetPixel call at a
-// time, then the median-cut loop over the exported box steps.
+// time, then the median-cut loop over the exported box steps, sorting with
+// heap_sort.
 HGLOBAL reduce(HGLOBAL bits, int32_t width, int32_t height, int16_t *count);
 
 // 24 -> 8 as rlChangeColorResolution does it: a median-cut table of 256

@@ -85,6 +85,31 @@ void expect_same_over_source(HGLOBAL bits, int32_t w, int32_t h, HGLOBAL table, 
     rlFreeNewData(copy);
 }
 
+// The sort decides which colours share a box, ties included, so its exact
+// order matters: lists of few distinct components, with the entry past the
+// range (which the build reaches) compared too.
+TEST(Oracles, HeapSortKeepsTheLiteralOrder) {
+    std::mt19937 rng(77);
+    for (int round = 0; round < 400; ++round) {
+        auto n = static_cast<int32_t>(round < 8 ? round : 1 + rng() % 600);
+        uint32_t spread = 1 + rng() % 32;
+        std::vector<RlColorEntry> ours(static_cast<size_t>(n) + 1);
+        for (size_t i = 0; i < ours.size(); ++i) {
+            uint32_t c = rng() % spread;
+            ours[i] = {static_cast<uint16_t>(c << 10 | (rng() % spread) << 5 | c),
+                       static_cast<uint16_t>(i)};
+        }
+        std::vector<RlColorEntry> theirs = ours;
+        int32_t axis = round % 3;
+        HeapSort(ours.data(), axis, n);
+        rasteroracle::heap_sort(theirs.data(), axis, n);
+        for (size_t i = 0; i < ours.size(); ++i) {
+            ASSERT_EQ(theirs[i].key, ours[i].key) << "round " << round << ", entry " << i;
+            ASSERT_EQ(theirs[i].count, ours[i].count) << "round " << round << ", entry " << i;
+        }
+    }
+}
+
 TEST(Oracles, GeneratedPictures) {
     // Every pair of depths converted (through tables that stress the nearest-
     // colour search, the destination's sometimes missing, of any size up to
