@@ -67,26 +67,42 @@ struct LzwTable {
     uint8_t stage[kLzwStageBytes + 32];
 };
 
+inline uint32_t lzw_home(uint32_t prefix, uint32_t pixel) { return prefix ^ (pixel << 6); }
+inline uint32_t lzw_key(uint32_t prefix, uint32_t pixel) { return ((prefix << 8) | pixel) + 1; }
+
+// Goes on from a taken slot *h that holds another key: the code of `key`,
+// or 0 with *h at the empty slot where it belongs.
+inline uint32_t lzw_table_probe(const LzwTable *table, uint32_t key, uint32_t *h) {
+    uint32_t at = *h;
+    for (;;) {
+        at = (at + 0x1F1) & (kLzwHashSize - 1);
+        uint32_t entry = table->slot[at];
+        if ((entry >> 12) == key) return entry & 0xFFFu;
+        if (entry == 0) {
+            *h = at;
+            return 0;
+        }
+    }
+}
+
 // The code of the string prefix + pixel, or 0 when it is not in the table;
 // *where then says where it belongs.
 inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t pixel,
                                uint32_t *where) {
-    uint32_t h = prefix ^ (pixel << 6);
-    uint32_t key = ((prefix << 8) | pixel) + 1;
-    for (;;) {
-        uint32_t entry = table->slot[h];
-        if ((entry >> 12) == key) return entry & 0xFFFu;
-        if (entry == 0) {
-            *where = h;
-            return 0;
-        }
-        h = (h + 0x1F1) & (kLzwHashSize - 1);
+    uint32_t h = lzw_home(prefix, pixel);
+    uint32_t key = lzw_key(prefix, pixel);
+    uint32_t entry = table->slot[h];
+    if ((entry >> 12) == key) return entry & 0xFFFu;
+    if (entry != 0) {
+        uint32_t code = lzw_table_probe(table, key, &h);
+        if (code != 0) return code;
     }
+    *where = h;
+    return 0;
 }
 
-inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t prefix, uint32_t pixel,
-                          uint32_t code) {
-    table->slot[where] = ((((prefix << 8) | pixel) + 1) << 12) | code;
+inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t key, uint32_t code) {
+    table->slot[where] = (key << 12) | code;
     table->where[code] = static_cast<uint16_t>(where);
 }
 

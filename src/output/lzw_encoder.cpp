@@ -96,15 +96,38 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
     if (count > 1) {
         uint32_t prefix = pixels[0];
         const int32_t finalIndex = count - 1;
-        for (int32_t i = 1; i < finalIndex; ++i) {
-            uint32_t c = pixels[i];
-            uint32_t where = 0;
-            uint32_t code = lzw_table_find(table, prefix, c, &where);
-            if (code != 0) {
-                prefix = code;
+        // Each step starts with its home slot already read. A string that
+        // ends is a mispredicted branch, and what comes after it reaches the
+        // processor in program order: so the next step's slot is read before
+        // the new entry is stored and the code is packed, and read again in
+        // the rare case that the new entry took that very slot.
+        uint32_t c = pixels[1];
+        uint32_t h = lzw_home(prefix, c);
+        uint32_t entry = table->slot[h];
+        for (int32_t i = 1; i < finalIndex;) {
+            uint32_t key = lzw_key(prefix, c);
+            if ((entry >> 12) == key) {
+                prefix = entry & 0xFFFu;
+                c = pixels[++i];
+                h = lzw_home(prefix, c);
+                entry = table->slot[h];
                 continue;
             }
-            lzw_table_add(table, where, prefix, c, next);
+            if (entry != 0) {
+                uint32_t code = lzw_table_probe(table, key, &h);
+                if (code != 0) {
+                    prefix = code;
+                    c = pixels[++i];
+                    h = lzw_home(prefix, c);
+                    entry = table->slot[h];
+                    continue;
+                }
+            }
+            uint32_t c2 = pixels[++i];
+            uint32_t h2 = lzw_home(c, c2);
+            uint32_t entry2 = table->slot[h2];
+            lzw_table_add(table, h, key, next);
+            if (h2 == h) entry2 = table->slot[h2];
             ++next;
             put(&p, prefix, width);
             if (next == bump) {
@@ -117,16 +140,20 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
                     width = kLzwFirstWidth;
                     next = kLzwFirstCode;
                     bump = 513;
+                    entry2 = table->slot[h2];
                 }
             }
             prefix = c;
+            c = c2;
+            h = h2;
+            entry = entry2;
             if (p.out >= stage_full) flush_groups(&p, sink);
         }
         reached = next;
 
         // The last pixel: the segment ends here whether or not it extends the
         // current string, and the table is not searched again.
-        uint32_t c = pixels[finalIndex];
+        c = pixels[finalIndex];
         uint32_t where = 0;
         uint32_t code = lzw_table_find(table, prefix, c, &where);
         // The string is counted as a new entry even when it was found, which
