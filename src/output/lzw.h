@@ -32,18 +32,20 @@ constexpr uint32_t kLzwGroupBytes = 254;
 constexpr uint32_t kLzwWorkBytes = 264;
 
 // ---------------------------------------------------------------------------
-// String table: open addressing over (prefix << 8 | pixel) keys, an entry
-// being (key + 1) << 12 | code, so that 0 marks an empty slot even for the
-// key 0. The home slot of a key is prefix ^ pixel << 6, which spreads the
-// 256 strings of one prefix 64 slots apart and costs one operation on the
-// path from one pixel's answer to the next pixel's lookup. A taken slot sends
-// the search 0x1F1 slots on, an odd step that visits every slot but does not
-// run along the blocks that the strings of small prefixes fill. With 16384
-// slots the table is never a quarter full, so nearly every lookup reads one slot,
-// and the common step (the string goes on) takes one branch that is taken
-// the same way until the string ends. Every string is stored once (a key is
-// added only after its lookup failed), which is why the first match of a
-// linear scan and the match found here agree.
+// String table: open addressing over (prefix << 8 | pixel) keys. A slot holds
+// only a code (0 when empty, since codes are 258 and up) and the key of every
+// code is kept beside the slots. The home slot of a key is prefix + pixel <<
+// 6, which spreads the 256 strings of one prefix 64 slots apart; the step
+// from one pixel's code to the next lookup is then a load whose address the
+// processor adds up itself, with no operation between. The string ends when
+// the home slot is empty, which is known as soon as the slot is read; that
+// the code found is the right one is checked against its key beside it. A
+// taken slot that holds another key sends the search 0x1F1 slots on, a step
+// prime to the table's size that does not run along the blocks that the
+// strings of small prefixes fill. With 20480 slots the table is never a
+// fifth full, so nearly every lookup reads one slot. Every string is stored
+// once (a key is added only after its lookup failed), which is why the first
+// match of a linear scan and the match found here agree.
 //
 // The slots are empty when the table is handed to the encoder. A reset does
 // not clear the whole table: where each code since the last reset went is
@@ -51,37 +53,39 @@ constexpr uint32_t kLzwWorkBytes = 264;
 // codes since the last one cost. The encoder hands the table back emptied
 // the same way.
 
-constexpr uint32_t kLzwHashBits = 14;
-constexpr uint32_t kLzwHashSize = 1u << kLzwHashBits;  // 16384 slots, never a quarter full
 constexpr uint32_t kLzwCodes = 4096;
+constexpr uint32_t kLzwSlots = 20480;  // above every home, 4095 + (255 << 6)
+constexpr uint32_t kLzwProbeStep = 0x1F1;
 // Encoded bytes gather here and leave in whole groups once this many are
 // complete, instead of after every step.
 constexpr uint32_t kLzwStageGroups = 16;
 constexpr uint32_t kLzwStageBytes = kLzwStageGroups * kLzwGroupBytes;
 
 struct LzwTable {
-    uint32_t slot[kLzwHashSize];
+    uint16_t slot[kLzwSlots];
+    uint32_t keyOf[kLzwCodes];  // the key of each code since the last reset
     uint16_t where[kLzwCodes];  // the slot each code since the last reset took
     // Whole words are stored past the last complete byte: room for one
     // step's 36 bits and the word beyond them.
     uint8_t stage[kLzwStageBytes + 32];
 };
 
-inline uint32_t lzw_home(uint32_t prefix, uint32_t pixel) { return prefix ^ (pixel << 6); }
-inline uint32_t lzw_key(uint32_t prefix, uint32_t pixel) { return ((prefix << 8) | pixel) + 1; }
+inline uint32_t lzw_home(uint32_t prefix, uint32_t pixel) { return prefix + (pixel << 6); }
+inline uint32_t lzw_key(uint32_t prefix, uint32_t pixel) { return (prefix << 8) | pixel; }
 
-// Goes on from a taken slot *h that holds another key: the code of `key`,
-// or 0 with *h at the empty slot where it belongs.
+// Goes on from a slot *h that holds another key: the code of `key`, or 0
+// with *h at the empty slot where it belongs.
 inline uint32_t lzw_table_probe(const LzwTable *table, uint32_t key, uint32_t *h) {
     uint32_t at = *h;
     for (;;) {
-        at = (at + 0x1F1) & (kLzwHashSize - 1);
-        uint32_t entry = table->slot[at];
-        if ((entry >> 12) == key) return entry & 0xFFFu;
-        if (entry == 0) {
+        at += kLzwProbeStep;
+        if (at >= kLzwSlots) at -= kLzwSlots;
+        uint32_t code = table->slot[at];
+        if (code == 0) {
             *h = at;
             return 0;
         }
+        if (table->keyOf[code] == key) return code;
     }
 }
 
@@ -91,10 +95,10 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
                                uint32_t *where) {
     uint32_t h = lzw_home(prefix, pixel);
     uint32_t key = lzw_key(prefix, pixel);
-    uint32_t entry = table->slot[h];
-    if ((entry >> 12) == key) return entry & 0xFFFu;
-    if (entry != 0) {
-        uint32_t code = lzw_table_probe(table, key, &h);
+    uint32_t code = table->slot[h];
+    if (code != 0) {
+        if (table->keyOf[code] == key) return code;
+        code = lzw_table_probe(table, key, &h);
         if (code != 0) return code;
     }
     *where = h;
@@ -102,7 +106,8 @@ inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t 
 }
 
 inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t key, uint32_t code) {
-    table->slot[where] = (key << 12) | code;
+    table->slot[where] = static_cast<uint16_t>(code);
+    table->keyOf[code] = key;
     table->where[code] = static_cast<uint16_t>(where);
 }
 

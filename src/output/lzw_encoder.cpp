@@ -103,31 +103,24 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         // the rare case that the new entry took that very slot.
         uint32_t c = pixels[1];
         uint32_t h = lzw_home(prefix, c);
-        uint32_t entry = table->slot[h];
+        uint32_t code = table->slot[h];
         for (int32_t i = 1; i < finalIndex;) {
             uint32_t key = lzw_key(prefix, c);
-            if ((entry >> 12) == key) {
-                prefix = entry & 0xFFFu;
-                c = pixels[++i];
-                h = lzw_home(prefix, c);
-                entry = table->slot[h];
-                continue;
-            }
-            if (entry != 0) {
-                uint32_t code = lzw_table_probe(table, key, &h);
+            if (code != 0) {
+                if (table->keyOf[code] != key) code = lzw_table_probe(table, key, &h);
                 if (code != 0) {
                     prefix = code;
                     c = pixels[++i];
                     h = lzw_home(prefix, c);
-                    entry = table->slot[h];
+                    code = table->slot[h];
                     continue;
                 }
             }
             uint32_t c2 = pixels[++i];
             uint32_t h2 = lzw_home(c, c2);
-            uint32_t entry2 = table->slot[h2];
+            uint32_t code2 = table->slot[h2];
             lzw_table_add(table, h, key, next);
-            if (h2 == h) entry2 = table->slot[h2];
+            if (h2 == h) code2 = table->slot[h2];
             ++next;
             put(&p, prefix, width);
             if (next == bump) {
@@ -140,13 +133,13 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
                     width = kLzwFirstWidth;
                     next = kLzwFirstCode;
                     bump = 513;
-                    entry2 = table->slot[h2];
+                    code2 = table->slot[h2];
                 }
             }
             prefix = c;
             c = c2;
             h = h2;
-            entry = entry2;
+            code = code2;
             if (p.out >= stage_full) flush_groups(&p, sink);
         }
         reached = next;
@@ -155,7 +148,7 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         // current string, and the table is not searched again.
         c = pixels[finalIndex];
         uint32_t where = 0;
-        uint32_t code = lzw_table_find(table, prefix, c, &where);
+        code = lzw_table_find(table, prefix, c, &where);
         // The string is counted as a new entry even when it was found, which
         // keeps the next free code where a decoder expects it.
         ++next;
