@@ -42,6 +42,16 @@ void driver_release_memory_output(void) {
     if (lpSetup != nullptr) lpSetup->exportMemoryBlock = 0;
 }
 
+void driver_setup_leaving(SetupBlock *block) {
+    if (block == nullptr || block != lpSetup) return;
+    if (lpEMData != nullptr && g_memory_open) {
+        stream_move_memory_ref(lpEMData->outputStream, &block->exportMemoryData,
+                               &g_memory_fallback);
+    } else if (g_memory_closed != nullptr && block->exportMemoryData == g_memory_closed) {
+        g_memory_fallback = g_memory_closed;
+    }
+}
+
 void driver_note_file_name_fits(bool fits) { g_file_name_fits = fits; }
 
 void driver_discard_output(void) { g_discard_output = true; }

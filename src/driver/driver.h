@@ -32,6 +32,13 @@ void driver_reply_skip(uint32_t length);
 // closed) unless the host took it by clearing the Setup block's fields.
 void driver_release_memory_output(void);
 
+// The host is destroying `block`. When it is the device's Setup block, the
+// device's memory output (an open stream, or a closed block the host has
+// not taken) moves out of its fields to a home of the library's, so that
+// the stream never writes into the freed block and the block is still
+// released in the end.
+void driver_setup_leaving(SetupBlock *block);
+
 // Init notes whether the host's output file name fitted the EMData name
 // field; the open-device opcode refuses a name that did not (303) rather
 // than write under a cut one.

@@ -7,6 +7,7 @@
 #include <string.h>
 
 #include "driver/driver.h"
+#include "settings/settings.h"
 
 namespace {
 
@@ -69,6 +70,7 @@ int32_t RASTER_initdvr(intptr_t *block) {
 
     HGLOBAL setup = static_cast<HGLOBAL>(block[TOLVA_INIT_SETUP]);
     lpSetup = static_cast<SetupBlock *>(GlobalLock(setup));
+    settings_leaving = driver_setup_leaving;
     em->setup = setup;
     take_colour_mode(em, lpSetup);
 

@@ -5,11 +5,14 @@
 // szFilter must point at writable memory: CreateSetup upper-cases the module
 // name in place, and every later use (the profile section, the driver name)
 // expects the upper-case form.
+#include "settings/settings.h"
 #include "tolva/tolva.h"
 
 namespace {
 char g_module_name[] = "tolva";
 }  // namespace
+
+void (*settings_leaving)(SetupBlock *block) = nullptr;
 
 extern "C" {
 

@@ -57,6 +57,11 @@ void settings_copy_text(char *field, size_t size, const char *text);
 // (lpSetup) when no other is current. Null when there is none.
 SetupBlock *settings_current(void);
 
+// Called by DestroySetup before it frees a block, when set: the raster
+// driver sets it at init, so that an output it keeps in the block's fields
+// can move out first. Settings alone (and their tests) need no driver.
+extern void (*settings_leaving)(SetupBlock *block);
+
 // What a picture brings to the size and resolution rules.
 struct SettingsPicture {
     double width;  // its size in inches at its own resolution

@@ -93,6 +93,7 @@ int32_t DestroySetup(HGLOBAL setup) {
     if (!guard.entered()) return TOLVA_ERR_BUSY;
     auto *block = static_cast<SetupBlock *>(GlobalLock(setup));
     if (block == nullptr) return 1;
+    if (settings_leaving != nullptr) settings_leaving(block);
     GlobalUnlock(setup);
     GlobalFree(setup);
     lpRaster = nullptr;

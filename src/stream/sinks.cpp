@@ -1,6 +1,8 @@
 // Opening the output streams of sinks.h.
 #include "stream/sinks.h"
 
+#include "stream/stream.h"
+
 HGLOBAL stream_open_procedure(const char *name, intptr_t procedure, const intptr_t *statusRecord) {
     intptr_t device = statusRecord != nullptr ? statusRecord[TOLVA_STATUS_DEVICE] : 0;
     intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {device, 0, 0, 0, procedure, 0};
@@ -20,4 +22,14 @@ HGLOBAL stream_open_memory(HGLOBAL *block, void **data) {
     intptr_t descriptor[TOLVA_STREAM_DESCRIPTOR_WORDS] = {
         reinterpret_cast<intptr_t>(data), 0, kStreamMemoryGrowth, 0, 0, 0};
     return zunOpen(nullptr, descriptor, TOLVA_STREAM_OUTPUT);
+}
+
+void stream_move_memory_ref(HGLOBAL stream, void **from, void **to) {
+    StreamRecord *r = stream != 0 ? stream_lock(stream) : nullptr;
+    if (r == nullptr) return;
+    if (stream_is_memory(r) && r->blockPointerRef == from) {
+        *to = *from;
+        r->blockPointerRef = to;
+    }
+    GlobalUnlock(stream);
 }

@@ -32,4 +32,9 @@ HGLOBAL stream_open_file(const char *name);
 // or the stream could not be had; the block is then left to the caller.
 HGLOBAL stream_open_memory(HGLOBAL *block, void **data);
 
+// For a variable that is about to go away with the block it lies in: when
+// `stream` is a memory output that keeps *from up to date, it keeps *to from
+// now on, which takes *from's value. Any other stream is left as it is.
+void stream_move_memory_ref(HGLOBAL stream, void **from, void **to);
+
 #endif

@@ -29,6 +29,29 @@ TEST_F(Device, TheOutputIsAMemoryBlockOfTheHostOrANamedFileThatAStopDeletes) {
     EXPECT_EQ(rmdir(dir), 0) << "the file is gone";
 }
 
+// A host may destroy its Setup block while the device still writes into a
+// memory block named by its fields, or before taking the finished block: the
+// stream must not write into the freed block, and the block must still be
+// released at term (leak detection sees it otherwise).
+TEST_F(Device, ASetupBlockDestroyedUnderTheMemoryOutputTakesNothingWithIt) {
+    for (bool whileOpen : {true, false}) {
+        ASSERT_EQ(start(), 0);
+        call(TOLVA_OP_OPEN_DEVICE);
+        zunWrite(lpEMData->outputStream, "abc", 3);
+        if (!whileOpen) call(TOLVA_OP_CLOSE_DEVICE);
+        ASSERT_EQ(DestroySetup(setup), 0);
+        setup = GlobalAlloc(TOLVA_GMEM_FLAGS, TOLVA_SETUP_BLOCK_SIZE);  // for the next round
+        settings = static_cast<SetupBlock *>(GlobalLock(setup));
+        if (whileOpen) {
+            std::vector<uint8_t> more(12000, 7);  // three growths of the block
+            EXPECT_EQ(zunWrite(lpEMData->outputStream, more.data(), 12000), 12000)
+                << "the stream grows its block elsewhere";
+            call(TOLVA_OP_CLOSE_DEVICE);
+        }
+        RASTER_dd_entry32(0, -1, nullptr);
+    }
+}
+
 using Io = std::array<intptr_t, 3>;  // instance, operation, b
 std::vector<Io> g_io;
 
