@@ -7,6 +7,7 @@
  * orientation tag is handed on, like an EXIF one, and the rows are read as
  * stored: libtiff would apply the mirrors but not the quarter turns.
  */
+#include <dlfcn.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
@@ -14,6 +15,88 @@
 #include <tiffio.h>
 
 #include "decode.h"
+
+/*
+ * libtiff is loaded on the first TIFF, not with the command: it brings a
+ * C++ runtime and half a dozen codec libraries, about a millisecond of
+ * loading that every run paid before it knew what its picture was.
+ */
+static struct {
+    int tried;
+    int loaded;
+    char failure[160];
+    TIFFOpenOptions *(*optionsAlloc)(void);
+    void (*optionsFree)(TIFFOpenOptions *);
+    void (*optionsSetErrorHandler)(TIFFOpenOptions *, TIFFErrorHandlerExtR, void *);
+    void (*optionsSetWarningHandler)(TIFFOpenOptions *, TIFFErrorHandlerExtR, void *);
+    TIFF *(*clientOpen)(const char *, const char *, thandle_t, TIFFReadWriteProc, TIFFReadWriteProc,
+                        TIFFSeekProc, TIFFCloseProc, TIFFSizeProc, TIFFMapFileProc,
+                        TIFFUnmapFileProc, TIFFOpenOptions *);
+    void (*close)(TIFF *);
+    int (*getField)(TIFF *, uint32_t, ...);
+    int (*getFieldDefaulted)(TIFF *, uint32_t, ...);
+    int (*setField)(TIFF *, uint32_t, ...);
+    int (*isTiled)(TIFF *);
+    int (*rgbaImageOK)(TIFF *, char[1024]);
+    int (*readRGBAImageOriented)(TIFF *, uint32_t, uint32_t, uint32_t *, int, int);
+    int (*readScanline)(TIFF *, void *, uint32_t, uint16_t);
+    tmsize_t (*scanlineSize)(TIFF *);
+    void *(*malloc)(tmsize_t);
+    void (*free)(void *);
+} tiff_lib;
+
+static int load_libtiff(void)
+{
+    if (tiff_lib.tried) {
+        return tiff_lib.loaded;
+    }
+    tiff_lib.tried = 1;
+    void *h = dlopen(TOLVA_TIFF_SONAME, RTLD_NOW | RTLD_LOCAL);
+    if (h == NULL) {
+        snprintf(tiff_lib.failure, sizeof tiff_lib.failure, "%s could not be loaded",
+                 TOLVA_TIFF_SONAME);
+        return 0;
+    }
+    /* Object pointers from dlsym become function pointers through memcpy,
+     * which ISO C allows where a cast would not be. */
+    struct {
+        const char *name;
+        void *slot;
+        size_t size;
+    } const symbols[] = {
+        {"TIFFOpenOptionsAlloc", &tiff_lib.optionsAlloc, sizeof tiff_lib.optionsAlloc},
+        {"TIFFOpenOptionsFree", &tiff_lib.optionsFree, sizeof tiff_lib.optionsFree},
+        {"TIFFOpenOptionsSetErrorHandlerExtR", &tiff_lib.optionsSetErrorHandler,
+         sizeof tiff_lib.optionsSetErrorHandler},
+        {"TIFFOpenOptionsSetWarningHandlerExtR", &tiff_lib.optionsSetWarningHandler,
+         sizeof tiff_lib.optionsSetWarningHandler},
+        {"TIFFClientOpenExt", &tiff_lib.clientOpen, sizeof tiff_lib.clientOpen},
+        {"TIFFClose", &tiff_lib.close, sizeof tiff_lib.close},
+        {"TIFFGetField", &tiff_lib.getField, sizeof tiff_lib.getField},
+        {"TIFFGetFieldDefaulted", &tiff_lib.getFieldDefaulted, sizeof tiff_lib.getFieldDefaulted},
+        {"TIFFSetField", &tiff_lib.setField, sizeof tiff_lib.setField},
+        {"TIFFIsTiled", &tiff_lib.isTiled, sizeof tiff_lib.isTiled},
+        {"TIFFRGBAImageOK", &tiff_lib.rgbaImageOK, sizeof tiff_lib.rgbaImageOK},
+        {"TIFFReadRGBAImageOriented", &tiff_lib.readRGBAImageOriented,
+         sizeof tiff_lib.readRGBAImageOriented},
+        {"TIFFReadScanline", &tiff_lib.readScanline, sizeof tiff_lib.readScanline},
+        {"TIFFScanlineSize", &tiff_lib.scanlineSize, sizeof tiff_lib.scanlineSize},
+        {"_TIFFmalloc", &tiff_lib.malloc, sizeof tiff_lib.malloc},
+        {"_TIFFfree", &tiff_lib.free, sizeof tiff_lib.free},
+    };
+    for (size_t i = 0; i < sizeof symbols / sizeof symbols[0]; ++i) {
+        void *address = dlsym(h, symbols[i].name);
+        if (address == NULL) {
+            snprintf(tiff_lib.failure, sizeof tiff_lib.failure, "%s has no %s", TOLVA_TIFF_SONAME,
+                     symbols[i].name);
+            dlclose(h);
+            return 0;
+        }
+        memcpy(symbols[i].slot, &address, symbols[i].size);
+    }
+    tiff_lib.loaded = 1;
+    return 1;
+}
 
 typedef struct TiffSource {
     const TolvaDecodeJob *job;
@@ -118,13 +201,13 @@ static int is_16bit_strips(TIFF *tiff, uint16_t *photometric, uint16_t *samples,
 {
     uint16_t bits = 0, planar = PLANARCONFIG_CONTIG, extraCount = 0, format = SAMPLEFORMAT_UINT;
     uint16_t *extra = NULL;
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &format);
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &extraCount, &extra);
+    tiff_lib.getFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+    tiff_lib.getFieldDefaulted(tiff, TIFFTAG_PLANARCONFIG, &planar);
+    tiff_lib.getFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, samples);
+    tiff_lib.getFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &format);
+    tiff_lib.getFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &extraCount, &extra);
     if (bits != 16 || planar != PLANARCONFIG_CONTIG || format != SAMPLEFORMAT_UINT ||
-        TIFFIsTiled(tiff) || !TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, photometric)) {
+        tiff_lib.isTiled(tiff) || !tiff_lib.getField(tiff, TIFFTAG_PHOTOMETRIC, photometric)) {
         return 0;
     }
     int colours =
@@ -144,11 +227,11 @@ static TolvaImageResult read_16bit(TIFF *tiff, TolvaDecodeJob *job, TiffSource *
                                    int associated)
 {
     TolvaImage *image = job->image;
-    tmsize_t lineSize = TIFFScanlineSize(tiff);
+    tmsize_t lineSize = tiff_lib.scanlineSize(tiff);
     if (lineSize < (tmsize_t)image->width * samples * 2) {
         return tolva_corrupt(job, "TIFF", "scanline shorter than its pixels");
     }
-    uint16_t *line = _TIFFmalloc(lineSize);
+    uint16_t *line = tiff_lib.malloc(lineSize);
     if (line == NULL) {
         snprintf(job->error, job->errorSize, "not enough memory to read the TIFF file");
         return TOLVA_IMAGE_NO_MEMORY;
@@ -156,7 +239,7 @@ static TolvaImageResult read_16bit(TIFF *tiff, TolvaDecodeJob *job, TiffSource *
     int grey = photometric != PHOTOMETRIC_RGB;
     TolvaImageResult result = TOLVA_IMAGE_OK;
     for (int32_t y = 0; y < image->height && result == TOLVA_IMAGE_OK; ++y) {
-        if (TIFFReadScanline(tiff, line, (uint32_t)y, 0) < 0) {
+        if (tiff_lib.readScanline(tiff, line, (uint32_t)y, 0) < 0) {
             result = tolva_corrupt(job, "TIFF", source->message);
             break;
         }
@@ -180,32 +263,37 @@ static TolvaImageResult read_16bit(TIFF *tiff, TolvaDecodeJob *job, TiffSource *
             }
         }
     }
-    _TIFFfree(line);
+    tiff_lib.free(line);
     return result;
 }
 
 TolvaImageResult tolva_decode_tiff(TolvaDecodeJob *job)
 {
+    if (!load_libtiff()) {
+        snprintf(job->error, job->errorSize, "cannot read TIFF files: %s", tiff_lib.failure);
+        return TOLVA_IMAGE_UNSUPPORTED;
+    }
     TiffSource source = {job, 0, ""};
-    TIFFOpenOptions *options = TIFFOpenOptionsAlloc();
+    TIFFOpenOptions *options = tiff_lib.optionsAlloc();
     if (options == NULL) {
         snprintf(job->error, job->errorSize, "not enough memory to read the TIFF file");
         return TOLVA_IMAGE_NO_MEMORY;
     }
-    TIFFOpenOptionsSetErrorHandlerExtR(options, on_error, &source);
-    TIFFOpenOptionsSetWarningHandlerExtR(options, on_warning, &source);
-    TIFF *tiff = TIFFClientOpenExt("input", "rm", (thandle_t)&source, read_memory, refuse_write,
-                                   seek_memory, close_memory, size_of_memory, NULL, NULL, options);
-    TIFFOpenOptionsFree(options);
+    tiff_lib.optionsSetErrorHandler(options, on_error, &source);
+    tiff_lib.optionsSetWarningHandler(options, on_warning, &source);
+    TIFF *tiff =
+        tiff_lib.clientOpen("input", "rm", (thandle_t)&source, read_memory, refuse_write,
+                            seek_memory, close_memory, size_of_memory, NULL, NULL, options);
+    tiff_lib.optionsFree(options);
     if (tiff == NULL) {
         return tolva_corrupt(job, "TIFF", source.message);
     }
     uint32_t width = 0, height = 0;
-    TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &width);
-    TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &height);
+    tiff_lib.getField(tiff, TIFFTAG_IMAGEWIDTH, &width);
+    tiff_lib.getField(tiff, TIFFTAG_IMAGELENGTH, &height);
     TolvaImageResult result = tolva_check_size(job, width, height);
     char reason[1024] = "";
-    if (result == TOLVA_IMAGE_OK && !TIFFRGBAImageOK(tiff, reason)) {
+    if (result == TOLVA_IMAGE_OK && !tiff_lib.rgbaImageOK(tiff, reason)) {
         result = tolva_corrupt(job, "TIFF", source.message[0] != '\0' ? source.message : reason);
     }
     uint16_t photometric = 0, samples = 0;
@@ -217,22 +305,22 @@ TolvaImageResult tolva_decode_tiff(TolvaDecodeJob *job)
         result = tolva_allocate_image(job->image, width, height, bits, job->error, job->errorSize);
     }
     uint16_t orientation = ORIENTATION_TOPLEFT;
-    TIFFGetFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
+    tiff_lib.getFieldDefaulted(tiff, TIFFTAG_ORIENTATION, &orientation);
     if (result == TOLVA_IMAGE_OK) {
         /* The rows as stored; turning them is the orientation's job. */
-        TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
+        tiff_lib.setField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
         job->image->orientation = orientation >= 1 && orientation <= 8 ? orientation : 1;
         if (wide) {
             result = read_16bit(tiff, job, &source, photometric, samples, alpha, associated);
-        } else if (TIFFReadRGBAImageOriented(tiff, width, height,
-                                             (uint32_t *)(void *)job->image->pixels,
-                                             ORIENTATION_BOTLEFT, 1)) {
+        } else if (tiff_lib.readRGBAImageOriented(tiff, width, height,
+                                                  (uint32_t *)(void *)job->image->pixels,
+                                                  ORIENTATION_BOTLEFT, 1)) {
             /* Bottom-left first is the order the picture keeps its rows in. */
             unpack_pixels(job->image);
         } else {
             result = tolva_corrupt(job, "TIFF", source.message);
         }
     }
-    TIFFClose(tiff);
+    tiff_lib.close(tiff);
     return result;
 }
