@@ -51,11 +51,14 @@ for t in "${targets[@]}"; do
   findings() { find "$artifacts" -maxdepth 1 -type f \( -name 'crash-*' -o -name 'leak-*' -o -name 'timeout-*' -o -name 'oom-*' \) | sort; }
   before=$(findings)
   # A hang is an input that takes more than 20 s; the run stops at the first finding.
-  # A target's own suppressions name leaks inside a library it drives, not ours.
+  # A target's own suppressions name faults inside a library it drives, not
+  # ours: leaks (NAME.supp) and what the string interceptors see (NAME.asan.supp).
   lsan=""
   [[ -f fuzz/$t.supp ]] && lsan=suppressions=$PWD/fuzz/$t.supp
+  asan=$ASAN_OPTIONS
+  [[ -f fuzz/$t.asan.supp ]] && asan=$asan:suppressions=$PWD/fuzz/$t.asan.supp
   status=0
-  LSAN_OPTIONS=$lsan "$build/fuzz/$t" -max_total_time="$seconds" -timeout=20 -print_final_stats=1 \
+  LSAN_OPTIONS=$lsan ASAN_OPTIONS=$asan "$build/fuzz/$t" -max_total_time="$seconds" -timeout=20 -print_final_stats=1 \
     -artifact_prefix="$artifacts/" "$scratch" "${inputs[@]}" >"$log" 2>&1 || status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
   new=$(comm -13 <(echo "$before") <(findings))
@@ -67,7 +70,7 @@ for t in "${targets[@]}"; do
   count=0
   for a in $new; do
     count=$((count + 1))
-    "$build/fuzz/$t" -minimize_crash=1 -max_total_time=60 \
+    LSAN_OPTIONS=$lsan ASAN_OPTIONS=$asan "$build/fuzz/$t" -minimize_crash=1 -max_total_time=60 \
       -exact_artifact_path="$artifacts/minimised-$(basename "$a")" "$a" >>"build/fuzz/logs/$t-minimise.log" 2>&1 || true
   done
   echo "$t: ${runs:-0} executions in ${seconds}s, $count findings${new:+ (see $artifacts; the log is $log)}"
