@@ -10,10 +10,11 @@
 // keeps the smallest (distance, index) pair: exactly what the full scan's
 // strict comparison from index 0 upward returns (see rl_nearest_find).
 //
-// Cells are 32, 16, 8 and 4 wide; queries use the 4-wide ones. Each cell is
-// filled on first use from its parent's list (the 32-wide ones from the whole
-// class): whatever a cell drops, every part of it drops too, since its best
-// worst case can only shrink inside a part.
+// Cells are 32, 16, 8 and 4 wide; queries use the 4-wide ones, or the 8-wide
+// ones when answers are kept (below). Each cell is filled on first use from
+// its parent's list (the 32-wide ones from the whole class): whatever a cell
+// drops, every part of it drops too, since its best worst case can only
+// shrink inside a part.
 //
 // A search asked many questions also keeps every answer it gives, by 4-wide
 // cell (see RlNearest): a cell of colour queries that lies wholly inside one
@@ -31,7 +32,11 @@
 
 namespace {
 
-constexpr uint32_t kFirstPoolSize = 4096;
+// The pool starts with room for one candidate per this many questions, no
+// less than the first figure and no more than the second; it doubles as needed.
+constexpr int64_t kQuestionsPerCandidate = 32;
+constexpr uint32_t kFewestCandidates = 4096;
+constexpr uint32_t kMostFirstCandidates = 65536;
 // Parts of a cell whose list is this short take the list over instead of
 // building their own: filtering saves less than it costs (measured on the
 // photographs of the benchmarks).
@@ -41,9 +46,12 @@ constexpr uint32_t kShareBelow = 12;
 constexpr uint32_t kLevelStart[kRlNearestLevels] = {0, 512, 512 + 4096, 512 + 4096 + 32768};
 constexpr uint32_t kCellCount = 512 + 4096 + 32768 + kRlNearestFineCells;
 constexpr uint32_t kCoarseCells = kRlNearestFineCells / 8;
-// Blocks of their own that a search starts with room for; it doubles them as
-// needed.
-constexpr uint32_t kFirstOwnBlocks = 1024;
+// Blocks of their own that a search starts with room for: one per this many
+// questions, at least the second figure. It doubles them as needed. Room
+// that is never used costs no memory, but growing costs a copy of all that
+// is used, so the first room is sized to cover a photograph's cells.
+constexpr int64_t kQuestionsPerBlock = 128;
+constexpr uint32_t kFewestOwnBlocks = 1024;
 
 // Squared distances from a channel value to the nearest and the farthest
 // point of the interval [lo, lo + span].
@@ -62,16 +70,29 @@ int axis_max(int v, int lo, int span) {
     return d * d;
 }
 
+// A larger block for one that is full, holding its first `used` bytes: a
+// fresh block and a copy rather than GlobalReAlloc, which clears the whole
+// new tail at once and so enters every page of it long before it is used.
+// Null when there is none (the old block stays).
+void *grow(HGLOBAL *handle, size_t used, uint32_t bytes) {
+    HGLOBAL grown = GlobalAlloc(TOLVA_GMEM_FLAGS, bytes);
+    auto *data = static_cast<uint8_t *>(rlLockMemory(grown));
+    if (data == nullptr) return nullptr;
+    std::memcpy(data, rlLockMemory(*handle), used);
+    (void)rlFreeNewData(*handle);
+    *handle = grown;
+    return data;
+}
+
 // Makes room for `more` pool entries; false when the pool cannot grow.
 bool reserve(RlNearest *n, uint32_t more) {
     if (n->pool == nullptr) return false;
     if (n->poolUsed + more <= n->poolSize) return true;
     uint32_t size = n->poolSize * 2;
     while (size < n->poolUsed + more) size *= 2;
-    HGLOBAL grown = GlobalReAlloc(
-        n->poolHandle, size * static_cast<uint32_t>(sizeof(RlNearestCandidate)), TOLVA_GMEM_FLAGS);
-    n->poolHandle = grown;
-    n->pool = static_cast<RlNearestCandidate *>(rlLockMemory(grown));
+    n->pool = static_cast<RlNearestCandidate *>(
+        grow(&n->poolHandle, n->poolUsed * sizeof(RlNearestCandidate),
+             size * static_cast<uint32_t>(sizeof(RlNearestCandidate))));
     if (n->pool == nullptr) {
         for (int grey = 0; grey < 2; ++grey) n->cells[grey] = nullptr;  // the linear scan serves
         n->cellBlock = nullptr;
@@ -186,10 +207,9 @@ bool reserve_block(RlNearest *n) {
     if (size > kRlNearestSharedBlocks + kRlNearestFineCells)
         size = kRlNearestSharedBlocks + kRlNearestFineCells;
     if (size <= n->blocksUsed) return false;
-    HGLOBAL grown = GlobalReAlloc(n->blockHandle, size * kRlNearestBlockBytes, TOLVA_GMEM_FLAGS);
-    auto *blocks = static_cast<uint8_t *>(rlLockMemory(grown));
+    auto *blocks = static_cast<uint8_t *>(
+        grow(&n->blockHandle, n->blocksUsed * kRlNearestBlockBytes, size * kRlNearestBlockBytes));
     if (blocks == nullptr) return false;  // the old block stays, and stays in use
-    n->blockHandle = grown;
     n->blocks = blocks;
     n->blocksSize = size;
     return true;
@@ -234,28 +254,23 @@ bool eight_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t 
     return true;
 }
 
-// The query's list of candidates in its 4-wide cell. Kept in the cell's
-// own block when it has one; built afresh for a cell answered whole, which
-// needs it once; kept with the cells when no answers are kept at all.
+// The query's list of candidates in its 4-wide cell, kept with the cells;
+// only a search that keeps no answers asks for it.
 bool four_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
                     RlNearestCell eight, RlNearestCell *list) {
     if (n->cells[grey] == nullptr) return false;  // the pool could not grow
-    RlNearestCell own = {};
-    RlNearestCell *cell = &own;
-    if (n->cellBlock == nullptr)
-        cell = &n->cells[grey][kLevelStart[kRlNearestLevels - 1] +
-                               rl_nearest_position(r, g, b, kRlNearestLevels - 1)];
+    RlNearestCell *cell = &n->cells[grey][kLevelStart[kRlNearestLevels - 1] +
+                                          rl_nearest_position(r, g, b, kRlNearestLevels - 1)];
     if (!cell_list(n, eight, r, g, b, kRlNearestLevels - 1, cell)) return false;
     *list = *cell;
     return true;
 }
 
 // The block of the query's 4-wide cell, decided on its first query, or 0
-// when no block could be had; `eight` and *fine are the query's lists. A
-// cell answered whole holds no grey query, so they are colour lists whenever
-// they are used; *fine is left empty when the 8-wide cell is answered whole.
-uint32_t decide_cell(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t b,
-                     RlNearestCell eight, RlNearestCell *fine) {
+// when no block could be had; `eight` is the query's 8-wide list. A cell
+// answered whole holds no grey query, so it is a colour list whenever it is
+// used.
+uint32_t decide_cell(RlNearest *n, uint8_t r, uint8_t g, uint8_t b, RlNearestCell eight) {
     uint32_t position = rl_nearest_key(r, g, b) >> 6;
     // An 8-wide cell is looked at once, on its first undecided part; when it
     // is answered whole, no part of it is undecided again.
@@ -272,20 +287,32 @@ uint32_t decide_cell(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t 
             return n->cellBlock[position];
         }
     }
-    // The 8-wide list holds every candidate of the 4-wide cell too; the
-    // cell's own list is built only when its colours will be searched.
+    // The 8-wide list holds every candidate of the 4-wide cell too.
     const int lo[3] = {r & ~3, g & ~3, b & ~3};
     int32_t whole = whole_answer(n, eight, lo, 3);
     if (whole >= 0)
         return n->cellBlock[position] = static_cast<uint32_t>(whole + 1) * kRlNearestBlockBytes;
-    if (!four_wide_list(n, grey, r, g, b, eight, fine)) return 0;
     if (!reserve_block(n)) return 0;
-    return n->cellBlock[position] = n->blocksUsed++ * kRlNearestBlockBytes;
+    uint32_t block = n->blocksUsed++ * kRlNearestBlockBytes;
+    // Written before anything reads it: a page of fresh memory read first
+    // is mapped twice, once to read and again to write.
+    std::memset(n->blocks + block, 0, kRlNearestBlockBytes);
+    return n->cellBlock[position] = block;
 }
 
 }  // namespace
 
-int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNearestUse use) {
+namespace {
+
+uint32_t first_room(int64_t questions, int64_t per, uint32_t least, uint32_t most) {
+    int64_t room = questions / per;
+    return room < least ? least : room > most ? most : static_cast<uint32_t>(room);
+}
+
+}  // namespace
+
+int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNearestUse use,
+                        int64_t questions) {
     *n = RlNearest{};
     n->table = table;
     n->count = table != nullptr && count > 0 ? count : 0;
@@ -293,7 +320,10 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     // The cells pay for themselves only over many questions; a few are
     // answered from the class lists.
     bool celled = use == kRlNearestMany;
-    uint32_t poolSize = static_cast<uint32_t>(n->count) + 8 + (celled ? kFirstPoolSize : 0);
+    uint32_t poolSize = static_cast<uint32_t>(n->count) + 8 +
+                        (celled ? first_room(questions, kQuestionsPerCandidate, kFewestCandidates,
+                                             kMostFirstCandidates)
+                                : 0);
     n->poolHandle = rlGetMemory(static_cast<int16_t>(sizeof(RlNearestCandidate)),
                                 static_cast<int32_t>(poolSize));
     n->pool = static_cast<RlNearestCandidate *>(rlLockMemory(n->poolHandle));
@@ -313,7 +343,9 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     // Answers are kept in blocks when they fit a byte. The blocks grow as
     // needed; the shared ones come first.
     if (n->count <= 256) {
-        uint32_t blocks = kRlNearestSharedBlocks + kFirstOwnBlocks;
+        uint32_t blocks =
+            kRlNearestSharedBlocks +
+            first_room(questions, kQuestionsPerBlock, kFewestOwnBlocks, kRlNearestFineCells);
         n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, blocks * kRlNearestBlockBytes);
         n->blocks = static_cast<uint8_t *>(rlLockMemory(n->blockHandle));
         n->blocksSize = n->blocks != nullptr ? blocks : 0;
@@ -325,8 +357,8 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
         }
     }
     // The cells of both classes, then each 4-wide cell's block and each
-    // 8-wide cell's answer. With blocks, a 4-wide cell's list lives in its
-    // block and the cells stop at the 8-wide level.
+    // 8-wide cell's answer. With blocks, the colours of a 4-wide cell are
+    // searched in their 8-wide list and the cells stop at the 8-wide level.
     bool keep = n->blocks != nullptr;
     uint32_t perClass = keep ? kLevelStart[kRlNearestLevels - 1] : kCellCount;
     size_t cellBytes = 2 * perClass * sizeof(RlNearestCell);
@@ -350,34 +382,37 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     RlNearestCell whole = n->classes[grey];
     if (n->cells[grey] == nullptr)
         return rl_nearest_scan(n->pool + whole.start, whole.length, r, g, b);
+    RlNearestCell eight = {};
+    if (n->cellBlock == nullptr) {
+        RlNearestCell fine = {};
+        if (!eight_wide_list(n, grey, r, g, b, &eight) ||
+            !four_wide_list(n, grey, r, g, b, eight, &fine))
+            return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
+        return rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
+    }
     uint32_t key = rl_nearest_key(r, g, b);
-    uint32_t block = n->cellBlock != nullptr ? n->cellBlock[key >> 6] : 0;
+    uint32_t block = n->cellBlock[key >> 6];
     uint64_t bit = uint64_t{1} << (key & 63u);
     uint64_t known = 0;
     if (block != 0) std::memcpy(&known, n->blocks + block + 64, sizeof known);
     if ((known & bit) != 0) return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
 
-    // A cell's own block keeps the cell's candidates of each class, once
-    // found, beside its answers: the cells themselves lie far apart.
-    constexpr uint32_t kFirstOwn = kRlNearestSharedBlocks * kRlNearestBlockBytes;
-    RlNearestCell fine = {};
-    if (block >= kFirstOwn) std::memcpy(&fine, n->blocks + block + 72 + 8 * grey, sizeof fine);
-    if (fine.start == 0) {
-        RlNearestCell eight = {};
-        if (!eight_wide_list(n, grey, r, g, b, &eight))
-            return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
-        if (n->cellBlock != nullptr && block == 0) {
-            block = decide_cell(n, grey, r, g, b, eight, &fine);
-            std::memcpy(&known, n->blocks + block + 64, sizeof known);
-            if ((known & bit) != 0)
-                return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
-        }
-        if (fine.start == 0 && !four_wide_list(n, grey, r, g, b, eight, &fine))
-            return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
-        if (block >= kFirstOwn) std::memcpy(n->blocks + block + 72 + 8 * grey, &fine, sizeof fine);
+    // A colour of a cell with several answers is searched in its 8-wide
+    // list: a list of the 4-wide cell would be barely shorter (a few
+    // candidates on photographs) and cost a build and room per cell. The
+    // 8-wide cell's place follows from the key; once built, its whole line
+    // of cells above it is built too.
+    eight = n->cells[grey][kLevelStart[kRlNearestLevels - 2] + (key >> 9)];
+    if (eight.start == 0 && !eight_wide_list(n, grey, r, g, b, &eight))
+        return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
+    if (block == 0) {
+        block = decide_cell(n, r, g, b, eight);
+        std::memcpy(&known, n->blocks + block + 64, sizeof known);
+        if ((known & bit) != 0) return static_cast<int16_t>(n->blocks[block + (key & 63u)] ^ 0xFFu);
     }
-    int16_t index = rl_nearest_scan(n->pool + fine.start, fine.length, r, g, b);
-    if (block < kFirstOwn) return index;  // no answers kept, or no room for them
+    int16_t index = rl_nearest_scan(n->pool + eight.start, eight.length, r, g, b);
+    constexpr uint32_t kFirstOwn = kRlNearestSharedBlocks * kRlNearestBlockBytes;
+    if (block < kFirstOwn) return index;  // no room for its answers
     n->blocks[block + (key & 63u)] = static_cast<uint8_t>(index ^ 0xFF);
     known |= bit;
     std::memcpy(n->blocks + block + 64, &known, sizeof known);
