@@ -109,6 +109,7 @@ struct RlNearest {
     uint32_t blocksSize;
     uint32_t poolUsed;
     uint32_t poolSize;
+    bool wideScan;  // the kept answers' lists are scanned eight at a time
 };
 
 // Prepares a search of the first `count` entries of `table` (which must
