@@ -31,7 +31,17 @@
 #include "raster/raster.h"
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// g++ takes the deliberately undefined registers inside the AVX-512
+// intrinsics' own code for uninitialised values.
+#ifndef __clang__
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 #include <immintrin.h>
+#ifndef __clang__
+#pragma GCC diagnostic pop
+#endif
 #define TOLVA_NEAREST_WIDE 1
 #endif
 
@@ -253,6 +263,86 @@ __attribute__((target("avx2"))) int16_t wide_scan(const RlNearestCandidate *k, u
 }
 
 bool wide_scan_runs() { return __builtin_cpu_supports("avx2"); }
+
+bool wide_rows_run() {
+    return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+}
+
+// key | (shifted & mask), one instruction.
+__attribute__((target("avx512f"), always_inline)) inline __m512i put_bits(__m512i key,
+                                                                          __m512i shifted,
+                                                                          int mask) {
+    return _mm512_ternarylogic_epi32(key, shifted, _mm512_set1_epi32(mask), 0xF8);
+}
+
+// The key of rl_nearest_key for sixteen colours at once, each a 32-bit lane
+// (red, green, blue, 0). The key takes each group of bits of the three
+// channels to its place: one shift and one masked OR a group, the groups
+// that move by the same amount sharing a shift.
+__attribute__((target("avx512f"), always_inline)) inline __m512i wide_key(__m512i x) {
+    __m512i key = _mm512_and_si512(_mm512_slli_epi32(x, 16), _mm512_set1_epi32(0xE00000));
+    key = put_bits(key, _mm512_slli_epi32(x, 5), 0x1C0000);    // green 7-5
+    key = put_bits(key, _mm512_srli_epi32(x, 6), 0x03800C);    // blue 7-5, green 1-0
+    key = put_bits(key, _mm512_slli_epi32(x, 10), 0x004000);   // red 4
+    key = put_bits(key, _mm512_slli_epi32(x, 1), 0x002000);    // green 4
+    key = put_bits(key, _mm512_srli_epi32(x, 8), 0x001000);    // blue 4
+    key = put_bits(key, _mm512_slli_epi32(x, 8), 0x000800);    // red 3
+    key = put_bits(key, _mm512_srli_epi32(x, 1), 0x000400);    // green 3
+    key = put_bits(key, _mm512_srli_epi32(x, 10), 0x000200);   // blue 3
+    key = put_bits(key, _mm512_slli_epi32(x, 6), 0x000100);    // red 2
+    key = put_bits(key, _mm512_srli_epi32(x, 3), 0x000080);    // green 2
+    key = put_bits(key, _mm512_srli_epi32(x, 12), 0x000040);   // blue 2
+    key = put_bits(key, _mm512_slli_epi32(x, 4), 0x000030);    // red 1-0
+    return put_bits(key, _mm512_srli_epi32(x, 16), 0x000003);  // blue 1-0
+}
+
+// The row loop of rl_nearest_map_row for 3-byte colours, sixteen at a time:
+// each colour's key, its cell's block and its stored answer are found in
+// the vector registers. Colours not known yet are left for a second pass
+// over each stretch of the row, one by one on the slow road, so that the
+// vector pass never waits on a branch it cannot foresee. Returns how many
+// colours it mapped (whole sixteens).
+__attribute__((target("avx512f,avx512bw"))) uint32_t wide_map_row(RlNearest *n, const uint8_t *in,
+                                                                  uint32_t width, uint8_t *out) {
+    // Twelve bytes (four colours) to each 128-bit lane, then each colour to
+    // a 32-bit lane of its own.
+    const __m512i toLanes = _mm512_setr_epi32(0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 8, 8, 9, 10, 11, 11);
+    const __m512i toColours =
+        _mm512_broadcast_i32x4(_mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1));
+    const __m512i sixtyThree = _mm512_set1_epi32(63);
+    const __m512i byte = _mm512_set1_epi32(0xFF);
+    const uint32_t *cellBlock = n->cellBlock;
+    constexpr uint32_t kStretch = 32;  // sixteens a pass
+    uint16_t unknown[kStretch];
+    uint32_t x = 0;
+    while (x + 16 <= width) {
+        uint32_t groups = (width - x) / 16 < kStretch ? (width - x) / 16 : kStretch;
+        const uint8_t *blocks = n->blocks;
+        for (uint32_t k = 0; k < groups; ++k) {
+            const uint8_t *c = in + 3 * (x + 16 * k);
+            __m512i raw = _mm512_maskz_loadu_epi8(0x0000FFFFFFFFFFFFull, c);
+            __m512i colour = _mm512_shuffle_epi8(_mm512_permutexvar_epi32(toLanes, raw), toColours);
+            __m512i key = wide_key(colour);
+            __m512i block = _mm512_i32gather_epi32(_mm512_srli_epi32(key, 6), cellBlock, 4);
+            __m512i at = _mm512_add_epi32(block, _mm512_and_si512(key, sixtyThree));
+            // Four bytes from each answer's place: a block ends in its mask,
+            // so the three after the last answer are still inside it.
+            __m512i stored = _mm512_and_si512(_mm512_i32gather_epi32(at, blocks, 1), byte);
+            unknown[k] = _mm512_cmpeq_epi32_mask(stored, _mm512_setzero_si512());
+            _mm_storeu_si128(reinterpret_cast<__m128i *>(out + x + 16 * k),
+                             _mm512_cvtepi32_epi8(_mm512_xor_si512(stored, byte)));
+        }
+        for (uint32_t k = 0; k < groups; ++k) {
+            for (uint32_t left = unknown[k]; left != 0; left &= left - 1) {
+                uint32_t i = x + 16 * k + static_cast<uint32_t>(__builtin_ctz(left));
+                const uint8_t *c = in + 3 * i;
+                out[i] = static_cast<uint8_t>(rl_nearest_find_slow(n, c[0], c[1], c[2]));
+            }
+        }
+        x += 16 * groups;
+    }
+    return x;
+}
 #endif
 
 // The scan of a list of a table of at most 256 entries.
@@ -435,6 +525,7 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     n->cellBlock = reinterpret_cast<uint32_t *>(cache + cellBytes);
 #ifdef TOLVA_NEAREST_WIDE
     n->wideScan = wide_scan_runs();
+    n->wideRows = wide_rows_run();
 #endif
     n->coarse = cache + cellBytes + kRlNearestFineCells * sizeof(uint32_t);
     return 0;
@@ -499,6 +590,14 @@ void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t 
             out[x] = static_cast<uint8_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
         return;
     }
+#ifdef TOLVA_NEAREST_WIDE
+    if (step == 3 && n->wideRows) {
+        uint32_t done = wide_map_row(n, in, static_cast<uint32_t>(width), out);
+        in += 3 * done;
+        out += done;
+        width -= static_cast<int32_t>(done);
+    }
+#endif
     // rl_nearest_find with the tables held in locals: only a slow answer
     // can move the blocks.
     const uint32_t *cellBlock = n->cellBlock;

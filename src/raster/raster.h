@@ -110,6 +110,7 @@ struct RlNearest {
     uint32_t poolUsed;
     uint32_t poolSize;
     bool wideScan;  // the kept answers' lists are scanned eight at a time
+    bool wideRows;  // rows of 3-byte colours are mapped sixteen at a time
 };
 
 // Prepares a search of the first `count` entries of `table` (which must
