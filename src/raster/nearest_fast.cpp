@@ -174,47 +174,6 @@ void add_class(RlNearest *n, uint32_t grey) {
         n->pool[n->poolUsed++] = n->pool[list.start];
 }
 
-// The answer for every colour of a cell of colour queries (corner lo, each
-// side span + 1 wide) whose candidates are `list`, or -1 when its colours
-// have several answers.
-//
-// The cell must hold no grey query: a pair of channels far enough apart at
-// its corner stays more than kRlGreyTolerance apart in every colour of the
-// cell. Then the answer at the corner, A, is the answer everywhere when A
-// beats every other candidate B throughout the cell: nearer, or as near with
-// the lower index. The difference of the squared distances to A and to B is
-// a sum of one linear term per channel, so its largest value over the cell
-// takes each channel at whichever end of its side makes that term largest.
-int32_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], int span) {
-    auto apart = [span](int a, int c) {
-        return a - c > span + kRlGreyTolerance || c - a > span + kRlGreyTolerance;
-    };
-    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2]))) return -1;
-    const RlNearestCandidate *k = n->pool + list.start;
-    int16_t a = rl_nearest_scan(k, list.length, static_cast<uint8_t>(lo[0]),
-                                static_cast<uint8_t>(lo[1]), static_cast<uint8_t>(lo[2]));
-    const RlNearestCandidate *winner = nullptr;
-    for (uint32_t i = 0; i < list.length && winner == nullptr; ++i) {
-        if (k[i].index == a) winner = &k[i];
-    }
-    if (winner == nullptr) return -1;
-    const int w[3] = {winner->red, winner->green, winner->blue};
-    for (uint32_t i = 0; i < list.length; ++i) {
-        const RlNearestCandidate &other = k[i];
-        if (other.index == a) continue;
-        const int o[3] = {other.red, other.green, other.blue};
-        int largest = 0;
-        for (int c = 0; c < 3; ++c) {
-            // (x - w)^2 - (x - o)^2 = (o - w)(2x - w - o), at either end of the side.
-            int low = (o[c] - w[c]) * (2 * lo[c] - w[c] - o[c]);
-            int high = (o[c] - w[c]) * (2 * (lo[c] + span) - w[c] - o[c]);
-            largest += low > high ? low : high;
-        }
-        if (largest > 0 || (largest == 0 && other.index < a)) return -1;
-    }
-    return a;
-}
-
 #ifdef TOLVA_NEAREST_WIDE
 // rl_nearest_scan eight candidates at a time, for tables of at most 256
 // entries: (distance << 8 | index) then fits 32 bits and orders the pairs
@@ -351,6 +310,88 @@ int16_t small_scan(const RlNearest *n, RlNearestCell list, uint8_t r, uint8_t g,
     if (n->wideScan) return wide_scan(n->pool + list.start, list.length, r, g, b);
 #endif
     return rl_nearest_scan(n->pool + list.start, list.length, r, g, b);
+}
+
+#ifdef TOLVA_NEAREST_WIDE
+// The test of whole_answer eight candidates at a time (tables of at most 256
+// entries): true when the entry `a` at w beats every candidate of the list
+// throughout the cell. A last group of four is read twice.
+__attribute__((target("avx2"))) bool wide_beats_all(const RlNearestCandidate *k, uint32_t length,
+                                                    int32_t a, const uint8_t *w, const int lo[3],
+                                                    int span) {
+    __m256i nearEnd[3], farEnd[3], at[3];
+    for (int c = 0; c < 3; ++c) {
+        at[c] = _mm256_set1_epi32(w[c]);
+        nearEnd[c] = _mm256_set1_epi32(2 * lo[c] - w[c]);
+        farEnd[c] = _mm256_set1_epi32(2 * (lo[c] + span) - w[c]);
+    }
+    const __m256i byte = _mm256_set1_epi32(0xFF);
+    const __m256i winner = _mm256_set1_epi32(a);
+    const __m256i zero = _mm256_setzero_si256();
+    for (uint32_t group = 0; group < length; group += 8) {
+        const auto *from = reinterpret_cast<const __m256i *>(k + group);
+        __m256i first = _mm256_loadu_si256(from);
+        __m256i second = length - group > 4 ? _mm256_loadu_si256(from + 1) : first;
+        __m256 f = _mm256_castsi256_ps(first), s = _mm256_castsi256_ps(second);
+        __m256i colour = _mm256_castps_si256(_mm256_shuffle_ps(f, s, _MM_SHUFFLE(3, 1, 3, 1)));
+        __m256i index = _mm256_srli_epi32(
+            _mm256_castps_si256(_mm256_shuffle_ps(f, s, _MM_SHUFFLE(2, 0, 2, 0))), 16);
+        __m256i largest = zero;
+        for (int c = 0; c < 3; ++c) {
+            __m256i o = _mm256_and_si256(_mm256_srli_epi32(colour, 8 * c), byte);
+            __m256i apart = _mm256_sub_epi32(o, at[c]);
+            __m256i low = _mm256_mullo_epi32(apart, _mm256_sub_epi32(nearEnd[c], o));
+            __m256i high = _mm256_mullo_epi32(apart, _mm256_sub_epi32(farEnd[c], o));
+            largest = _mm256_add_epi32(largest, _mm256_max_epi32(low, high));
+        }
+        __m256i loses = _mm256_or_si256(
+            _mm256_cmpgt_epi32(largest, zero),
+            _mm256_and_si256(_mm256_cmpeq_epi32(largest, zero), _mm256_cmpgt_epi32(winner, index)));
+        if (!_mm256_testz_si256(loses, loses)) return false;
+    }
+    return true;
+}
+#endif
+
+// The answer for every colour of a cell of colour queries (corner lo, each
+// side span + 1 wide) whose candidates are `list`, or -1 when its colours
+// have several answers. Only searches that keep answers (tables of at most
+// 256 entries) ask.
+//
+// The cell must hold no grey query: a pair of channels far enough apart at
+// its corner stays more than kRlGreyTolerance apart in every colour of the
+// cell. Then the answer at the corner, A, is the answer everywhere when A
+// beats every other candidate B throughout the cell: nearer, or as near with
+// the lower index. The difference of the squared distances to A and to B is
+// a sum of one linear term per channel, so its largest value over the cell
+// takes each channel at whichever end of its side makes that term largest.
+int32_t whole_answer(const RlNearest *n, RlNearestCell list, const int lo[3], int span) {
+    auto apart = [span](int a, int c) {
+        return a - c > span + kRlGreyTolerance || c - a > span + kRlGreyTolerance;
+    };
+    if (!(apart(lo[0], lo[1]) || apart(lo[1], lo[2]) || apart(lo[0], lo[2]))) return -1;
+    if (list.length == 0) return -1;
+    const RlNearestCandidate *k = n->pool + list.start;
+    int16_t a = small_scan(n, list, static_cast<uint8_t>(lo[0]), static_cast<uint8_t>(lo[1]),
+                           static_cast<uint8_t>(lo[2]));
+    const uint8_t *w = n->table + 3 * static_cast<size_t>(a);
+#ifdef TOLVA_NEAREST_WIDE
+    if (n->wideScan) return wide_beats_all(k, list.length, a, w, lo, span) ? a : -1;
+#endif
+    for (uint32_t i = 0; i < list.length; ++i) {
+        const RlNearestCandidate &other = k[i];
+        if (other.index == a) continue;
+        const int o[3] = {other.red, other.green, other.blue};
+        int largest = 0;
+        for (int c = 0; c < 3; ++c) {
+            // (x - w)^2 - (x - o)^2 = (o - w)(2x - w - o), at either end of the side.
+            int low = (o[c] - w[c]) * (2 * lo[c] - w[c] - o[c]);
+            int high = (o[c] - w[c]) * (2 * (lo[c] + span) - w[c] - o[c]);
+            largest += low > high ? low : high;
+        }
+        if (largest > 0 || (largest == 0 && other.index < a)) return -1;
+    }
+    return a;
 }
 
 // Makes room for one more block of a cell's own; false when there is none.
