@@ -47,6 +47,8 @@
 
 namespace {
 
+bool g_narrow = false;  // see rl_nearest_narrow
+
 // The pool starts with room for one candidate per this many questions, no
 // less than the first figure and no more than the second; it doubles as needed.
 constexpr int64_t kQuestionsPerCandidate = 32;
@@ -565,8 +567,8 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     if (!keep) return n->count <= 256 ? -1 : 0;
     n->cellBlock = reinterpret_cast<uint32_t *>(cache + cellBytes);
 #ifdef TOLVA_NEAREST_WIDE
-    n->wideScan = wide_scan_runs();
-    n->wideRows = wide_rows_run();
+    n->wideScan = !g_narrow && wide_scan_runs();
+    n->wideRows = !g_narrow && wide_rows_run();
 #endif
     n->coarse = cache + cellBytes + kRlNearestFineCells * sizeof(uint32_t);
     return 0;
@@ -616,6 +618,8 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     std::memcpy(n->blocks + block + 64, &known, sizeof known);
     return index;
 }
+
+void rl_nearest_narrow(bool narrow) { g_narrow = narrow; }
 
 void rl_nearest_close(RlNearest *n) {
     (void)rlFreeNewData(n->poolHandle);  // each handle is either freed or 0

@@ -121,6 +121,10 @@ struct RlNearest {
 int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNearestUse use,
                         int64_t questions = 0);
 void rl_nearest_close(RlNearest *n);
+// Test-only: searches opened while this is on take the plain roads even
+// where the processor has wider ones, so that both are checked on one
+// machine.
+void rl_nearest_narrow(bool narrow);
 // Builds what a query needs, then answers it (or scans linearly).
 int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 

@@ -142,19 +142,27 @@ TEST(Oracles, GeneratedPictures) {
     }
 }
 
+// Searches opened while one lives take the plain roads.
+struct Narrow {
+    explicit Narrow(bool on) { rl_nearest_narrow(on); }
+    ~Narrow() { rl_nearest_narrow(false); }
+};
+
 // Pictures large enough for the search to keep its answers by cell, mapped
-// from 24 and 32 bits: widths with a remainder past the sixteens mapped
-// together, a picture narrower than sixteen, colours along the grey diagonal
-// and on table entries (ties, the last index), tables on a coarse grid, the
-// rest in smooth patches
-// that cross many cells, some with one answer throughout and some mixed.
+// on the processor's widest roads and on the plain ones, from 24 and 32
+// bits: widths with a remainder past the sixteens mapped together, a picture
+// narrower than sixteen, colours along the grey diagonal and on table
+// entries (ties, the last index), tables on a coarse grid, the rest in
+// smooth patches that cross many cells, some with one answer throughout and
+// some mixed.
 TEST(Oracles, LargePicturesMappedOntoTables) {
     std::mt19937 rng(16);
     const int32_t widths[] = {160, 211, 7, 1000, 333};
-    for (int trial = 0; trial < 10; ++trial) {
+    for (int trial = 0; trial < 20; ++trial) {
+        Narrow plain(trial >= 10);
         int32_t w = widths[trial % 5], h = 20000 / w + 1;
         auto from = static_cast<int16_t>(trial % 4 == 3 ? 32 : 24);
-        auto count = static_cast<int16_t>(trial < 4 ? 256 : 1 + rng() % 256);
+        auto count = static_cast<int16_t>(trial % 10 < 4 ? 256 : 1 + rng() % 256);
         Values colours = awkward_table(rng, count);
         if (trial % 3 == 1) {
             for (uint32_t &c : colours) c &= 0xF0F0F0;  // a coarse grid: many equal distances
