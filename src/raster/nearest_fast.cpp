@@ -441,6 +441,12 @@ bool eight_wide_list(RlNearest *n, uint32_t grey, uint8_t r, uint8_t g, uint8_t 
         if (level == 0 && cell->start == 0) {
             int lo[3] = {r & ~31, g & ~31, b & ~31};
             if (!build_cell(n, parent, lo, 31, cell)) return false;
+            // Its parts at the next two levels, none built yet, are written
+            // before anything reads them: a page of fresh memory read first
+            // is entered twice, once to read and again to write.
+            uint32_t at = rl_nearest_position(r, g, b, 0);
+            std::memset(&n->cells[grey][kLevelStart[1] + 8 * at], 0, 8 * sizeof(RlNearestCell));
+            std::memset(&n->cells[grey][kLevelStart[2] + 64 * at], 0, 64 * sizeof(RlNearestCell));
         } else if (!cell_list(n, parent, r, g, b, level, cell)) {
             return false;
         }
@@ -601,8 +607,10 @@ int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b) {
     // list: a list of the 4-wide cell would be barely shorter (a few
     // candidates on photographs) and cost a build and room per cell. The
     // 8-wide cell's place follows from the key; once built, its whole line
-    // of cells above it is built too.
-    eight = n->cells[grey][kLevelStart[kRlNearestLevels - 2] + (key >> 9)];
+    // of cells above it is built too. Its 32-wide cell is looked at first,
+    // so that an 8-wide cell is never read before it is written (above).
+    if (n->cells[grey][key >> 15].start != 0)
+        eight = n->cells[grey][kLevelStart[kRlNearestLevels - 2] + (key >> 9)];
     if (eight.start == 0 && !eight_wide_list(n, grey, r, g, b, &eight))
         return rlNearestRGBIndex(r, g, b, n->table, static_cast<int16_t>(n->count));
     if (block == 0) {
