@@ -64,11 +64,16 @@ constexpr uint32_t kLevelStart[kRlNearestLevels] = {0, 512, 512 + 4096, 512 + 40
 constexpr uint32_t kCellCount = 512 + 4096 + 32768 + kRlNearestFineCells;
 constexpr uint32_t kCoarseCells = kRlNearestFineCells / 8;
 // Blocks of their own that a search starts with room for: one per this many
-// questions, at least the second figure. It doubles them as needed. Room
-// that is never used costs no memory, but growing costs a copy of all that
-// is used, so the first room is sized to cover a photograph's cells.
-constexpr int64_t kQuestionsPerBlock = 128;
+// questions, no fewer than the first figure and no more than the second. It
+// doubles them as needed. Room that is never used costs no fresh memory,
+// but growing costs a copy of all that is used (and, in a process that maps
+// many pictures, freed blocks that the allocator hands back to the system),
+// so the first room covers the cells of a photograph mapped or dithered at
+// 1080p; a search asked again later clears its whole first room, which
+// bounds it.
+constexpr int64_t kQuestionsPerBlock = 64;
 constexpr uint32_t kFewestOwnBlocks = 1024;
+constexpr uint32_t kMostFirstOwnBlocks = 32768;
 
 // Squared distances from a channel value to the nearest and the farthest
 // point of the interval [lo, lo + span].
@@ -547,7 +552,7 @@ int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNea
     if (n->count <= 256) {
         uint32_t blocks =
             kRlNearestSharedBlocks +
-            first_room(questions, kQuestionsPerBlock, kFewestOwnBlocks, kRlNearestFineCells);
+            first_room(questions, kQuestionsPerBlock, kFewestOwnBlocks, kMostFirstOwnBlocks);
         n->blockHandle = GlobalAlloc(TOLVA_GMEM_FLAGS, blocks * kRlNearestBlockBytes);
         n->blocks = static_cast<uint8_t *>(rlLockMemory(n->blockHandle));
         n->blocksSize = n->blocks != nullptr ? blocks : 0;
