@@ -69,8 +69,8 @@ constexpr uint32_t kCoarseCells = kRlNearestFineCells / 8;
 // but growing costs a copy of all that is used (and, in a process that maps
 // many pictures, freed blocks that the allocator hands back to the system),
 // so the first room covers the cells of a photograph mapped or dithered at
-// 1080p; a search asked again later clears its whole first room, which
-// bounds it.
+// 1080p. It has a bound because the allocator clears the whole of a block
+// it hands out again from freed memory.
 constexpr int64_t kQuestionsPerBlock = 64;
 constexpr uint32_t kFewestOwnBlocks = 1024;
 constexpr uint32_t kMostFirstOwnBlocks = 32768;
@@ -643,19 +643,20 @@ void rl_nearest_close(RlNearest *n) {
 
 void rl_nearest_map_row(RlNearest *n, const uint8_t *in, uint32_t step, int32_t width,
                         uint8_t *out) {
-    if (n->cellBlock == nullptr) {
-        for (int32_t x = 0; x < width; ++x, in += step)
-            out[x] = static_cast<uint8_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
-        return;
-    }
 #ifdef TOLVA_NEAREST_WIDE
-    if (step == 3 && n->wideRows) {
+    if (n->cellBlock != nullptr && step == 3 && n->wideRows) {
         uint32_t done = wide_map_row(n, in, static_cast<uint32_t>(width), out);
         in += 3 * done;
         out += done;
         width -= static_cast<int32_t>(done);
     }
 #endif
+    // (A search whose pool could not grow keeps no answers from then on.)
+    if (n->cellBlock == nullptr) {
+        for (int32_t x = 0; x < width; ++x, in += step)
+            out[x] = static_cast<uint8_t>(rl_nearest_find_slow(n, in[0], in[1], in[2]));
+        return;
+    }
     // rl_nearest_find with the tables held in locals: only a slow answer
     // can move the blocks.
     const uint32_t *cellBlock = n->cellBlock;
