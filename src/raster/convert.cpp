@@ -134,7 +134,7 @@ bool convert_rows(const Conversion &c) {
         // A whole picture asks a question per pixel; a few rows need no cells.
         int64_t pixels = static_cast<int64_t>(c.width) * c.rows;
         (void)rl_nearest_open(&near, c.table, c.count,  // falls back by itself
-                              pixels >= kManyPixels ? kRlNearestMany : kRlNearestFew);
+                              pixels >= kManyPixels ? kRlNearestMany : kRlNearestFew, pixels);
     }
     bool toIndices = searching && c.srcBits >= 24 && c.dstBits == 8;
     // Over the source itself, a row of indices ends where its own source row

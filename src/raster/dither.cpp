@@ -193,9 +193,9 @@ HGLOBAL dither_and_map(HGLOBAL work, int32_t width, int32_t height, int16_t dstB
     if (diffused) {
         // Pictures of some size earn the search's cells and caches.
         RlNearest search;
-        bool many = static_cast<int64_t>(width) * height >= 16384;
+        int64_t pixels = static_cast<int64_t>(width) * height;
         (void)rl_nearest_open(&search, t, count,  // falls back by itself
-                              many ? kRlNearestMany : kRlNearestFew);
+                              pixels >= 16384 ? kRlNearestMany : kRlNearestFew, pixels);
         if (direct) direct = direct_open(&map, width, height, dstBits, t, count, &search);
         int32_t outLine = rlBytesPerLine(width, dstBits);
         for (int32_t y = 0; y < height; ++y) {

@@ -79,12 +79,11 @@ struct RlNearestCandidate {
 // The answers of a search asked many questions are kept by 4-wide cell, in
 // blocks: the 64 colours' answers, each stored complemented so that memory
 // still zero reads as "not known yet", then a mask of the colours whose
-// answer is known (an answer of 255 is stored as 0 too), then the cell's
-// lists of colour and of grey candidates once looked up. Block 0 stands for
+// answer is known (an answer of 255 is stored as 0 too). Block 0 stands for
 // every cell not looked at yet and is never written; block a + 1 serves
 // every cell whose colours all have the answer a; a cell with several
 // answers gets a block of its own, filled colour by colour.
-constexpr uint32_t kRlNearestBlockBytes = 88;
+constexpr uint32_t kRlNearestBlockBytes = 72;
 constexpr uint32_t kRlNearestSharedBlocks = 257;
 constexpr uint32_t kRlNearestFineCells = 262144;
 
@@ -110,13 +109,22 @@ struct RlNearest {
     uint32_t blocksSize;
     uint32_t poolUsed;
     uint32_t poolSize;
+    bool wideScan;  // the kept answers' lists are scanned eight at a time
+    bool wideRows;  // rows of 3-byte colours are mapped sixteen at a time
 };
 
 // Prepares a search of the first `count` entries of `table` (which must
-// outlive it). 0, or -1 when memory was short: the search then answers
-// through a simpler road, so the answers stay right either way.
-int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNearestUse use);
+// outlive it). `questions`, when known, is about how many colours will be
+// asked (a picture's pixels), to size the search's first room. 0, or -1 when
+// memory was short: the search then answers through a simpler road, so the
+// answers stay right either way.
+int32_t rl_nearest_open(RlNearest *n, const uint8_t *table, int16_t count, RlNearestUse use,
+                        int64_t questions = 0);
 void rl_nearest_close(RlNearest *n);
+// Test-only: searches opened while this is on take the plain roads even
+// where the processor has wider ones, so that both are checked on one
+// machine.
+void rl_nearest_narrow(bool narrow);
 // Builds what a query needs, then answers it (or scans linearly).
 int16_t rl_nearest_find_slow(RlNearest *n, uint8_t r, uint8_t g, uint8_t b);
 

@@ -167,6 +167,52 @@ TEST(Oracles, GeneratedPictures) {
     }
 }
 
+// Searches opened while one lives take the plain roads.
+struct Narrow {
+    explicit Narrow(bool on) { rl_nearest_narrow(on); }
+    ~Narrow() { rl_nearest_narrow(false); }
+};
+
+// Pictures large enough for the search to keep its answers by cell, mapped
+// on the processor's widest roads and on the plain ones, from 24 and 32
+// bits: widths with a remainder past the sixteens mapped together, a picture
+// narrower than sixteen, colours along the grey diagonal and on table
+// entries (ties, the last index), tables on a coarse grid, the rest in
+// smooth patches that cross many cells, some with one answer throughout and
+// some mixed.
+TEST(Oracles, LargePicturesMappedOntoTables) {
+    std::mt19937 rng(16);
+    const int32_t widths[] = {160, 211, 7, 1000, 333};
+    for (int trial = 0; trial < 20; ++trial) {
+        Narrow plain(trial >= 10);
+        int32_t w = widths[trial % 5], h = 20000 / w + 1;
+        auto from = static_cast<int16_t>(trial % 4 == 3 ? 32 : 24);
+        auto count = static_cast<int16_t>(trial % 10 < 4 ? 256 : 1 + rng() % 256);
+        Values colours = awkward_table(rng, count);
+        if (trial % 3 == 1) {
+            for (uint32_t &c : colours) c &= 0xF0F0F0;  // a coarse grid: many equal distances
+        }
+        SCOPED_TRACE(testing::Message()
+                     << "trial " << trial << ", " << w << "x" << h << ", " << count << " entries");
+        Values pixels(static_cast<size_t>(w) * h);
+        uint32_t patch = rng() & 0xFFFFFF;
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            if (i % 97 == 0) patch = rng() & 0xFFFFFF;
+            uint32_t c = patch + static_cast<uint32_t>(i % 97) * 0x010201u;
+            if (rng() % 5 == 0) c = ((rng() & 255) * 0x010101u) ^ (rng() & 0x030303u);
+            if (rng() % 7 == 0) c = colours[rng() % colours.size()] ^ (rng() & 0x010101u);
+            pixels[i] = packed(c & 0xFFFFFF);
+        }
+        HGLOBAL bits = make_bitmap(pixels, w, h, from);
+        HGLOBAL table = make_table(colours);
+        HGLOBAL fast = rlConvertBitmapDepth(bits, w, h, from, 8, 0, table, count);
+        HGLOBAL slow = rasteroracle::convert(bits, w, h, from, 8, 0, table, count);
+        ASSERT_TRUE(block_bytes(fast) == block_bytes(slow));
+        if (from == 24) expect_same_over_source(bits, w, h, table, count, slow);
+        for (HGLOBAL x : {bits, table, fast, slow}) rlFreeNewData(x);
+    }
+}
+
 TEST(Oracles, Photograph) {
     int32_t w = 0, h = 0;
     HGLOBAL photo = load_test_photo(&w, &h);
