@@ -89,20 +89,12 @@ inline uint32_t lzw_table_probe(const LzwTable *table, uint32_t key, uint32_t *h
     }
 }
 
-// The code of the string prefix + pixel, or 0 when it is not in the table;
-// *where then says where it belongs.
-inline uint32_t lzw_table_find(const LzwTable *table, uint32_t prefix, uint32_t pixel,
-                               uint32_t *where) {
-    uint32_t h = lzw_home(prefix, pixel);
-    uint32_t key = lzw_key(prefix, pixel);
-    uint32_t code = table->slot[h];
-    if (code != 0) {
-        if (table->keyOf[code] == key) return code;
-        code = lzw_table_probe(table, key, &h);
-        if (code != 0) return code;
-    }
-    *where = h;
-    return 0;
+// The code of `key`, given what its home slot *h holds: that code when it
+// is key's, else what the search on from there finds; 0, with *h at the
+// empty slot where the key belongs, when the key is not in the table.
+inline uint32_t lzw_table_match(const LzwTable *table, uint32_t code, uint32_t key, uint32_t *h) {
+    if (code == 0 || table->keyOf[code] == key) return code;
+    return lzw_table_probe(table, key, h);
 }
 
 inline void lzw_table_add(LzwTable *table, uint32_t where, uint32_t key, uint32_t code) {

@@ -100,21 +100,20 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         // ends is a mispredicted branch, and what comes after it reaches the
         // processor in program order: so the next step's slot is read before
         // the new entry is stored and the code is packed, and read again in
-        // the rare case that the new entry took that very slot.
+        // the rare case that the new entry took that very slot, or after a
+        // reset.
         uint32_t c = pixels[1];
         uint32_t h = lzw_home(prefix, c);
         uint32_t code = table->slot[h];
         for (int32_t i = 1; i < finalIndex;) {
             uint32_t key = lzw_key(prefix, c);
+            code = lzw_table_match(table, code, key, &h);
             if (code != 0) {
-                if (table->keyOf[code] != key) code = lzw_table_probe(table, key, &h);
-                if (code != 0) {
-                    prefix = code;
-                    c = pixels[++i];
-                    h = lzw_home(prefix, c);
-                    code = table->slot[h];
-                    continue;
-                }
+                prefix = code;
+                c = pixels[++i];
+                h = lzw_home(prefix, c);
+                code = table->slot[h];
+                continue;
             }
             uint32_t c2 = pixels[++i];
             uint32_t h2 = lzw_home(c, c2);
@@ -144,11 +143,10 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         }
         reached = next;
 
-        // The last pixel: the segment ends here whether or not it extends the
-        // current string, and the table is not searched again.
-        c = pixels[finalIndex];
-        uint32_t where = 0;
-        code = lzw_table_find(table, prefix, c, &where);
+        // The last pixel (c, its home slot already read): the segment ends
+        // here whether or not it extends the current string, and the table
+        // is not searched again.
+        code = lzw_table_match(table, code, lzw_key(prefix, c), &h);
         // The string is counted as a new entry even when it was found, which
         // keeps the next free code where a decoder expects it.
         ++next;
