@@ -64,25 +64,24 @@ static int load_libtiff(void)
         void *slot;
         size_t size;
     } const symbols[] = {
-        {"TIFFOpenOptionsAlloc", &tiff_lib.optionsAlloc, sizeof tiff_lib.optionsAlloc},
-        {"TIFFOpenOptionsFree", &tiff_lib.optionsFree, sizeof tiff_lib.optionsFree},
-        {"TIFFOpenOptionsSetErrorHandlerExtR", &tiff_lib.optionsSetErrorHandler,
-         sizeof tiff_lib.optionsSetErrorHandler},
-        {"TIFFOpenOptionsSetWarningHandlerExtR", &tiff_lib.optionsSetWarningHandler,
-         sizeof tiff_lib.optionsSetWarningHandler},
-        {"TIFFClientOpenExt", &tiff_lib.clientOpen, sizeof tiff_lib.clientOpen},
-        {"TIFFClose", &tiff_lib.close, sizeof tiff_lib.close},
-        {"TIFFGetField", &tiff_lib.getField, sizeof tiff_lib.getField},
-        {"TIFFGetFieldDefaulted", &tiff_lib.getFieldDefaulted, sizeof tiff_lib.getFieldDefaulted},
-        {"TIFFSetField", &tiff_lib.setField, sizeof tiff_lib.setField},
-        {"TIFFIsTiled", &tiff_lib.isTiled, sizeof tiff_lib.isTiled},
-        {"TIFFRGBAImageOK", &tiff_lib.rgbaImageOK, sizeof tiff_lib.rgbaImageOK},
-        {"TIFFReadRGBAImageOriented", &tiff_lib.readRGBAImageOriented,
-         sizeof tiff_lib.readRGBAImageOriented},
-        {"TIFFReadScanline", &tiff_lib.readScanline, sizeof tiff_lib.readScanline},
-        {"TIFFScanlineSize", &tiff_lib.scanlineSize, sizeof tiff_lib.scanlineSize},
-        {"_TIFFmalloc", &tiff_lib.malloc, sizeof tiff_lib.malloc},
-        {"_TIFFfree", &tiff_lib.free, sizeof tiff_lib.free},
+#define TIFF_SYMBOL(name, field) {name, &tiff_lib.field, sizeof tiff_lib.field}
+        TIFF_SYMBOL("TIFFOpenOptionsAlloc", optionsAlloc),
+        TIFF_SYMBOL("TIFFOpenOptionsFree", optionsFree),
+        TIFF_SYMBOL("TIFFOpenOptionsSetErrorHandlerExtR", optionsSetErrorHandler),
+        TIFF_SYMBOL("TIFFOpenOptionsSetWarningHandlerExtR", optionsSetWarningHandler),
+        TIFF_SYMBOL("TIFFClientOpenExt", clientOpen),
+        TIFF_SYMBOL("TIFFClose", close),
+        TIFF_SYMBOL("TIFFGetField", getField),
+        TIFF_SYMBOL("TIFFGetFieldDefaulted", getFieldDefaulted),
+        TIFF_SYMBOL("TIFFSetField", setField),
+        TIFF_SYMBOL("TIFFIsTiled", isTiled),
+        TIFF_SYMBOL("TIFFRGBAImageOK", rgbaImageOK),
+        TIFF_SYMBOL("TIFFReadRGBAImageOriented", readRGBAImageOriented),
+        TIFF_SYMBOL("TIFFReadScanline", readScanline),
+        TIFF_SYMBOL("TIFFScanlineSize", scanlineSize),
+        TIFF_SYMBOL("_TIFFmalloc", malloc),
+        TIFF_SYMBOL("_TIFFfree", free),
+#undef TIFF_SYMBOL
     };
     for (size_t i = 0; i < sizeof symbols / sizeof symbols[0]; ++i) {
         void *address = dlsym(h, symbols[i].name);
