@@ -25,9 +25,8 @@ if [[ ! -f $build/build.ninja ]]; then
     -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DTOLVA_WERROR=ON \
     -DTOLVA_SANITIZE=ON -DTOLVA_FUZZ=ON
 fi
-# The list is written when the build is configured; any build step first
-# configures again if the build files changed.
-cmake --build "$build" --target fuzz_seeds >/dev/null
+# The list of targets is written when the build is configured.
+cmake -S . -B "$build" >/dev/null
 mapfile -t all < "$build/fuzz/fuzz_targets.txt"
 targets=("$@")
 [[ ${#targets[@]} -eq 0 ]] && targets=("${all[@]}")
