@@ -72,37 +72,28 @@ TEST(MedianBoxes, DownwardRunComparesWithTheEntryAbove) {
     EXPECT_EQ(find_median(b, &box), 0);  // two entries: always the first
 }
 
+// `rewrite` turns the block `before` into `after`; a zero handle is ignored.
+void expect_rewrite(void (*rewrite)(HGLOBAL, int32_t, int32_t), int32_t width, int32_t height,
+                    const Bytes &before, const Bytes &after) {
+    HGLOBAL h = bytes_block(before);
+    rewrite(h, width, height);
+    EXPECT_EQ(block_bytes(h), after) << width << "x" << height;
+    rlFreeNewData(h);
+    rewrite(0, width, height);
+}
+
+// RGB rows come out packed without padding; what lies past the pixels stays.
 TEST(ColourModel, CmykAlphaAndBackRewriteTheBlock) {
-    using Rewrite = void (*)(HGLOBAL, int32_t, int32_t);
-    // {rewrite, width, height, block before, block after}: RGB rows come out
-    // packed without padding; what lies past the pixels stays.
-    const std::tuple<Rewrite, int32_t, int32_t, Bytes, Bytes> cases[] = {
-        {rlCMYKtoRGB,
-         2,
-         2,
-         {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
-         {0, 0, 0, 0, 255, 255, 155, 55, 155, 251, 251, 251, 1, 2, 3, 4}},
-        {rlALPHAtoRGB,
-         1,
-         3,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
-         {1, 2, 3, 5, 6, 7, 9, 10, 11, 10, 11, 12}},
-        {rlRGB4toCMYK,
-         2,
-         1,
-         {0, 100, 255, 77, 10, 20, 30, 40, 1},
-         {255, 155, 0, 0, 245, 235, 225, 0, 1}},
-        {rlRGB4toCMYK, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4}},
-        // A block shorter than its size claims is rewritten only as far as it goes.
-        {rlRGB4toCMYK, 100, 100, {1, 2, 3, 4, 5, 5, 5, 5}, {254, 253, 252, 0, 250, 250, 250, 0}},
-    };
-    for (const auto &[rewrite, width, height, before, after] : cases) {
-        HGLOBAL h = bytes_block(before);
-        rewrite(h, width, height);
-        EXPECT_EQ(block_bytes(h), after) << width << "x" << height;
-        rlFreeNewData(h);
-        rewrite(0, width, height);  // a zero handle is ignored
-    }
+    expect_rewrite(rlCMYKtoRGB, 2, 2, {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
+                   {0, 0, 0, 0, 255, 255, 155, 55, 155, 251, 251, 251, 1, 2, 3, 4});
+    expect_rewrite(rlALPHAtoRGB, 1, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+                   {1, 2, 3, 5, 6, 7, 9, 10, 11, 10, 11, 12});
+    expect_rewrite(rlRGB4toCMYK, 2, 1, {0, 100, 255, 77, 10, 20, 30, 40, 1},
+                   {255, 155, 0, 0, 245, 235, 225, 0, 1});
+    expect_rewrite(rlRGB4toCMYK, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4});
+    // A block shorter than its size claims is rewritten only as far as it goes.
+    expect_rewrite(rlRGB4toCMYK, 100, 100, {1, 2, 3, 4, 5, 5, 5, 5},
+                   {254, 253, 252, 0, 250, 250, 250, 0});
 }
 
 // Conversions between every pair of depths are compared with the literal

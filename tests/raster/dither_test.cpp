@@ -71,14 +71,6 @@ TEST(DitherTables, ChosenByDepthOrGivenByTheCaller) {
         for (HGLOBAL h : {table, used, out, withGiven}) rlFreeNewData(h);
         if (kept != given) rlFreeNewData(kept);
     }
-    // At 1 bit a pixel is its index's low bit: mid grey 128 is entry 3 of the
-    // grey ramp and comes out set, 64 (entry 2) clear.
-    for (auto [grey, bits] : {std::pair{0x808080u, 0xF0}, std::pair{0x404040u, 0x00}}) {
-        HGLOBAL flat = make_bitmap(Values(8, packed(grey)), 4, 2, 24), table = 0;
-        HGLOBAL out = rlDitherBitmap(flat, 4, 2, 24, 1, 0, &table);
-        EXPECT_EQ(block_bytes(out)[0], bits) << grey;
-        for (HGLOBAL h : {flat, table, out}) rlFreeNewData(h);
-    }
     // An indexed source is copied to 24 bits without its table: every pixel
     // reads as black, entry 1 of this table.
     HGLOBAL indexed = make_bitmap(Values(8, 5), 4, 2, 8), light = bytes_block(Bytes(768, 200));

@@ -54,6 +54,7 @@ TEST(Scale, BadInput) {
 }
 
 TEST(Flip, PartnerIsOnePastTheMirrorAndStaysInsideTheBlock) {
+    const Bytes counted = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
     // {depth, width, height, horizontal, vertical, the whole block before, after}
     const std::tuple<int16_t, int32_t, int32_t, int16_t, int16_t, Bytes, Bytes> cases[] = {
         // Pixel 0 pairs with the padding byte at 3; pixel 2 stays.
@@ -68,13 +69,7 @@ TEST(Flip, PartnerIsOnePastTheMirrorAndStaysInsideTheBlock) {
         // last row lies past the block, read as 0 and not written.
         {8, 4, 2, 1, 0, {1, 2, 3, 4, 5, 6, 7, 8}, {5, 4, 3, 2, 0, 8, 7, 6}},
         // The partner of pixel 0 straddles the end of the block.
-        {24,
-         5,
-         1,
-         1,
-         0,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16},
-         {16, 0, 0, 13, 14, 15, 7, 8, 9, 10, 11, 12, 4, 5, 6, 1}},
+        {24, 5, 1, 1, 0, counted, {16, 0, 0, 13, 14, 15, 7, 8, 9, 10, 11, 12, 4, 5, 6, 1}},
         // Nothing to flip: more rows claimed than held, no pixels at 16 bits,
         // a negative width.
         {8, 3, 9, 1, 1, {1, 2, 3, 0}, {1, 2, 3, 0}},
