@@ -23,8 +23,10 @@ const std::string kColours =
     "; written by hand\n[Colors] ; the colours\nDepth = 8\nMode=fast\n\n; comment\n"
     "Say=\"say \"\"hi\"\"\"\nSemi=\"a;b\"\nShort=xy\nhex=0x10\nempty=\n\n";
 const std::string kKeys = "[S]\nA=1\nBB=2\nCCC=3\n[T]\nX=0\n[S]\nDD=4\n\n";
-// Lines are read in pieces of 256 characters.
-const std::string kLong = "[S]\nK=" + std::string(298, 'v') + "\n";
+// Lines are read in pieces of 256 characters; the piece "[X]" after the first
+// 256 characters of Pad ends the section.
+const std::string kLong =
+    "[S]\nK=" + std::string(298, 'v') + "\nPad=" + std::string(252, 'p') + "[X]\nAfter=1\n";
 const std::string kHuge(1000, 's');
 
 struct Lookup {
@@ -35,8 +37,8 @@ struct Lookup {
     int32_t count;
 };
 
-// Where sections end and which lines exist are also checked, against a plain
-// reader, by the profile write fuzz target; here are the buffer's rules.
+// Which lines exist and how keys compare are also checked, against a plain
+// reader, by the profile write fuzz target.
 const Lookup kLookups[] = {
     {kColours, "colors", "MODE", "dflt", 64, "fast\0"s, 4},
     // Keys are not trimmed around "=": "Depth " is the key, " 8" the value.
@@ -52,6 +54,11 @@ const Lookup kLookups[] = {
     {kKeys, "S", nullptr, "", 6, "A\0BB\0\0#"s, 8},
     {kKeys, "S", nullptr, "", 1, "\0#"s, 4},  // A overflows at 0, which becomes 1 before DD
     {kLong, "S", "K", "", 300, std::string(254, 'v') + '\0', 254},
+    {kLong, "S", "After", "", 64, "\0"s, 0},
+    // A repeat right behind the matching section is consumed as its end; a
+    // later one is found.
+    {"[S]\nA=1\n[S]\nB=2\n", "S", "B", "", 64, "\0"s, 0},
+    {"[S]\nA=1\n[T]\n[S]\nB=2\n\n", "S", "B", "", 64, "2\0"s, 1},
     {kLong, kHuge.c_str(), kHuge.c_str(), "d", 64, "d\0"s, 1},
     {"", "S", "k", "abcdefghij", 4, "abcd#", 10},  // the default is cut to the buffer
     {"[S]\nk=v\n", nullptr, "k", "d", 8, "#", 0},
@@ -118,10 +125,14 @@ TEST(ProfileFind, InitOpenLooksHereFirstAndProfileDirectoryInInidirFirst) {
 }
 
 // What a rewrite writes is checked against a model by the profile write fuzz
-// target; a new file without a name is its own path.
-TEST(ProfileWrite, WithoutANameANewZunIniWithLf) {
+// target; these are the rules its inputs do not reach.
+TEST(ProfileWrite, KeysCompareTrimmedAndAMissingOneGoesLastInItsSection) {
     ScratchDir dir;
-    EXPECT_EQ(WriteProfileString("S", "k", "v"), 1);
+    dir.put("w.ini", "[A]\nx = 1\n; end of A\n[B]\nk=1\n");
+    EXPECT_EQ(WritePrivateProfileString("A", "z", "3", "w.ini"), 1);
+    EXPECT_EQ(WritePrivateProfileString("A", "x", "9", "w.ini"), 1);
+    EXPECT_EQ(dir.get("w.ini"), "[A]\nx=9\n; end of A\nz=3\n[B]\nk=1\n");
+    EXPECT_EQ(WriteProfileString("S", "k", "v"), 1);  // no name: a new ZUN.INI, LF
     EXPECT_EQ(dir.get("ZUN.INI"), "\n[S]\nk=v\n");
 }
 

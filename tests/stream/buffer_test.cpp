@@ -73,8 +73,7 @@ TEST(Streams, RoundTripExactlyThroughAProcedureAndAWrappedFile) {
     }
 }
 
-// What reaches the disk when; the contents themselves are the fuzz target's.
-TEST(FileStream, FlushesOnlyWhenAFullBufferTakesAnotherByte) {
+TEST(FileStream, FlushesWhenAFullBufferTakesAnotherByteAndKeepsToTheEnd) {
     TempFile tmp;
     auto data = pattern(12289);
     HGLOBAL s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_OUTPUT);
@@ -84,6 +83,21 @@ TEST(FileStream, FlushesOnlyWhenAFullBufferTakesAnotherByte) {
     EXPECT_EQ(zunWrite(s, data.data() + 12288, 1), 1);
     EXPECT_EQ(tmp.contents().size(), 12288u);
     EXPECT_EQ(zunClose(s), 0);
+    EXPECT_EQ(tmp.contents(), data);
+    // Reading never seeks past the end; updating fills a gap with zeros.
+    s = zunOpen(tmp.c_str(), nullptr, 0);
+    EXPECT_EQ(zunSeek(s, 12289, 0), 12289);
+    EXPECT_EQ(zunSeek(s, 12290, 0), -1);
+    EXPECT_EQ(zunClose(s), 0);
+    s = zunOpen(tmp.c_str(), nullptr, TOLVA_STREAM_UPDATE);
+    EXPECT_EQ(read_at(s, 0, 12288), slice(data, 0, 12288));
+    EXPECT_EQ(zunWrite(s, "XY", 2), 2);  // lands after the whole window just read
+    EXPECT_EQ(zunSeek(s, 13000, 0), 13000);
+    EXPECT_EQ(zunWrite(s, "z", 1), 1);
+    EXPECT_EQ(zunClose(s), 0);
+    data.resize(13000, 0);
+    memcpy(data.data() + 12288, "XY", 2);
+    data.push_back('z');
     EXPECT_EQ(tmp.contents(), data);
 }
 
@@ -115,6 +129,12 @@ TEST(MemoryStream, GrowsByStepsAndAFailedSeekSticks) {
     EXPECT_EQ(GlobalSize(GlobalHandle(m.data)), 12288u);  // three steps of 4096
     EXPECT_EQ(zunSeek(s, 15000, 0), 15000);               // a seek past the block grows it
     EXPECT_EQ(GlobalSize(GlobalHandle(m.data)), 15000u + 4096u + 1u);
+    EXPECT_EQ(zunWrite(s, "q", 1), 1);
+    EXPECT_EQ(zunClose(s), 0);
+    // Reading drops the zero slack and the end mark; the size word says so.
+    s = m.reopen();
+    EXPECT_EQ(m.descriptor[1], 15001);
+    EXPECT_EQ(zunSeek(s, 15001, 0), -1);
     EXPECT_EQ(zunClose(s), 0);
 
     // The fresh block, full from the start, refuses the write after a failed

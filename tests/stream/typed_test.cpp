@@ -102,15 +102,35 @@ TEST(Records, PackedInTheFileAlignedAndZeroPaddedInMemory) {
                      0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0x34, 0x12, 0,    0,    0,    0}));
 }
 
-// Line reads, line ends written and detected are compared with a plain line
-// reader by the line fuzz target, which always sets the format first.
-TEST(LineIO, MemoryStreamsEndLinesWithLfUntilTold) {
+TEST(Records, UnknownCharactersAndWriterUnionsCountAsNoRecord) {
+    uint8_t rec[8] = {0x11, 0, 0, 0, 0x44, 0x33, 0x22, 0x11};
+    // The writer walks a union's alternatives as plain items.
+    EXPECT_EQ(written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "1C(1L|)", rec, 1), 0); }),
+              (Bytes{0x11, 0x44, 0x33, 0x22, 0x11}));
+    EXPECT_EQ(zunReadStruct(Source({1, 2, 3, 4}).s, "1C1X", rec, 1), 0);
+}
+
+// Line reads and line ends written are compared with a plain line reader by
+// the line fuzz target, which always sets the format first.
+TEST(LineIO, LfUntilToldAndATextsLineEndDetected) {
     Bytes out = written(0, 0, [](HGLOBAL s) {
         zunWriteLine(s, "a", 1);
         zunSetLineFormat(s, 1);
         zunWriteLine(s, "b", 1);
     });
     EXPECT_EQ(out, (Bytes{'a', 10, 'b', 13}));
+    struct Case {
+        const char *text;
+        int32_t format;
+    } cases[] = {
+        {"key=1\r\nx\n", 0}, {"key\rx\n", 1}, {"key\nx\r\n", 2}, {"no end", -1}, {"end\r", 1}};
+    for (const Case &c : cases) {
+        Source in(Bytes(c.text, c.text + strlen(c.text)));
+        char skip[2];
+        zunRead(in.s, skip, 2);
+        EXPECT_EQ(zunGetLineFormat(in.s), c.format) << c.text;
+        EXPECT_EQ(zunSeek(in.s, 0, 1), 0);  // rewound whatever was found
+    }
 }
 
 }  // namespace
