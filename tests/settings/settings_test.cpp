@@ -102,10 +102,11 @@ TEST_F(Setup, EscapeCodesCheckSizeAndRangeAndChangeNothingWhenRefused) {
     // code, size or mode selector, value (passed as int32_t to the codes that
     // take 4 bytes), result
     const std::tuple<int32_t, int32_t, double, int32_t> cases[] = {
-        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 100, -1}, {TOLVA_ESCAPE_COLOUR_CLASS, 8, 101, -1},
-        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 105, 1},  {TOLVA_ESCAPE_X_RESOLUTION, 4, 31, -1},
-        {TOLVA_ESCAPE_X_RESOLUTION, 4, 400, 1},  {TOLVA_ESCAPE_Y_RESOLUTION, 4, 32, 1},
-        {TOLVA_ESCAPE_WIDTH, 8, 22.000001, -1},  {TOLVA_ESCAPE_WIDTH, 8, NAN, -1},
+        {TOLVA_ESCAPE_COLOUR_CLASS, 4, 100, -1}, {TOLVA_ESCAPE_COLOUR_CLASS, 4, 106, -1},
+        {TOLVA_ESCAPE_COLOUR_CLASS, 8, 101, -1}, {TOLVA_ESCAPE_COLOUR_CLASS, 4, 105, 1},
+        {TOLVA_ESCAPE_X_RESOLUTION, 4, 31, -1},  {TOLVA_ESCAPE_X_RESOLUTION, 4, 400, 1},
+        {TOLVA_ESCAPE_Y_RESOLUTION, 4, 32, 1},   {TOLVA_ESCAPE_WIDTH, 8, 22.000001, -1},
+        {TOLVA_ESCAPE_WIDTH, 8, 0.0312, -1},     {TOLVA_ESCAPE_WIDTH, 8, NAN, -1},
         {TOLVA_ESCAPE_WIDTH, 4, 3.0, -1},        {TOLVA_ESCAPE_WIDTH, 8, 22.0, 1},
         {TOLVA_ESCAPE_HEIGHT, 8, 0.03125, 1},    {TOLVA_ESCAPE_RESOLUTION_MODE, 3, 0, 1},
         {TOLVA_ESCAPE_RESOLUTION_MODE, 4, 0, 1}, {TOLVA_ESCAPE_SIZE_MODE, 0, 0, 1},
