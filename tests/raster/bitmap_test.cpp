@@ -75,16 +75,15 @@ TEST(Debug, LevelsPrintProgressAndChangeNothing) {
               "Allocated 8" + memory + "(0,0): (0,1): \n" + done + "| ");
     EXPECT_EQ(block_bytes(a), block_bytes(b));
     // Dithering prints on standard output; its conversions, to 24 bits and
-    // then to the indices, on standard error. (Traced dithering against the
-    // literal loop: see the oracle tests.)
+    // then to the indices, on standard error. (The table it lists is checked
+    // in the dithering tests, traced dithering against the literal loop in the
+    // oracle tests.)
     HGLOBAL grey = make_bitmap(Values(6, packed(0x808080)), 3, 2, 24), table = 0, out = 0;
-    EXPECT_EQ(printed(1, [&] { out = rlDitherBitmap(grey, 3, 2, 24, 1, 0, &table); }),
+    std::string text = printed(1, [&] { out = rlDitherBitmap(grey, 3, 2, 24, 1, 0, &table); });
+    EXPECT_EQ(text.substr(0, text.find("color 1:")),
               "Allocated 24" + memory + rows + done + "Allocated 8" + memory + rows + done +
-                  "| Dithering to the following colortable:\n"
-                  "color 0: [0, 0, 0]\ncolor 1: [255, 255, 255]\ncolor 2: [64, 64, 64]\n"
-                  "color 3: [128, 128, 128]\ncolor 4: [160, 160, 160]\n"
-                  "color 5: [192, 192, 192]\ncolor 6: [208, 208, 208]\n"
-                  "color 7: [224, 224, 224]\nDithering...each(.) represents one scan line\n..\n");
+                  "| Dithering to the following colortable:\ncolor 0: [0, 0, 0]\n");
+    EXPECT_TRUE(text.ends_with("\nDithering...each(.) represents one scan line\n..\n"));
     for (HGLOBAL h : {two, a, b, grey, table, out}) rlFreeNewData(h);
 }
 
