@@ -1,9 +1,6 @@
-// The device handlers: opening and closing on each of the three outputs,
-// the settings and queries between the picture brackets, and cell arrays
-// collected into the picture bitmap between primitives -5 and -6.
-#include <unistd.h>
-
-#include <string>
+// The device handlers: the outputs when the host's Setup block or procedure
+// fails them, the settings and queries between the picture brackets, and
+// cell arrays collected into the picture bitmap between primitives -5 and -6.
 #include <tuple>
 
 #include "host_fixture.h"
@@ -12,22 +9,8 @@ namespace {
 
 using Device = DriverTest;
 
-TEST_F(Device, TheOutputIsAMemoryBlockOfTheHostOrANamedFileThatAStopDeletes) {
-    ASSERT_EQ(start(64, true), 0);
-    call(TOLVA_OP_OPEN_DEVICE);
-    zunWrite(lpEMData->outputStream, "abc", 3);
-    call(TOLVA_OP_CLOSE_DEVICE);
-    ASSERT_EQ(GlobalLock(settings->exportMemoryBlock), settings->exportMemoryData);
-    EXPECT_EQ(0, memcmp(settings->exportMemoryData, "abc\xff", 4)) << "the end marker follows";
-    char dir[] = "/tmp/tolva-driver-XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    strcpy(lpEMData->fileName, (std::string(dir) + "/out.gif").c_str());
-    call(TOLVA_OP_OPEN_DEVICE);
-    g_answers = {0, 0, 1, 1};  // the init report and the first close go on; then a stop
-    EXPECT_EQ(call(TOLVA_OP_CLOSE_DEVICE), 901);
-    EXPECT_EQ(lpEMData->deviceState, 1);
-    EXPECT_EQ(rmdir(dir), 0) << "the file is gone";
-}
+// The memory, file and host-procedure roads, and a stop at close, are run
+// whole by the pipeline's export tests.
 
 // A host may destroy its Setup block while the device still writes into a
 // memory block named by its fields, or before taking the finished block: the

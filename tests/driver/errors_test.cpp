@@ -1,6 +1,6 @@
 // The error stack and the reply buffer, as a host sees them: errors pushed
 // by the filter, popped and emptied through opcodes, read back as replies;
-// and the host's stop request, which becomes error 901.
+// the host's stop request, which becomes error 901; and opcode routing.
 #include "host_fixture.h"
 
 namespace {
@@ -72,6 +72,55 @@ TEST_F(ErrorStack, CapacityZeroKeepsTheLatestErrorAndAStopPushes901) {
     EXPECT_EQ(call(Op(TOLVA_OP_POP_ERRORS).i32(TOLVA_POP_WANTED, 5)), 0)
         << "the result word is zeroed before each call";
     EXPECT_EQ(lpEMData->replyPosition, 4u) << "nothing to pop: the count 0 alone";
+}
+
+// Opcode routing: the dispatch table's masks against every device state,
+// through getfunc, InquireSupport and the entry itself.
+
+// One row for each set of states a handler runs in: {opcode, the states, the
+// handler}; the other rows with a handler repeat one of these masks. Every
+// opcode without a handler, known to the table or not, runs d_noop.
+struct Row {
+    int32_t opcode, mask;
+    OpcodeHandler handler;
+};
+const Row kRows[] = {{TOLVA_OP_OPEN_DEVICE, 0x1, d_opdv},
+                     {TOLVA_OP_CLOSE_DEVICE, 0x7e, d_cldv},
+                     {TOLVA_OP_BEGIN_PICTURE, 0x12, d_begp},
+                     {TOLVA_OP_BEGIN_BODY, 0x4, d_begpb},
+                     {TOLVA_OP_END_PICTURE, 0x8, d_endp},
+                     {TOLVA_OP_DEVICE_WINDOW, 0x84, ds_dvwn},
+                     {TOLVA_OP_DEVICE_VIEWPORT, 0x4, ds_dvvp},
+                     {TOLVA_OP_QUERY_VIEWPORT, 0x7e, dq_dvvp},
+                     {0x303, 0x8088, ds_axc},
+                     {TOLVA_OP_CELL_ARRAY, 0x8008, d_ca},
+                     {TOLVA_OP_PRIMITIVE, 0x8128, d_gdp},
+                     {TOLVA_OP_POP_ERRORS, 0x7f, d_popes}};
+
+using Dispatch = DriverTest;
+
+// A refused opcode runs nothing through the entry: EMData stays byte for byte.
+TEST_F(Dispatch, EveryRowRunsExactlyInTheStatesOfItsMask) {
+    ASSERT_EQ(start(), 0);
+    for (int32_t state : {1, 2, 4, 8, 16, 32, 64, 128, 256, 0x8000, 0x7fff}) {
+        lpEMData->deviceState = state;
+        for (const Row &r : kRows) {
+            bool runs = (r.mask & state) != 0;
+            EXPECT_EQ(getfunc(r.opcode), runs ? r.handler : d_noop) << r.opcode << " in " << state;
+            // The support query looks at the low 16 bits only.
+            EXPECT_EQ(InquireSupport(r.opcode + 0x70000, 0), runs ? 2 : 0) << r.opcode;
+            if (runs) continue;
+            std::vector<uint8_t> before((uint8_t *)lpEMData, (uint8_t *)(lpEMData + 1));
+            EXPECT_EQ(call(Op(r.opcode).i32(4, 50).i32(16, 3).f64(24, 0.5)), 0);
+            EXPECT_EQ(0, memcmp(before.data(), lpEMData, sizeof(EMData))) << r.opcode << " ran";
+        }
+        // Rows without a handler, and opcodes with no row (all 32 bits count here).
+        for (int32_t unknown : {0x0, 0x7, 0x8, 0x10e, 0x402, 0x601, 0x600, 0xf01, 0xf04, 0x10f02})
+            EXPECT_EQ(getfunc(unknown), d_noop) << unknown;
+    }
+    GDPSupport[7] = 6;  // primitives ask the host's own table
+    EXPECT_EQ(InquireSupport(TOLVA_OP_PRIMITIVE, -7) + InqGDPSupport(-8) + InqGDPSupport(0), 6);
+    GDPSupport[7] = 0;
 }
 
 }  // namespace

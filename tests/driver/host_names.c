@@ -1,8 +1,8 @@
-/* A host with functions of its own named split, escape, strupr and
- * LoadString, as graphics applications often have: it must compile against
- * the host's header, link with the library, and the library must keep
- * calling its own functions of those names (CreateSetup upper-cases the
- * module name with strupr and finds its profile keys with LoadString). */
+// A host with functions of its own named split, escape, strupr and
+// LoadString, as graphics applications often have: it must compile against
+// the host's header, link with the library, and the library must keep
+// calling its own functions of those names (CreateSetup upper-cases the
+// module name with strupr and finds its profile keys with LoadString).
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

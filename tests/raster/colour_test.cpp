@@ -1,5 +1,5 @@
 // Colour reduction by median cut, depth conversion, the choice of road in
-// rlChangeColorResolution, and the colour-model rewrites.
+// rlChangeColorResolution, the colour-model rewrites, and dithering.
 #include <algorithm>
 #include <tuple>
 
@@ -72,69 +72,41 @@ TEST(MedianBoxes, DownwardRunComparesWithTheEntryAbove) {
     EXPECT_EQ(find_median(b, &box), 0);  // two entries: always the first
 }
 
-TEST(ColourModel, CmykAlphaAndBackRewriteTheBlock) {
-    using Rewrite = void (*)(HGLOBAL, int32_t, int32_t);
-    // {rewrite, width, height, block before, block after}: RGB rows come out
-    // packed without padding; what lies past the pixels stays.
-    const std::tuple<Rewrite, int32_t, int32_t, Bytes, Bytes> cases[] = {
-        {rlCMYKtoRGB,
-         2,
-         2,
-         {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
-         {0, 0, 0, 0, 255, 255, 155, 55, 155, 251, 251, 251, 1, 2, 3, 4}},
-        {rlALPHAtoRGB,
-         1,
-         3,
-         {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
-         {1, 2, 3, 5, 6, 7, 9, 10, 11, 10, 11, 12}},
-        {rlRGB4toCMYK,
-         2,
-         1,
-         {0, 100, 255, 77, 10, 20, 30, 40, 1},
-         {255, 155, 0, 0, 245, 235, 225, 0, 1}},
-        {rlRGB4toCMYK, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4}},
-        // A block shorter than its size claims is rewritten only as far as it goes.
-        {rlRGB4toCMYK, 100, 100, {1, 2, 3, 4, 5, 5, 5, 5}, {254, 253, 252, 0, 250, 250, 250, 0}},
-    };
-    for (const auto &[rewrite, width, height, before, after] : cases) {
-        HGLOBAL h = bytes_block(before);
-        rewrite(h, width, height);
-        EXPECT_EQ(block_bytes(h), after) << width << "x" << height;
-        rlFreeNewData(h);
-        rewrite(0, width, height);  // a zero handle is ignored
-    }
+// `rewrite` turns the block `before` into `after`; a zero handle is ignored.
+void expect_rewrite(void (*rewrite)(HGLOBAL, int32_t, int32_t), int32_t width, int32_t height,
+                    const Bytes &before, const Bytes &after) {
+    HGLOBAL h = bytes_block(before);
+    rewrite(h, width, height);
+    EXPECT_EQ(block_bytes(h), after) << width << "x" << height;
+    rlFreeNewData(h);
+    rewrite(0, width, height);
 }
 
-TEST(DepthConversion, EveryPixelGoesThroughTheColourMap) {
-    // (A table shorter than its depth holds: the entries it lacks read as black.)
-    HGLOBAL table16 = make_table({0, 0xFF0000, 0x00FF00, 0x808080, 0x0000FE});
-    HGLOBAL nibbles = make_bitmap({1, 2, 3, 4}, 2, 2, 4);
-    HGLOBAL table5 = make_table({0x00FF00, 0x000000, 0xFF0000, 0xFFFFFF, 0x0000FF});
+// RGB rows come out packed without padding; what lies past the pixels stays.
+TEST(ColourModel, CmykAlphaAndBackRewriteTheBlock) {
+    expect_rewrite(rlCMYKtoRGB, 2, 2, {0, 0, 0, 255, 255, 0, 0, 0, 10, 200, 30, 100, 1, 2, 3, 4},
+                   {0, 0, 0, 0, 255, 255, 155, 55, 155, 251, 251, 251, 1, 2, 3, 4});
+    expect_rewrite(rlALPHAtoRGB, 1, 3, {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12},
+                   {1, 2, 3, 5, 6, 7, 9, 10, 11, 10, 11, 12});
+    expect_rewrite(rlRGB4toCMYK, 2, 1, {0, 100, 255, 77, 10, 20, 30, 40, 1},
+                   {255, 155, 0, 0, 245, 235, 225, 0, 1});
+    expect_rewrite(rlRGB4toCMYK, 2, 0, {1, 2, 3, 4}, {1, 2, 3, 4});
+    // A block shorter than its size claims is rewritten only as far as it goes.
+    expect_rewrite(rlRGB4toCMYK, 100, 100, {1, 2, 3, 4, 5, 5, 5, 5},
+                   {254, 253, 252, 0, 250, 250, 250, 0});
+}
+
+// Conversions between every pair of depths are compared with the literal
+// conversion by the oracle tests; these are the inputs it does not make.
+TEST(DepthConversion, ShortTablesUnknownDepthsAndMissingBlocks) {
     HGLOBAL table4 = make_table({0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF});
     HGLOBAL table2 = make_table({0x00FF00, 0xFF0000}), bytes = make_bitmap({1, 2, 3, 0}, 2, 2, 8);
-    HGLOBAL zunl = bytes_block(Bytes(ZUNLColorTable, ZUNLColorTable + 768));
-    HGLOBAL indices = make_bitmap({0, 1, 2, 255}, 4, 1, 8);
     // {bitmap, width, height, from, to, source table, destination table, count,
     // the pixels of the first rows}
     const std::tuple<HGLOBAL, int32_t, int32_t, int16_t, int16_t, HGLOBAL, HGLOBAL, int16_t, Values>
         cases[] = {
-            {nibbles, 2, 2, 4, 24, table16, 0, 0, {0xFF000000, 0x00FF0000, 0x80808000, 0x0000FE00}},
-            // At 32 bits the map holds indices (only 24 bits get colours), so the
-            // pixels carry the index in their fourth byte.
-            {nibbles, 2, 2, 4, 32, table16, 0, 0, {1, 2, 3, 4}},
-            {nibbles, 2, 2, 4, 8, table16, table5, 5, {2, 0, 3, 4}},
-            // Same depth without a destination table: the default palette's
-            // entries 0 and 1 are both black, so 1 becomes 0.
-            {indices, 4, 1, 8, 8, zunl, 0, 0, {0, 0, 2, 255}},
-            {bytes,
-             2,
-             2,
-             2,
-             8,
-             table4,
-             table2,
-             2,
-             {1, 1, 1, 1}},                                // an unknown depth reads 0: map[0]
+            // An unknown depth reads 0: map[0].
+            {bytes, 2, 2, 2, 8, table4, table2, 2, {1, 1, 1, 1}},
             {0, 2, 2, 24, 8, 0, table4, 4, {0, 0, 0, 0}},  // no bitmap: left zeroed
             {bytes, 2, 2, 8, 4, 0, 0, 0, {0, 0, 0, 0}},    // no tables: the map stays zeroed
             // A 4-entry table used as an 8-bit one: the missing entries read as black.
@@ -143,7 +115,6 @@ TEST(DepthConversion, EveryPixelGoesThroughTheColourMap) {
             {bytes, 2, 9, 8, 8, table4, 0, 0, {1, 2, 3, 0, 0, 0}},   // rows the block lacks: zero
             // Unknown destination depths: allocated, never written.
             {bytes, 2, 2, 8, 0, table4, table4, 4, {}},
-            {bytes, 2, 2, 8, 2, table4, table4, 4, {}},
             {bytes, 2, 2, 8, 16, table4, table4, 4, {}},
         };
     for (const auto &[bits, w, h, from, to, srcTable, dstTable, count, pixels] : cases) {
@@ -154,33 +125,14 @@ TEST(DepthConversion, EveryPixelGoesThroughTheColourMap) {
         EXPECT_TRUE(!pixels.empty() || block_bytes(out) == Bytes(GlobalSize(out), 0)) << to;
         rlFreeNewData(out);
     }
-    for (HGLOBAL h : {table16, nibbles, table5, table4, table2, bytes, zunl, indices})
-        rlFreeNewData(h);
+    for (HGLOBAL h : {table4, table2, bytes}) rlFreeNewData(h);
 }
 
-TEST(ChangeResolution, ReducesDithersOrConverts) {
+TEST(ChangeResolution, BelowEightBitsDithers) {
     std::mt19937 rng(17);
     const int32_t w = 37, h = 23;
-    // Up to 255 colours whose channels are 0 or c * 8 + 7 are exactly what the
-    // reduction emits, so 24 -> 8 -> 24 gives the picture back. (At 256 the
-    // reduction no longer lists the colours but cuts boxes.)
-    auto channel = [](uint32_t v) { return v % 32 == 0 ? 0 : v % 32 * 8 + 7; };
-    for (uint32_t n : {1u, 2u, 17u, 255u}) {
-        Values pixels(w * h);
-        for (uint32_t k = 0; k < pixels.size(); ++k) {
-            uint32_t i = k < n ? k : static_cast<uint32_t>(rng() % n);  // each colour at least once
-            pixels[k] = packed(channel(i) << 16 | channel(i >> 5) << 8 | channel(i * 7 + 3));
-        }
-        HGLOBAL bits = make_bitmap(pixels, w, h, 24), table = 0;
-        HGLOBAL eight = rlChangeColorResolution(bits, w, h, 24, 8, &table), reduced = table;
-        HGLOBAL back = rlChangeColorResolution(eight, w, h, 8, 24, &table);
-        EXPECT_EQ(block_bytes(back), block_bytes(bits)) << n;  // padding included
-        Values indices = read_bitmap(eight, w, h, 8);
-        EXPECT_LT(*std::max_element(indices.begin(), indices.end()), n);
-        EXPECT_EQ(table, 0u);  // going up makes no table; the one passed in is not freed
-        for (HGLOBAL hd : {bits, eight, reduced, back}) rlFreeNewData(hd);
-    }
-    // Below 8 bits the road is dithering: median cut to 2^n - 8 colours plus 8
+    // (24 -> 8 is compared with the literal road by the oracle tests.) Below
+    // 8 bits the road is dithering: median cut to 2^n - 8 colours plus 8
     // fixed ones, the grey table at 1 bit, or the source table reduced first.
     HGLOBAL photo = random_bits(rng, w, h, 24), grey8 = make_bitmap(Values(w * h, 7), w, h, 8);
     HGLOBAL palette = bytes_block(Bytes(ZUNLColorTable, ZUNLColorTable + 768));
@@ -205,6 +157,95 @@ TEST(ChangeResolution, ReducesDithersOrConverts) {
     }
     EXPECT_EQ(GlobalSize(palette), 768u);  // the source table is the caller's, still there
     for (HGLOBAL hd : {photo, grey8, palette}) rlFreeNewData(hd);
+}
+
+// Dithering: the row filter's modes, rows left alone, and the tables each
+// depth gets.
+
+Bytes greys(std::initializer_list<uint8_t> values) {
+    Bytes p;
+    for (uint8_t v : values) p.insert(p.end(), {v, v, v});
+    return p;
+}
+
+TEST(RevRgb, Modes) {
+    const Bytes row = {0, 10, 20, 100, 110, 105, 10, 20, 30, 250, 245, 255};
+    const std::tuple<int32_t, int32_t, Bytes> cases[] = {
+        // {mode, width, row after}
+        {1, 4, {255, 245, 235, 155, 145, 150, 245, 235, 225, 5, 10, 0}},
+        // Mode 2 inverts near greys only, every pair within 10: (0, 10, 20) fails red-blue.
+        {2, 4, {0, 10, 20, 155, 145, 150, 10, 20, 30, 5, 10, 0}},
+        // (3r + 6g + b) / 10, then that inverted.
+        {3, 4, {8, 8, 8, 106, 106, 106, 18, 18, 18, 247, 247, 247}},
+        {4, 4, {247, 247, 247, 149, 149, 149, 237, 237, 237, 8, 8, 8}},
+        {0, 4, row},
+        {1, 0, row},
+        {1, -4, row},
+    };
+    for (const auto &[mode, width, expected] : cases) {
+        Bytes r = row;
+        rev_rgb(width, r.data(), mode);
+        EXPECT_EQ(r, expected) << mode << " " << width;
+    }
+}
+
+// The error formulas, clamps and the last pixel's choice are compared with the
+// literal loop by the oracle tests; here only the calls that do nothing.
+TEST(DitherLine, NothingToDitherLeavesTheRowAlone) {
+    const Bytes bw = greys({0, 255});
+    Bytes keep = greys({1, 2, 3});  // no table, no entries, no width: untouched
+    _rlDitherOneLine(keep.data(), nullptr, nullptr, 3, 2);
+    _rlDitherOneLine(keep.data(), nullptr, bw.data(), 3, 0);
+    _rlDitherOneLine(keep.data(), nullptr, bw.data(), 0, 2);
+    EXPECT_EQ(keep, greys({1, 2, 3}));
+}
+
+TEST(DitherTables, ChosenByDepthOrGivenByTheCaller) {
+    // Four colours: at 4 bits the table is their reduction (in key order, each
+    // 5-bit channel c written as c * 8 | 7), the 8 fixed colours, then black.
+    HGLOBAL src = make_bitmap(
+        {packed(0xFF0000), packed(0x008000), packed(0x000040), packed(0x808080)}, 2, 2, 24);
+    Bytes four = {0, 0, 71, 0, 135, 0, 135, 135, 135, 255, 0, 0};
+    four.insert(four.end(), must_have_colors, must_have_colors + 24);
+    four.resize(48, 0);
+    // A caller's table: rlDitherBitmap takes it at any depth (2^depth
+    // entries), rlDitherGetCT only below 3 entries, so at 1 bit.
+    HGLOBAL given = bytes_block(Bytes(48, 7));
+    for (int16_t depth : {1, 4}) {
+        HGLOBAL table = 0, used = 0, kept = given, taken = given;
+        int16_t count = 0, keptCount = 0;
+        EXPECT_EQ(rlDitherGetCT(src, 2, 2, 24, depth, 0, &table, &count), 0);
+        EXPECT_EQ(count, depth == 1 ? 8 : 16);
+        EXPECT_EQ(block_bytes(table), depth == 1 ? Bytes(MonoTable, MonoTable + 24) : four);
+        HGLOBAL out = rlDitherBitmap(src, 2, 2, 24, depth, 0, &used);
+        EXPECT_EQ(block_bytes(used), block_bytes(table));  // the same choice
+        rlDitherGetCT(src, 2, 2, 24, depth, 0, &kept, &keptCount);
+        EXPECT_EQ(kept == given, depth == 1);
+        EXPECT_EQ(keptCount, depth == 1 ? 2 : 16);
+        HGLOBAL withGiven = rlDitherBitmap(src, 2, 2, 24, depth, 0, &taken);
+        EXPECT_EQ(taken, given);
+        for (HGLOBAL h : {table, used, out, withGiven}) rlFreeNewData(h);
+        if (kept != given) rlFreeNewData(kept);
+    }
+    // An indexed source is copied to 24 bits without its table: every pixel
+    // reads as black, entry 1 of this table.
+    HGLOBAL indexed = make_bitmap(Values(8, 5), 4, 2, 8), light = bytes_block(Bytes(768, 200));
+    HGLOBAL whiteBlack = make_table({0xFFFFFF, 0x000000});
+    HGLOBAL mono = rlDitherGivenCT(indexed, 4, 2, 8, 1, light, whiteBlack, 2);
+    EXPECT_EQ(block_bytes(mono)[0], 0xF0);
+    for (HGLOBAL h : {src, given, indexed, light, whiteBlack, mono}) rlFreeNewData(h);
+}
+
+TEST(DitherTables, BadInput) {
+    HGLOBAL table = 0, out = rlDitherBitmap(0, 5, 5, 24, 4, 0, &table);  // no source: all black
+    EXPECT_EQ(block_bytes(out), Bytes(GlobalSize(out), 0));
+    HGLOBAL picture = make_bitmap(Values(6, packed(0x123456)), 3, 2, 24);
+    for (int16_t depth : {0, 2, 3, 16, -1}) {  // no pixels at these depths
+        HGLOBAL t = 0, o = rlDitherBitmap(picture, 3, 2, 24, depth, 0, nullptr);
+        for (HGLOBAL h : {o, rlDitherBitmap(picture, 3, 2, 24, depth, 0, &t), t}) rlFreeNewData(h);
+    }
+    HGLOBAL untouched = rlDitherGivenCT(picture, 3, 2, 24, 4, 0, 0, 16);  // no table
+    for (HGLOBAL h : {out, table, picture, untouched}) rlFreeNewData(h);
 }
 
 }  // namespace

@@ -1,18 +1,13 @@
-// Typed arrays, format-driven records and text lines: byte orders, the
-// fixed-point and double quirks, alignment, unions, the record count, and
-// every line end.
+// Typed arrays, format-driven records and text lines: the writers' byte
+// orders and quirks, alignment and the padding the reader zeroes, unions, and
+// the default line end.
 #include <gtest/gtest.h>
 
 #include <string.h>
 
-#include <string>
-#include <tuple>
-
 #include "stream_fixture.h"
 
 namespace {
-
-Bytes text(const char *s) { return Bytes(s, s + strlen(s)); }
 
 // What `write` puts into a memory stream set to the given byte and float formats.
 template <typename Write>
@@ -43,38 +38,23 @@ Bytes read_struct(const Bytes &file, const char *format, int32_t records, size_t
     return mem;
 }
 
-TEST(TypedIO, ByteOrdersAndTheFloatQuirks) {
+// The fixed-point writer puts the fraction first and each half most
+// significant byte first in either order, and big-endian doubles go out as
+// their two halves swapped. (Reads are checked against a model by the struct
+// fuzz target, which leaves the fixed-point writer's rounding out.)
+TEST(TypedIO, WritersInBothByteOrders) {
     const uint16_t word = 0x1234;
-    const uint32_t longword = 0x01020304u;
     const float fixed = -2.25f;
     const double value = 1.0000000000000002;  // 3F F0 00 00 00 00 00 01
-    // The fixed-point writer puts the fraction first and each half most
-    // significant byte first in either order, and big-endian doubles go out
-    // as their two halves swapped: neither is what the readers take back.
     for (int16_t order : {0, 1}) {
         Bytes out = written(order, 1, [&](HGLOBAL s) {
             zunWriteShort(s, &word, 1);
-            zunWriteLong(s, &longword, 1);
             zunWriteFloat(s, &fixed, 1);
             zunWriteDouble(s, &value, 1);
         });
-        EXPECT_EQ(out, (order ? Bytes{0x12, 0x34, 1, 2, 3, 4, 0xC0, 0, 0xFF, 0xFE, 0, 0, 0, 1, 0, 0,
-                                      0xF0, 0x3F}
-                              : Bytes{0x34, 0x12, 4, 3, 2, 1, 0xC0, 0, 0xFF, 0xFE, 1, 0, 0, 0, 0, 0,
-                                      0xF0, 0x3F}));
-        Source in(order
-                      ? Bytes{0x12, 0x34, 1, 2, 3, 4, 0, 1, 0x80, 0, 0x3F, 0xF0, 0, 0, 0, 0, 0, 1}
-                      : Bytes{0x34, 0x12, 4, 3, 2, 1, 0, 0x80, 1, 0, 1, 0, 0, 0, 0, 0, 0xF0, 0x3F},
-                  order, 1);
-        uint16_t w = 0;
-        uint32_t l = 0;
-        float f = 0;
-        double d = 0;
-        EXPECT_EQ(zunReadShort(in.s, &w, 1), 1);
-        zunReadLong(in.s, &l, 1);
-        zunReadFloat(in.s, &f, 1);
-        zunReadDouble(in.s, &d, 1);
-        EXPECT_EQ(std::tuple(w, l, f, d), std::tuple(word, longword, 1.5f, value));
+        EXPECT_EQ(out,
+                  (order ? Bytes{0x12, 0x34, 0xC0, 0, 0xFF, 0xFE, 0, 0, 0, 1, 0, 0, 0xF0, 0x3F}
+                         : Bytes{0x34, 0x12, 0xC0, 0, 0xFF, 0xFE, 1, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
     }
     uint32_t v[3] = {};
     EXPECT_EQ(zunReadLong(Source({1, 0, 0, 0, 2, 0, 0, 0, 3, 0, 0}, 1).s, v, 3), 0);
@@ -124,60 +104,28 @@ TEST(Records, PackedInTheFileAlignedAndZeroPaddedInMemory) {
 
 TEST(Records, UnknownCharactersAndWriterUnionsCountAsNoRecord) {
     uint8_t rec[8] = {0x11, 0, 0, 0, 0x44, 0x33, 0x22, 0x11};
+    // The writer walks a union's alternatives as plain items.
     EXPECT_EQ(written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "1C(1L|)", rec, 1), 0); }),
               (Bytes{0x11, 0x44, 0x33, 0x22, 0x11}));
-    // The writer lays the alternatives one after another, as if the format
-    // had no union: (1S|1D|) reads bytes 0..1 and 8..15 of 16-byte records,
-    // and nothing past the two records (a heap block of exactly 32 bytes).
-    auto *two = new uint8_t[32];
-    for (int i = 0; i < 32; ++i) two[i] = static_cast<uint8_t>(i);
-    EXPECT_EQ(
-        written(0, 0, [&](HGLOBAL s) { EXPECT_EQ(zunWriteStruct(s, "(1S|1D|)", two, 2), 0); }),
-        (Bytes{0, 1, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 24, 25, 26, 27, 28, 29, 30, 31}));
-    delete[] two;
-    Source src({1, 2, 3, 4});
-    EXPECT_EQ(zunReadStruct(src.s, "1C1X", rec, 1), 0);
-    EXPECT_EQ(zunReadStruct(src.s, "1c", rec, 3), 3);  // lower case matches too
-    EXPECT_EQ(zunReadStruct(src.s, "1C", rec, 1), 0);  // the data is used up
+    EXPECT_EQ(zunReadStruct(Source({1, 2, 3, 4}).s, "1C1X", rec, 1), 0);
 }
 
-TEST(LineIO, ReadsAnyLineEndAndSplitsLongLines) {
-    char line[8];
-    auto next = [&](HGLOBAL s, int32_t size) {
-        memset(line, '#', sizeof line);
-        return zunReadLine(s, line, size);
-    };
-    Source in(text("ab\r\ncd\ref\n\nabcdef\nxyz")), cr(text("q\r"));
-    for (const char *want : {"ab", "cd", "ef", ""}) {
-        EXPECT_EQ(next(in.s, 8), static_cast<int32_t>(strlen(want)));
-        EXPECT_STREQ(line, want);
-    }
-    EXPECT_EQ(next(in.s, 4), 4);
-    EXPECT_EQ(std::string(line, 5), "abcd#");  // a full buffer gets no terminator
-    EXPECT_EQ(next(in.s, 4), 2);
-    EXPECT_STREQ(line, "ef");
-    EXPECT_EQ(next(in.s, 8), -1);  // no line end after the last line
-    EXPECT_STREQ(line, "xyz");
-    EXPECT_EQ(next(cr.s, 8), -1);  // nor when a CR is the last byte
-    EXPECT_STREQ(line, "q");
-}
-
-TEST(LineIO, WritesTheStreamsLineEndAndDetectsATextsOne) {
+// Line reads and line ends written are compared with a plain line reader by
+// the line fuzz target, which always sets the format first.
+TEST(LineIO, LfUntilToldAndATextsLineEndDetected) {
     Bytes out = written(0, 0, [](HGLOBAL s) {
-        zunWriteLine(s, "a", 1);  // LF by default
+        zunWriteLine(s, "a", 1);
         zunSetLineFormat(s, 1);
-        zunWriteLine(s, "bc", 2);
-        zunSetLineFormat(s, 0);
-        EXPECT_EQ(zunWriteLine(s, "d", 1), 1);
+        zunWriteLine(s, "b", 1);
     });
-    EXPECT_EQ(out, (Bytes{'a', 10, 'b', 'c', 13, 'd', 13, 10}));
+    EXPECT_EQ(out, (Bytes{'a', 10, 'b', 13}));
     struct Case {
         const char *text;
         int32_t format;
     } cases[] = {
         {"key=1\r\nx\n", 0}, {"key\rx\n", 1}, {"key\nx\r\n", 2}, {"no end", -1}, {"end\r", 1}};
     for (const Case &c : cases) {
-        Source in(text(c.text));
+        Source in(Bytes(c.text, c.text + strlen(c.text)));
         char skip[2];
         zunRead(in.s, skip, 2);
         EXPECT_EQ(zunGetLineFormat(in.s), c.format) << c.text;
