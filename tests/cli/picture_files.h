@@ -1,6 +1,6 @@
 // Picture files of every format the command reads, made with each format's
-// own library, for the command's tests and the reader's fuzz seeds. Samples
-// are given top row first, `channels` per pixel, each 0..maxval.
+// own library. Samples are given top row first, `channels` per pixel, each
+// 0..maxval.
 #ifndef TOLVA_TESTS_PICTURE_FILES_H
 #define TOLVA_TESTS_PICTURE_FILES_H
 
@@ -185,10 +185,9 @@ inline Bytes Webp(const Raster &r) {
     return out;
 }
 
-// 8 or 16 bits a sample; photometric MINISBLACK, RGB or PALETTE (with a
-// 16-bit colour map given as 8-bit entries).
-inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palette = {},
-                  bool unassociatedAlpha = false, int orientation = 1) {
+// 8 or 16 bits a sample; photometric MINISBLACK or RGB.
+inline Bytes Tiff(const Raster &r, int bits, int photometric, bool unassociatedAlpha = false,
+                  int orientation = 1) {
     char path[] = "/tmp/tolva-tiff-XXXXXX";
     int fd = mkstemp(path);
     if (fd < 0) return {};
@@ -206,15 +205,6 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
     if (unassociatedAlpha) {
         uint16_t extra = EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(t, TIFFTAG_EXTRASAMPLES, uint16_t(1), &extra);
-    }
-    std::vector<uint16_t> map[3];
-    if (photometric == PHOTOMETRIC_PALETTE) {
-        for (int c = 0; c < 3; ++c) {
-            map[c].assign(size_t(1) << bits, 0);
-            for (size_t i = 0; i * 3 + c < palette.size(); ++i)
-                map[c][i] = uint16_t(palette[i * 3 + c] * 257);
-        }
-        TIFFSetField(t, TIFFTAG_COLORMAP, map[0].data(), map[1].data(), map[2].data());
     }
     for (int y = 0; y < r.height; ++y) {
         Bytes row = PackRow(r, y, bits);

@@ -1,10 +1,10 @@
-// The picture reader on its own: exact pixels for every format and depth
-// (what the command's round trips can only check within the filter's colour
-// reduction), 16-bit samples rounded, and transparency flattened into a key
-// colour and a mask.
+// The picture reader on its own: the colours of every format and depth, the
+// pixel budget, and transparency flattened into a key colour and a mask.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <tuple>
 
 #include "picture.h"
 #include "picture_files.h"
@@ -13,6 +13,8 @@
 namespace {
 
 using pictures::Bytes;
+using pictures::kGreyQuadrant;
+using pictures::kQuadrant;
 using pictures::Quadrants;
 using pictures::Raster;
 
@@ -38,67 +40,85 @@ std::vector<int> Pixel(const TolvaImage &image, int x, int y) {
     return std::vector<int>(p, p + image.bits / 8);
 }
 
-TEST(Reader, EveryDepthGivesExactSamples) {
-    const int w = 6, h = 4;
-    // 16-bit values whose eighth-bit fraction is .5 and above: rounding gives
-    // 101 and 255 where truncation would give 100 and 254.
-    Raster grey16{w, h, 1, 65535, {}};
-    for (int i = 0; i < w * h; ++i) grey16.samples.push_back(i % 2 ? 25829 : 65500);
-    Raster rgb16 = grey16;
-    rgb16.channels = 3;
-    rgb16.samples.clear();
-    for (int i = 0; i < w * h; ++i) rgb16.samples.insert(rgb16.samples.end(), {25829, 0, 65500});
-    // A maxval that is neither 8 nor 16 bits: 500 of 1000 rounds up to 128,
-    // 999 to 255, 1 down to 0.
-    Raster rgb1000{w, h, 3, 1000, {}};
-    for (int i = 0; i < w * h; ++i) rgb1000.samples.insert(rgb1000.samples.end(), {500, 999, 1});
-    const std::vector<int> white = {255, 255, 255}, grey101 = {101, 101, 101},
-                           mixed16 = {101, 0, 255}, black = {0, 0, 0};
+// Every format and depth gives its quadrant colours: exactly where the format
+// is lossless, palette pictures through their palette. 16-bit samples sit
+// just under the exact 8-bit value, and 1000 is neither 8 nor 16 bits, so a
+// reader that truncates instead of rounding gets some of them one low.
+TEST(Reader, EveryFormatAndDepthGivesItsColours) {
+    const int w = 12, h = 8;
+    auto deep = [&](int channels, bool grey) {
+        Raster r = Quadrants(w, h, channels, 65535, grey);
+        for (uint16_t &v : r.samples) v = uint16_t(v ? v - 120 : 0);
+        return r;
+    };
+    Raster cmyk = Quadrants(w, h, 4, 255, false);
+    for (size_t i = 0; i < cmyk.samples.size(); i += 4) {  // inverted CMYK of the quadrants
+        uint16_t k = std::max({cmyk.samples[i], cmyk.samples[i + 1], cmyk.samples[i + 2]});
+        for (int c = 0; c < 3; ++c)
+            cmyk.samples[i + c] = uint16_t(k ? cmyk.samples[i + c] * 255 / k : 0);
+        cmyk.samples[i + 3] = k;
+    }
+    Raster indexed = Quadrants(w, h, 1, 3, true);
+    const Bytes greys = {0, 0, 0, 85, 85, 85, 170, 170, 170, 255, 255, 255};
+    const uint8_t *bilevel = (const uint8_t *)"\0\0\xff\xff";
     struct Case {
         std::string name;
         Bytes bytes;
-        int bits;
-        std::vector<int> even, odd;  // pixels 0 and 1 of the top row
+        int bits, tolerance;
+        const uint8_t *greys = nullptr;  // for grey pictures: the quadrants' values
     };
     const Case cases[] = {
-        {"png grey 16", pictures::Png(grey16, PNG_COLOR_TYPE_GRAY, 16), 24, white, grey101},
-        {"png rgb 16", pictures::Png(rgb16, PNG_COLOR_TYPE_RGB, 16), 24, mixed16, mixed16},
-        {"pgm 16", pictures::Netpbm(grey16, RPGM_FORMAT), 24, white, grey101},
-        {"ppm 16 plain", pictures::Netpbm(rgb16, PPM_FORMAT, true), 24, mixed16, mixed16},
-        {"ppm 16 maxval 1000",
-         pictures::Netpbm(rgb1000, RPPM_FORMAT),
-         24,
-         {128, 255, 0},
-         {128, 255, 0}},
-        {"tiff grey 16", pictures::Tiff(grey16, 16, PHOTOMETRIC_MINISBLACK), 24, white, grey101},
-        {"tiff rgb 16", pictures::Tiff(rgb16, 16, PHOTOMETRIC_RGB), 24, mixed16, mixed16},
-        {"png grey 1", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24,
-         black, black},
-        {"pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), 24, black, black},
-        {"png grey 2", pictures::Png(Quadrants(w, h, 1, 3, true), PNG_COLOR_TYPE_GRAY, 2), 24,
-         black, black},
+        {"grey1.png", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, 0,
+         bilevel},
+        {"grey2.png", pictures::Png(indexed, PNG_COLOR_TYPE_GRAY, 2), 24, 0, kGreyQuadrant},
+        {"grey4.png", pictures::Png(Quadrants(w, h, 1, 15, true), PNG_COLOR_TYPE_GRAY, 4), 24, 0,
+         kGreyQuadrant},
+        {"grey16.png", pictures::Png(deep(1, true), PNG_COLOR_TYPE_GRAY, 16), 24, 0, kGreyQuadrant},
+        {"rgb16.png", pictures::Png(deep(3, false), PNG_COLOR_TYPE_RGB, 16), 24, 0},
+        {"ga.png", pictures::Png(Quadrants(w, h, 2, 255, true), PNG_COLOR_TYPE_GRAY_ALPHA, 8), 32,
+         0, kGreyQuadrant},
+        {"rgba.png", pictures::Png(Quadrants(w, h, 4, 255, false), PNG_COLOR_TYPE_RGBA, 8), 32, 0},
+        {"palette.png", pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, greys), 8, 0,
+         kGreyQuadrant},
+        {"interlaced.gif", pictures::Gif(indexed, greys, -1, true), 8, 0, kGreyQuadrant},
+        {"grey.jpg", pictures::Jpeg(Quadrants(w, h, 1, 255, true)), 24, 12, kGreyQuadrant},
+        {"rgb.jpg", pictures::Jpeg(Quadrants(w, h, 3, 255, false), 100, 0, true), 24, 16},
+        {"cmyk.jpg", pictures::Jpeg(cmyk, 100), 24, 16},
+        {"rgb.webp", pictures::Webp(Quadrants(w, h, 3, 255, false)), 24, 0},
         // An opaque picture's alpha is not kept by the lossless encoder.
-        {"webp rgba",
-         pictures::Webp(Quadrants(w, h, 4, 255, false)),
-         24,
-         {250, 20, 30},
-         {250, 20, 30}},
-        {"pam grey alpha",
-         pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"),
-         32,
-         {0, 0, 0, 255},
-         {0, 0, 0, 255}},
+        {"rgba.webp", pictures::Webp(Quadrants(w, h, 4, 255, false)), 24, 0},
+        {"rgb8.tif", pictures::Tiff(Quadrants(w, h, 3, 255, false), 8, PHOTOMETRIC_RGB), 32, 0},
+        {"grey16.tif", pictures::Tiff(deep(1, true), 16, PHOTOMETRIC_MINISBLACK), 24, 0,
+         kGreyQuadrant},
+        {"rgb16.tif", pictures::Tiff(deep(3, false), 16, PHOTOMETRIC_RGB), 24, 0},
+        {"rgba.tif", pictures::Tiff(Quadrants(w, h, 4, 255, false), 8, PHOTOMETRIC_RGB, true), 32,
+         0},
+        {"raw.pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), 24, 0, bilevel},
+        {"plain.pgm", pictures::Netpbm(Quadrants(w, h, 1, 255, true), PGM_FORMAT, true), 24, 0,
+         kGreyQuadrant},
+        {"grey16.pgm", pictures::Netpbm(deep(1, true), RPGM_FORMAT), 24, 0, kGreyQuadrant},
+        {"rgb16.ppm", pictures::Netpbm(deep(3, false), RPPM_FORMAT), 24, 0},
+        {"plain16.ppm", pictures::Netpbm(deep(3, false), PPM_FORMAT, true), 24, 0},
+        {"rgb1000.ppm", pictures::Netpbm(Quadrants(w, h, 3, 1000, false), RPPM_FORMAT), 24, 0},
+        {"ga.pam",
+         pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, false, "GRAYSCALE_ALPHA"), 32,
+         0, kGreyQuadrant},
+        {"rgba.pam",
+         pictures::Netpbm(Quadrants(w, h, 4, 255, false), PAM_FORMAT, false, "RGB_ALPHA"), 32, 0},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
         Read r = ReadPicture(c.bytes);
         ASSERT_EQ(r.result, TOLVA_IMAGE_OK) << r.error;
-        EXPECT_EQ(r.image.bits, c.bits);
-        EXPECT_EQ(Pixel(r.image, 0, 0), c.even);
-        EXPECT_EQ(Pixel(r.image, 1, 0), c.odd);
-        if (c.name.find("16") == std::string::npos) {
-            EXPECT_GE(Pixel(r.image, w - 1, h - 1)[0],
-                      240);  // the quadrants' bottom right is (near) white
+        ASSERT_EQ(std::make_tuple(r.image.width, r.image.height, r.image.bits),
+                  std::make_tuple(w, h, c.bits));
+        for (int q = 0; q < 4; ++q) {
+            std::vector<int> got = Pixel(r.image, (q & 1) ? w - 2 : 1, (q & 2) ? h - 2 : 1);
+            if (c.bits == 8)
+                got.assign(r.image.palette + 3 * got[0], r.image.palette + 3 * got[0] + 3);
+            for (int k = 0; k < 3; ++k)
+                EXPECT_NEAR(got[k], c.greys ? c.greys[q] : kQuadrant[q][k], c.tolerance)
+                    << "quadrant " << q;
         }
         tolva_free_image(&r.image);
     }
