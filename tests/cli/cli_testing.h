@@ -7,7 +7,6 @@
 #define TOLVA_TESTS_CLI_TESTING_H
 
 #include <fcntl.h>
-#include <gif_lib.h>
 #include <glob.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -24,6 +23,8 @@
 #include <string>
 #include <vector>
 
+#include "../output/gif_decode.h"
+
 namespace cli {
 
 using Args = std::vector<std::string>;
@@ -37,38 +38,8 @@ inline void WriteText(const std::string &path, const std::string &text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-// giflib's reading of a GIF of one image: false when it cannot read it all.
-struct Gif {
-    int width = 0, height = 0, background = 0, transparent = -1;
-    bool interlaced = false;
-    std::vector<uint8_t> indices;  // top row first
-    std::vector<uint8_t> palette;  // red, green, blue of each entry
-};
-
-inline bool DecodeGif(const std::string &path, Gif *gif) {
-    int error = 0;
-    GifFileType *file = DGifOpenFileName(path.c_str(), &error);
-    if (file == nullptr) return false;
-    bool ok = DGifSlurp(file) == GIF_OK && file->ImageCount == 1 && file->SColorMap != nullptr;
-    if (ok) {
-        const SavedImage &image = file->SavedImages[0];
-        gif->width = file->SWidth;
-        gif->height = file->SHeight;
-        gif->background = file->SBackGroundColor;
-        gif->interlaced = image.ImageDesc.Interlace;
-        gif->indices.assign(image.RasterBits,
-                            image.RasterBits + static_cast<size_t>(gif->width) * gif->height);
-        for (int i = 0; i < file->SColorMap->ColorCount; ++i) {
-            const GifColorType &c = file->SColorMap->Colors[i];
-            gif->palette.insert(gif->palette.end(), {c.Red, c.Green, c.Blue});
-        }
-        GraphicsControlBlock gcb;
-        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK)
-            gif->transparent = gcb.TransparentColor;
-    }
-    DGifCloseFile(file, &error);
-    return ok;
-}
+using gif_decode::decode_file;
+using gif_decode::Gif;
 
 struct Result {
     int status = -1;  // the exit status; -1 when ended by a signal
@@ -81,17 +52,6 @@ struct Launch {
     rlim_t fileLimit = RLIM_INFINITY;
     std::string input;  // a file for standard input; /dev/null when empty
 };
-
-inline Launch WithFileLimit(rlim_t bytes) {
-    Launch l;
-    l.fileLimit = bytes;
-    return l;
-}
-inline Launch WithInput(const std::string &path) {
-    Launch l;
-    l.input = path;
-    return l;
-}
 
 class Process {
 public:

@@ -11,7 +11,6 @@
 namespace {
 
 using cli::Args;
-using cli::DecodeGif;
 using cli::Gif;
 using cli::ReadText;
 using cli::Result;
@@ -43,9 +42,9 @@ protected:
     Gif Export(Args args) {
         args.push_back("out.gif");
         Result r = Run(args);
-        Gif gif;
+        Gif gif = cli::decode_file(Path("out.gif"));
         EXPECT_EQ(r.status, 0) << ::testing::PrintToString(args) << r.err;
-        EXPECT_TRUE(DecodeGif(Path("out.gif"), &gif)) << ::testing::PrintToString(args);
+        EXPECT_TRUE(gif.ok) << ::testing::PrintToString(args);
         return gif;
     }
 };
@@ -387,8 +386,8 @@ TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.err.find("out.gif: written without transparency"), std::string::npos)
         << result.err;
-    Gif gif;
-    ASSERT_TRUE(DecodeGif(Path("out.gif"), &gif));
+    Gif gif = cli::decode_file(Path("out.gif"));
+    ASSERT_TRUE(gif.ok);
     EXPECT_EQ(gif.transparent, -1);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(At(gif, 12, 3)[k], "\x10\x20\x30"[k], 8);
 }

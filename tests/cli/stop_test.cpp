@@ -157,7 +157,7 @@ TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
 TEST_F(Stop, AFileSizeLimitIsAWriteFailure) {
     for (const char *output : {"out.gif", "-"}) {
         SCOPED_TRACE(output);
-        Result r = Run({"--actual-size", "in.png", output}, cli::WithFileLimit(4096));
+        Result r = Run({"--actual-size", "in.png", output}, {.fileLimit = 4096});
         EXPECT_EQ(r.signal, 0) << "ended by SIGXFSZ";
         EXPECT_EQ(r.status, 1);
         EXPECT_EQ(r.err.rfind("tolva: ", 0), 0u) << r.err;

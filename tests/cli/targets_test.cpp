@@ -144,7 +144,7 @@ TEST_F(Targets, RefusalsComeBeforeAnythingIsWritten) {
         {{"alias.png", "hard.png"}, "tolva: hard.png: is the input file; not overwritten\n"},
         {{"-", "in.png"},
          "tolva: in.png: is the input file; not overwritten\n",
-         cli::WithInput(Path("in.png"))},
+         {.input = Path("in.png")}},
         {{"in.png", "folder"}, "tolva: folder: cannot create the output file (Is a directory)\n"},
         {{"in.png", "folder/"}, "tolva: folder/: cannot create the output file (Is a directory)\n"},
         {{"-n", "in.png", "old.gif"},
@@ -173,11 +173,6 @@ TEST_F(Targets, RefusalsComeBeforeAnythingIsWritten) {
                            ": cannot create a temporary file (No such file or directory)\n");
 }
 
-bool DecodesAsGif(const std::string &path) {
-    cli::Gif gif;
-    return cli::DecodeGif(path, &gif);
-}
-
 TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
     mkdir(Path("gifs").c_str(), 0777);
     mkdir(Path("b").c_str(), 0777);
@@ -189,8 +184,8 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
                     "missing.png", "b/in.png"});
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(ReadText(Path("gifs/in.gif")) == reference_);
-    EXPECT_TRUE(DecodesAsGif(Path("gifs/two.photo.gif")));
-    EXPECT_FALSE(DecodesAsGif(Path("gifs/broken.gif")));
+    EXPECT_TRUE(cli::decode_file(Path("gifs/two.photo.gif")).ok);
+    EXPECT_FALSE(cli::decode_file(Path("gifs/broken.gif")).ok);
     // One whole line for each failed file, whatever order they ended in.
     std::vector<std::string> lines;
     for (size_t at = 0, end; (end = r.err.find('\n', at)) != std::string::npos; at = end + 1)
