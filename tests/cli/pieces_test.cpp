@@ -56,9 +56,7 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
     const std::vector<std::vector<std::string>> cases = {
         {"in.png"},
         {"a", "b", "c"},
-        {"--size", "4", "a", "b"},
         {"--size=4x0", "a", "b"},
-        {"--dpi", "-5", "a", "b"},
         {"--transparent=12345", "a", "b"},
         {"--colour-mode=sepia", "a", "b"},
         {"--bands=0", "a", "b"},
@@ -68,15 +66,10 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
         {"--profile", std::string(150, 'p'), "a", "b"},
         {"--section", "GIF Export", "a", "b"},  // a section of no profile
         {"--jobs", "2", "a", "b"},              // jobs without a batch
-        {"-O", "out"},
         {"-O", "out", "a.png", "-"},
-        {"-j", "0", "-O", "out", "a.png"},
         {"--size"},
-        {"--inter=yes", "a", "b"},
-        {"--width", "0", "a", "b"},
         {"--height", "65536", "a", "b"},
         {"--width", "100", "--dpi", "96", "a", "b"},
-        {"--height", "100", "-a", "a", "b"},
         {"--smooth", "a", "b"},
     };
     for (const auto &args : cases) {
@@ -93,7 +86,6 @@ TEST(Batch, OutputNamesLoseOnlyTheLastExtension) {
         {"out", "a/b.photo.jpg", "out/b.photo.gif"},
         {"out/", "pic", "out/pic.gif"},
         {"/", ".hidden", "/.hidden.gif"},
-        {"o", "x.gif", "o/x.gif"},
     };
     for (const auto &c : cases) {
         char name[64];

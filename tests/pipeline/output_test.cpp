@@ -12,41 +12,6 @@ using namespace test_host;
 
 namespace {
 
-// Each Device makes its Setup block current: sizes 602/309, 96 dpi, a box of
-// 6.67 x 5.0 inches.
-TEST(QueryCellFormat, SizeAndResolutionChoices) {
-    struct Case {
-        int32_t sizeMode, resolutionMode;
-        const char *display;
-        double width, height, wantWidth, wantHeight, savedWidth;
-        int32_t resolution, wantResolution;
-    } cases[] = {
-        // A given resolution keeps the picture's own size and becomes the saved one.
-        {602, 309, "", 19.2, 10.8, 1920, 1080, 19.2, 100, 100},
-        // None fits the aspect into the saved 640 x 480 box, which stays as it was.
-        {602, 309, "", 1920, 1080, 640, 360, 6.67, 0, 96},
-        // The display choices take the display's size and resolution.
-        {600, 307, "1024x768x72x72", 1920, 1080, 1024, 576, 1024.0 / 72.0, 150, 72},
-        // Other choices leave the saved values.
-        {601, 308, "", 100, 100, 480, 480, 6.67, 300, 96},
-    };
-    for (const Case &c : cases) {
-        setenv("DISPLAYINFO", c.display, 1);
-        SetDisplayInfo(0.0, 0.0, 0, 0);
-        Device device;
-        device.settings->sizeMode = c.sizeMode;
-        device.settings->resolutionMode = c.resolutionMode;
-        double width = c.width, height = c.height;
-        int16_t bits = 0;
-        int32_t resolution = c.resolution;
-        EXPECT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr), 0);
-        EXPECT_EQ(std::make_tuple(width, height, resolution, bits),
-                  std::make_tuple(c.wantWidth, c.wantHeight, c.wantResolution, int16_t{8}));
-        EXPECT_NEAR(device.settings->width, c.savedWidth, 1e-12) << c.width;
-    }
-    unsetenv("DISPLAYINFO");
-}
-
 // The host's dialog (GetRasterInfo, in pixels) and the writer (the format
 // query, in inches) describe one picture in different units; under every
 // size and resolution mode, with and without a resolution of the picture's
