@@ -275,31 +275,6 @@ TEST_F(Command, SmoothAveragesWhereTheFilterPicks) {
     }
 }
 
-TEST_F(Command, ReplacedFilesAndLongPaths) {
-    PalettePng("in.png", 24, 12);
-    WriteText(Path("out.gif"), "old");
-    ASSERT_EQ(Run({"in.png", "out.gif"}).status, 0);
-    std::string file = ReadText(Path("out.gif"));
-    EXPECT_EQ(file.rfind("GIF89a", 0), 0u);
-    // The finished file gets the mode a newly created file would, not the
-    // temporary's private one.
-    struct stat info;
-    ASSERT_EQ(stat(Path("out.gif").c_str(), &info), 0);
-    mode_t mask = umask(0);
-    umask(mask);
-    EXPECT_EQ(info.st_mode & 0777, 0666 & ~mask);
-
-    // A directory name too long for the filter's 144-byte file name field.
-    std::string deep = dir_;
-    for (int i = 0; i < 4; ++i) {
-        deep += "/" + std::string(40, 'd');
-        mkdir(deep.c_str(), 0755);
-    }
-    Result far = Run({"in.png", deep + "/far.gif"});
-    ASSERT_EQ(far.status, 0) << far.err;
-    EXPECT_EQ(ReadText(deep + "/far.gif"), file);
-}
-
 const uint8_t *At(const Gif &gif, int x, int y) {
     return &gif.palette[3 * gif.indices[y * gif.width + x]];
 }

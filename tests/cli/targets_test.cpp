@@ -123,8 +123,17 @@ TEST_F(Targets, LinksAreFollowedAndTheirTargetsReplaced) {
         struct stat info;
         ASSERT_EQ(lstat(Path(name).c_str(), &info), 0);
         EXPECT_TRUE(S_ISLNK(info.st_mode)) << name << " is no longer a link";
+        // The finished file gets a new file's mode, not the temporary's.
+        ASSERT_EQ(stat(Path(written).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, 0666u) << name;
     }
     EXPECT_TRUE(Temporaries("sub").empty());
+    // A directory name too long for the filter's 144-byte file name field.
+    std::string deep = dir_;
+    for (int i = 0; i < 4; ++i) mkdir((deep += "/" + std::string(40, 'd')).c_str(), 0777);
+    Result far = Run({"in.png", deep + "/far.gif"});
+    EXPECT_EQ(far.status, 0) << far.err;
+    EXPECT_TRUE(ReadText(deep + "/far.gif") == reference_);
 }
 
 TEST_F(Targets, RefusalsComeBeforeAnythingIsWritten) {

@@ -1,7 +1,7 @@
 // End to end: a host drives the device through the opcode protocol (or hands
-// a whole bitmap to ExportCellData), and the GIF it finds is decoded with
-// giflib and compared with pixels computed here; then what a careless host
-// gets.
+// a whole bitmap to ExportCellData, or renders bands for OutputPicture), and
+// the GIF it finds is decoded with giflib and compared with pixels computed
+// here; then what a careless host gets, and a second thread calling in.
 //
 // Orientation: the device collects rows into a bottom-up bitmap and the
 // writer sends its last row first. Rows sent downward land at bitmap rows 0,
@@ -12,10 +12,16 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <cmath>
+#include <condition_variable>
 #include <map>
+#include <mutex>
+#include <thread>
 #include <tuple>
 
 #include "test_host.h"
+#include "tolva/output.h"
+#include "tolva/stream.h"
 
 using namespace test_host;
 
@@ -247,6 +253,218 @@ TEST_F(BadInput, RefusedExportsLeaveNoFileAndOneError) {
 TEST_F(BadInput, ASecondOpenPictureReplacesTheFirst) {
     Picture p = make_picture(16, 8, 8);
     EXPECT_EQ(mismatch(decode(run(p, {.abandoned = 500})), p), "");
+}
+
+// The host's dialog (GetRasterInfo, in pixels) and the writer (the format
+// query, in inches) describe one picture in different units; under every
+// size and resolution mode, with and without a resolution of the picture's
+// own, the dialog must predict exactly the size written and save the same
+// settings.
+TEST(QueryCellFormat, TheDialogPredictsTheWrittenSize) {
+    setenv("DISPLAYINFO", "1280x1024x100x100", 1);
+    for (int32_t sizeMode = 600; sizeMode <= 603; ++sizeMode) {
+        for (int32_t resolutionMode = 307; resolutionMode <= 310; ++resolutionMode) {
+            for (int32_t dpi : {0, 120}) {
+                Device dialog, writer;
+                for (SetupBlock *block : {dialog.settings, writer.settings}) {
+                    block->sizeMode = sizeMode;
+                    block->resolutionMode = resolutionMode;
+                }
+                double width = dpi != 0 ? 1000.0 / dpi : 1000.0;
+                double height = dpi != 0 ? 600.0 / dpi : 600.0;
+                int32_t resolution = dpi;
+                int16_t bits = 0;
+                ASSERT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr),
+                          0);
+                const int32_t input[7] = {100, 0, dpi, 1000, 600, 1280, 1024};
+                int32_t predicted[3] = {};
+                GetRasterInfo(dialog.setup, input, predicted);
+                const auto written = std::make_tuple(static_cast<int32_t>(std::ceil(width)),
+                                                     static_cast<int32_t>(std::ceil(height)));
+                EXPECT_EQ(std::make_tuple(predicted[0], predicted[1]), written)
+                    << sizeMode << " " << resolutionMode << " " << dpi;
+                const SetupBlock &a = *dialog.settings, &b = *writer.settings;
+                EXPECT_EQ(std::make_tuple(a.width, a.height, a.xResolution, a.yResolution),
+                          std::make_tuple(b.width, b.height, b.xResolution, b.yResolution))
+                    << sizeMode << " " << resolutionMode << " " << dpi;
+            }
+        }
+    }
+    unsetenv("DISPLAYINFO");
+}
+
+// The host's picture: every row holds its own bottom-up row number. A band
+// lives until the next one is asked for or the host's terminate runs.
+struct Offscreen {
+    int32_t width, height, bandRows;
+    HGLOBAL band;
+    std::vector<std::pair<intptr_t, intptr_t>> asked;
+};
+
+intptr_t host_callback(int32_t operation, void *record, intptr_t lower, intptr_t upper) {
+    auto *host = static_cast<Offscreen *>(record);
+    if (operation == 0) {
+        *reinterpret_cast<TolvaOffscreenQuery *>(lower) = {host->width / 96.0, host->height / 96.0,
+                                                           96, 0};
+        return 0;
+    }
+    host = static_cast<Offscreen *>(static_cast<TolvaOffscreen *>(record)->hostContext);
+    if (host->band != 0) GlobalFree(host->band);
+    host->band = 0;
+    if (operation != 3) return operation == 1 ? host->bandRows : 1;
+    host->asked.emplace_back(lower, upper);
+    size_t stride = (static_cast<size_t>(host->width) + 3) & ~size_t{3};
+    host->band = GlobalAlloc(TOLVA_GMEM_FLAGS, static_cast<uint32_t>(stride * (upper - lower)));
+    auto *bits = static_cast<uint8_t *>(GlobalLock(host->band));
+    for (intptr_t row = lower; row < upper; ++row, bits += stride)
+        memset(bits, static_cast<int>(row & 255), static_cast<size_t>(host->width));
+    return static_cast<intptr_t>(host->band);
+}
+
+// Bands are asked for from the top, each reports its progress, an odd height
+// is asked for even, a stop ends the image without its trailer (and runs the
+// host's terminate), and no band height is 27 with nothing written.
+TEST(OutputPicture, BandsProgressAndStops) {
+    struct Case {
+        int32_t width, height, bandRows, result;
+        std::vector<std::pair<intptr_t, intptr_t>> asked;
+        std::vector<intptr_t> progress;
+    } cases[] = {
+        {40, 50, 16, 0, {{34, 50}, {18, 34}, {2, 18}, {0, 2}}, {25, 50, 75, 100}},
+        {8, 7, 100, 0, {{0, 8}}, {100}},
+        {700, 520, 104, TOLVA_ERR_STOPPED, {{416, 520}, {312, 416}}, {20, 40}},  // stopped at 40
+        {8, 8, 0, TOLVA_ERR_NO_PICTURE, {}, {}},
+    };
+    size_t spools = spool_files().size();
+    TempDir dir;
+    for (const Case &c : cases) {
+        Device device;
+        device.settings->statusRecord = device.status;
+        bool interlace = c.width == 700;  // large enough to spool through a file
+        device.settings->interlace = interlace ? TOLVA_INTERLACE_ON : 0;
+        g_stop_at = c.result == TOLVA_ERR_STOPPED ? 40 : -1;
+        g_reports.clear();
+        Offscreen host{c.width, c.height, c.bandRows, 0, {}};
+        HGLOBAL stream = zunOpen(dir.path("bands.gif").c_str(), nullptr, 4097);
+        EXPECT_EQ(OutputPicture(stream, &host, host_callback), c.result);
+        zunClose(stream);
+        EXPECT_EQ(host.asked, c.asked);
+        EXPECT_EQ(g_reports, c.progress);
+        EXPECT_EQ(host.band, 0u) << "terminate ran";
+        std::vector<uint8_t> bytes = read_file(dir.path("bands.gif"));
+        EXPECT_EQ(!bytes.empty() && bytes.back() == 0x3B, c.result == 0);
+        EXPECT_TRUE(c.bandRows != 0 || bytes.empty());
+        Gif gif = decode(bytes);
+        int height = c.result == 0 ? (c.height + 1) & ~1 : 0;
+        ASSERT_EQ(gif.height, height);
+        EXPECT_EQ(gif.interlaced, interlace && height != 0);
+        for (int y = 0; y < height; ++y)
+            ASSERT_EQ(gif.indices[y * c.width], (height - 1 - y) & 255) << c.height;
+    }
+    EXPECT_EQ(spool_files().size(), spools);
+    g_stop_at = -1;
+}
+
+// One export per process: a thread that calls in while another's export is
+// inside the library is refused with TOLVA_ERR_BUSY and changes nothing;
+// calls that follow one another may come from any thread. The export's
+// status function, told of its one band before the trailer, is where it
+// waits for the other thread.
+std::mutex g_mutex;
+std::condition_variable g_changed;
+bool g_inside = false;   // the export waits inside the library
+bool g_release = false;  // the other thread is done
+int32_t g_nested_call = 0, g_nested_version = 0;
+
+// Says "go on" to everything; at the band's progress report (100) it calls
+// back in on its own thread, then waits for the other thread.
+int32_t meeting_status(intptr_t, intptr_t a, intptr_t b, intptr_t, intptr_t d, intptr_t, intptr_t) {
+    if (a != 0 || b != 0 || d != 100 || g_release) return 0;
+    Block query(0xf03);
+    g_nested_call = RASTER_dd_entry32(0, 2, query.bytes.data());
+    uint32_t version = 0;
+    g_nested_version = RASTER_dd_entry32(0, -2, &version) == 4 ? static_cast<int32_t>(version) : 0;
+    std::unique_lock<std::mutex> lock(g_mutex);
+    g_inside = true;
+    g_changed.notify_all();
+    g_changed.wait(lock, [] { return g_release; });
+    return 0;
+}
+
+// Every host entry that touches state, called while another holds the library.
+std::vector<int32_t> calls_while_busy(Device &other, HGLOBAL exporting) {
+    intptr_t arguments[8] = {0, 0, static_cast<intptr_t>(other.setup), 0, 0, 0, 0, 0};
+    TolvaPicture cell = {8, 4, 2, 96, 0, 0, 0, 0}, information = {};
+    Block opcode(0x2);
+    int32_t value = 200;
+    return {
+        other.entry(0, 0, other.init),
+        RASTER_dd_entry32(0, 2, opcode.bytes.data()),
+        RASTER_dd_entry32(0, -1, nullptr),
+        dd_entry32(0, 0, other.init),
+        dd_entry32(0, 2, opcode.bytes.data()),
+        dd_entry32(0, -1, nullptr),
+        static_cast<int32_t>(CreateSetup(0, "", "", 0)),
+        EditSetup(exporting, 5),
+        DestroySetup(exporting),
+        xEscapeSetup(exporting, TOLVA_ESCAPE_X_RESOLUTION, 4, &value, nullptr, 0),
+        ExportCellData("", &information, &cell, arguments),
+    };
+}
+
+TEST(OneExportPerProcess, ASecondThreadIsRefusedAndTheExportStaysIntact) {
+    TempDir dir;
+    Picture p = make_picture(40, 30, 24);
+    // The Setup block made last is the current one, through whose status
+    // record the picture's bands are reported.
+    Device other, exporting;
+    exporting.status[TOLVA_STATUS_FUNCTION] = reinterpret_cast<intptr_t>(meeting_status);
+    exporting.settings->statusRecord = exporting.status;
+    other.init[TOLVA_INIT_SETUP] = static_cast<intptr_t>(other.setup);
+    const int16_t dpi = exporting.settings->xResolution;
+
+    // The worker inits the device and sends the picture.
+    std::thread worker([&] {
+        ASSERT_EQ(exporting.start(dir.path("a.gif")), 0);
+        send_picture(exporting, p, {});
+    });
+    {
+        std::unique_lock<std::mutex> lock(g_mutex);
+        g_changed.wait(lock, [] { return g_inside; });
+    }
+    EMData *device = lpEMData;
+    std::vector<int32_t> refused = calls_while_busy(other, exporting.setup);
+    uint32_t version = 0;
+    intptr_t entry = 0;
+    EXPECT_EQ(RASTER_dd_entry32(0, -2, &version), 4);
+    EXPECT_EQ(RASTER_dd_entry(-3, &entry, nullptr), 0);
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_release = true;
+        g_changed.notify_all();
+    }
+    worker.join();
+
+    std::vector<int32_t> busy(refused.size(), TOLVA_ERR_BUSY);
+    busy[6] = 0;  // CreateSetup has only a handle to answer with
+    EXPECT_EQ(refused, busy);
+    EXPECT_EQ(version, TOLVA_FILTER_VERSION) << "the version is answered at any time";
+    EXPECT_EQ(entry, reinterpret_cast<intptr_t>(&RASTER_dd_entry32));
+    EXPECT_EQ(g_nested_call, TOLVA_ERR_BUSY) << "a callback that calls back in is refused";
+    EXPECT_EQ(g_nested_version, static_cast<int32_t>(TOLVA_FILTER_VERSION));
+    EXPECT_EQ(lpEMData, device) << "the refused init took no device";
+    EXPECT_EQ(exporting.settings->xResolution, dpi) << "the refused escape changed nothing";
+    EXPECT_EQ(lpEMData->errorCount, 0);
+    EXPECT_EQ(mismatch(decode_file(dir.path("a.gif")), p), "");
+
+    // Term from this thread ends what the worker began; then this thread
+    // exports on its own.
+    exporting.stop();
+    EXPECT_EQ(lpEMData, nullptr);
+    ASSERT_EQ(other.start(dir.path("b.gif")), 0);
+    send_picture(other, p, {});
+    other.stop();
+    EXPECT_EQ(mismatch(decode_file(dir.path("b.gif")), p), "");
 }
 
 }  // namespace
