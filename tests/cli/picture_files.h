@@ -220,7 +220,7 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, bool unassociatedA
 }
 
 // format: PBM_FORMAT, RPGM_FORMAT, ..., PAM_FORMAT; tupleType for PAM.
-inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char *tupleType = "") {
+inline Bytes Netpbm(const Raster &r, int format, const char *tupleType = "") {
     [[maybe_unused]] static const bool initialised = (pm_init("tolva-test", 0), true);
     char *buffer = nullptr;
     size_t size = 0;
@@ -231,7 +231,6 @@ inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char 
     pam.len = offsetof(struct pam, tuple_type) + sizeof pam.tuple_type;
     pam.file = f;
     pam.format = format;
-    pam.plainformat = plain;
     pam.width = r.width;
     pam.height = r.height;
     pam.depth = unsigned(r.channels);
