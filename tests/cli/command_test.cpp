@@ -1,24 +1,200 @@
 // The tolva command as a user runs it: exit codes and one-line messages for
-// every failure, no output left behind after a failure or a cancel, and GIFs
-// that giflib reads back with the expected size, colours and pixel places.
+// every failure, no output left behind after a failure, a cancel or a stop
+// signal, GIFs that giflib reads back with the expected size, colours and
+// pixel places, and every kind of output path. The command runs in a scratch
+// folder with its standard output read back, optionally as an unprivileged
+// user (so that a command that tried to replace a file in /dev would be
+// refused instead of succeeding) or under a file-size limit.
+#include <fcntl.h>
+#include <glob.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <png.h>
+#include <poll.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <future>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
 
-#include "cli_testing.h"
+#include "../output/gif_decode.h"
 #include "picture_files.h"
 
 namespace {
 
-using cli::Args;
-using cli::Gif;
-using cli::ReadText;
-using cli::Result;
-using cli::WriteText;
+using Args = std::vector<std::string>;
+
+inline std::string ReadText(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+inline void WriteText(const std::string &path, const std::string &text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+using gif_decode::decode_file;
+using gif_decode::Gif;
+
+struct Result {
+    int status = -1;  // the exit status; -1 when ended by a signal
+    int signal = 0;   // the signal that ended it
+    std::string out, err;
+};
+
+struct Launch {
+    bool unprivileged = false;  // run as nobody when the test runs as root
+    rlim_t fileLimit = RLIM_INFINITY;
+    std::string input;  // a file for standard input; /dev/null when empty
+};
+
+class Process {
+public:
+    // Starts the command in `dir` with standard output on a pipe.
+    Process(const std::string &dir, const Args &args, const Launch &launch = {}) {
+        int out[2];
+        if (pipe(out) != 0) return;
+        std::vector<std::string> all = {TOLVA_COMMAND_PATH};
+        all.insert(all.end(), args.begin(), args.end());
+        std::vector<char *> argv;
+        for (auto &a : all) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        std::string err = dir + "/.err", in = launch.input.empty() ? "/dev/null" : launch.input;
+        pid_ = fork();
+        if (pid_ == 0) {
+            if (chdir(dir.c_str()) != 0) _exit(126);
+            int input = open(in.c_str(), O_RDONLY),
+                error = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+            dup2(input, 0);
+            dup2(out[1], 1);
+            dup2(error, 2);
+            close(out[0]);
+            rlimit limit{launch.fileLimit, launch.fileLimit};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            if (launch.unprivileged && geteuid() == 0) {
+                if (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)
+                    _exit(126);
+            }
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        close(out[1]);
+        out_ = out[0];
+        err_ = err;
+    }
+    ~Process() {
+        if (out_ >= 0) close(out_);
+    }
+    pid_t pid() const { return pid_; }
+
+    Result Finish() {
+        Result r;
+        char buffer[65536];
+        ssize_t n;
+        while ((n = read(out_, buffer, sizeof buffer)) != 0) {
+            if (n > 0)
+                r.out.append(buffer, static_cast<size_t>(n));
+            else if (errno != EINTR)
+                break;
+        }
+        int status = 0;
+        while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+        }
+        r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        r.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+        r.err = ReadText(err_);
+        return r;
+    }
+
+private:
+    pid_t pid_ = -1;
+    int out_ = -1;
+    std::string err_;
+};
+
+class Folder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char dir[] = "/tmp/tolva-cli-XXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        dir_ = dir;
+        // Open to everyone: some runs drop root for the command.
+        chmod(dir_.c_str(), 0777);
+        setenv("INIDIR", dir_.c_str(), 1);  // no profile: the built-in settings
+        unsetenv("DISPLAYINFO");
+    }
+    void TearDown() override { (void)system(("rm -rf '" + dir_ + "'").c_str()); }
+
+    std::string Path(const std::string &name) const { return dir_ + "/" + name; }
+
+    Result Run(const Args &args, const Launch &launch = {}) {
+        return Process(dir_, args, launch).Finish();
+    }
+
+    // The command's own temporary files in `folder` (relative to the test's).
+    std::vector<std::string> Temporaries(const std::string &folder = ".") const {
+        glob_t found;
+        std::vector<std::string> names;
+        if (glob((Path(folder) + "/.tolva-*").c_str(), 0, nullptr, &found) == 0)
+            names.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+        globfree(&found);
+        return names;
+    }
+
+    // libpng's own writer; a colour-mapped picture gets the fewest bits that
+    // hold its palette (1, 2, 4 or 8).
+    void WritePng(const std::string &name, int width, int height, uint32_t format,
+                  const uint8_t *pixels, const std::vector<uint8_t> &palette = {}) {
+        png_image image{};
+        image.version = PNG_IMAGE_VERSION;
+        image.width = static_cast<uint32_t>(width);
+        image.height = static_cast<uint32_t>(height);
+        image.format = format;
+        image.colormap_entries = static_cast<uint32_t>(palette.size() / 3);
+        ASSERT_TRUE(png_image_write_to_file(&image, Path(name).c_str(), 0, pixels, 0,
+                                            palette.empty() ? nullptr : palette.data()))
+            << image.message;
+        chmod(Path(name).c_str(), 0644);
+    }
+
+    // A palette picture whose index at (x, y) is known, in a pattern the LZW
+    // coder cannot shrink to nothing; its palette is left in palette_.
+    std::vector<uint8_t> PalettePng(const std::string &name, int width, int height,
+                                    int colours = 16) {
+        palette_.resize(3 * colours);
+        for (int i = 0; i < colours; ++i) {
+            palette_[3 * i] = static_cast<uint8_t>(255 - i * 13);
+            palette_[3 * i + 1] = static_cast<uint8_t>(i * 29);
+            palette_[3 * i + 2] = static_cast<uint8_t>(i * 71 + 5);
+        }
+        std::vector<uint8_t> indices(static_cast<size_t>(width) * height);
+        for (int y = 0; y < height; ++y)
+            for (int x = 0; x < width; ++x)
+                indices[static_cast<size_t>(y) * width + x] =
+                    static_cast<uint8_t>((x * 7 + y * y * 3 + (x ^ y)) % colours);
+        WritePng(name, width, height, PNG_FORMAT_RGB_COLORMAP, indices.data(), palette_);
+        return indices;
+    }
+
+    std::vector<uint8_t> palette_;
+    std::string dir_;
+};
+
 using pictures::Bytes;
 using pictures::kQuadrant;
 using pictures::Quadrants;
@@ -34,7 +210,7 @@ void Save(const std::string &path, const Bytes &bytes) {
         .write(reinterpret_cast<const char *>(bytes.data()), std::streamsize(bytes.size()));
 }
 
-class Command : public cli::Folder {
+class Command : public Folder {
 protected:
     // No temporary file of the command may survive a run, failed or not.
     void TearDown() override {
@@ -46,7 +222,7 @@ protected:
     Gif Export(Args args) {
         args.push_back("out.gif");
         Result r = Run(args);
-        Gif gif = cli::decode_file(Path("out.gif"));
+        Gif gif = decode_file(Path("out.gif"));
         EXPECT_EQ(r.status, 0) << ::testing::PrintToString(args) << r.err;
         EXPECT_TRUE(gif.ok) << ::testing::PrintToString(args);
         return gif;
@@ -64,21 +240,8 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
     std::vector<uint8_t> grey(2 * 70000, 7);
     WritePng("wide.png", 70000, 2, PNG_FORMAT_GRAY, grey.data());
     WriteText(Path("bare.ini"), "[Bare]\nWidth=2\n");
-    // A small JPEG whose frame header is made to declare 9744 x 57616 and
-    // whose data stops right after the scan header.
-    Bytes bomb = pictures::Jpeg(Quadrants(16, 16, 1, 255, true));
-    for (size_t i = 2; i + 9 < bomb.size(); ++i) {
-        if (bomb[i] == 0xff && bomb[i + 1] == 0xc0) {
-            bomb[i + 5] = 57616 >> 8, bomb[i + 6] = 57616 & 0xff, bomb[i + 7] = 9744 >> 8,
-                     bomb[i + 8] = 9744 & 0xff;
-        }
-        if (bomb[i] == 0xff && bomb[i + 1] == 0xda) {
-            bomb.resize(i + 2 + (bomb[i + 2] << 8 | bomb[i + 3]) + 4);
-            break;
-        }
-    }
-    Save(Path("bomb.jpg"), bomb);
-    // A PNG whose header is made to declare 30000 x 30000 (CRC mended).
+    // A PNG whose header is made to declare 30000 x 30000 (CRC mended, so
+    // that only the size is wrong).
     Bytes big = pictures::Png(Quadrants(8, 8, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1);
     for (int k = 0; k < 2; ++k)
         big[16 + 4 * k] = 0, big[17 + 4 * k] = 0, big[18 + 4 * k] = 30000 >> 8,
@@ -86,16 +249,12 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
     uLong crc = crc32(0, &big[12], 17);
     for (int k = 0; k < 4; ++k) big[29 + k] = uint8_t(crc >> (24 - 8 * k));
     Save(Path("big.png"), big);
-    // Files of every format cut in half, and headers no reader may believe.
+    // Files cut in half (the fuzz target's short runs cut every format), and
+    // headers no reader may believe.
     auto half = [](const Bytes &b) { return Bytes(b.begin(), b.begin() + long(b.size() / 2)); };
     Raster q = Quadrants(40, 40, 3, 255, false);
     Save(Path("cut.png"), half(pictures::Png(q, PNG_COLOR_TYPE_RGB, 8)));
     Save(Path("cut.jpg"), half(pictures::Jpeg(q)));
-    Save(Path("cut.gif"), half(pictures::Gif(Quadrants(40, 40, 1, 3, true),
-                                             {0, 0, 0, 9, 9, 9, 99, 99, 99, 255, 255, 255})));
-    Save(Path("cut.webp"), half(pictures::Webp(q)));
-    Save(Path("cut.tif"), half(pictures::Tiff(q, 8, PHOTOMETRIC_RGB)));
-    Save(Path("cut16.pgm"), half(pictures::Netpbm(Quadrants(40, 40, 1, 65535, true), RPGM_FORMAT)));
     WriteText(Path("huge.pgm"), "P5 99999999999999 2 255\n");
     WriteText(Path("deep.pam"), "P7\nWIDTH 2\nHEIGHT 2\nDEPTH 5\nMAXVAL 255\nTUPLTYPE X\nENDHDR\n" +
                                     std::string(20, 'x'));
@@ -132,7 +291,6 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"--cancel-at", "3", "in.png", "old.gif"}, 130, "old.gif: cancelled"},
         {{"--cancel-at", "2", "in.png", "-"}, 130, "standard output: cancelled"},
         // Pictures refused from their header, before any pixel memory.
-        {{"bomb.jpg", "new.gif"}, 1, "bomb.jpg: the picture is 9744x57616 pixels"},
         {{"big.png", "old.gif"},
          1,
          "big.png: the picture is 30000x30000 pixels, more than the limit"},
@@ -141,10 +299,6 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
          "in.png: the picture is 20x10 pixels, more than the limit of 199"},
         {{"cut.png", "new.gif"}, 1, "cut.png: corrupt PNG"},
         {{"cut.jpg", "new.gif"}, 1, "cut.jpg: corrupt JPEG file"},
-        {{"cut.gif", "new.gif"}, 1, "cut.gif: corrupt GIF file"},
-        {{"cut.webp", "new.gif"}, 1, "cut.webp: corrupt WebP file"},
-        {{"cut.tif", "new.gif"}, 1, "cut.tif: corrupt TIFF file"},
-        {{"cut16.pgm", "new.gif"}, 1, "cut16.pgm: corrupt netpbm file"},
         {{"huge.pgm", "new.gif"}, 1, "huge.pgm: corrupt netpbm file"},
         {{"deep.pam", "new.gif"}, 1, "deep.pam: corrupt netpbm file"},
         {{"picture.bmp", "new.gif"}, 1, "picture.bmp: BMP pictures are not read"},
@@ -352,7 +506,7 @@ TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_NE(result.err.find("out.gif: written without transparency"), std::string::npos)
         << result.err;
-    Gif gif = cli::decode_file(Path("out.gif"));
+    Gif gif = decode_file(Path("out.gif"));
     ASSERT_TRUE(gif.ok);
     EXPECT_EQ(gif.transparent, -1);
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(At(gif, 12, 3)[k], "\x10\x20\x30"[k], 8);
@@ -408,7 +562,7 @@ std::string Drain(int fd) {
 // Every run here is as nobody when the tests run as root, so that what the
 // command may do to a path is what an ordinary user's command may do; the
 // test's own files are open to it.
-class Targets : public cli::Folder {
+class Targets : public Folder {
 protected:
     void SetUp() override {
         umask(0);
@@ -423,7 +577,7 @@ protected:
         EXPECT_TRUE(Temporaries().empty()) << "a temporary file was left";
         Folder::TearDown();
     }
-    Result Run(const Args &args, cli::Launch launch = {}) {
+    Result Run(const Args &args, Launch launch = {}) {
         launch.unprivileged = true;
         return Folder::Run(args, launch);
     }
@@ -522,7 +676,7 @@ TEST_F(Targets, RefusalsComeBeforeAnythingIsWritten) {
     struct Case {
         Args args;
         std::string message;  // the whole of standard error
-        cli::Launch launch = {};
+        Launch launch = {};
     };
     const Case cases[] = {
         {{"in.png", "in.png"}, "tolva: in.png: is the input file; not overwritten\n"},
@@ -570,8 +724,8 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
                     "missing.png", "b/in.png"});
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(ReadText(Path("gifs/in.gif")) == reference_);
-    EXPECT_TRUE(cli::decode_file(Path("gifs/two.photo.gif")).ok);
-    EXPECT_FALSE(cli::decode_file(Path("gifs/broken.gif")).ok);
+    EXPECT_TRUE(decode_file(Path("gifs/two.photo.gif")).ok);
+    EXPECT_FALSE(decode_file(Path("gifs/broken.gif")).ok);
     // One whole line for each failed file, whatever order they ended in.
     std::vector<std::string> lines;
     for (size_t at = 0, end; (end = r.err.find('\n', at)) != std::string::npos; at = end + 1)
@@ -607,13 +761,167 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
 
 // The command's own version needs no library; what could not be loaded is
 // named after it.
-class Version : public cli::Folder {};
+class Version : public Folder {};
 
 TEST_F(Version, IsShownEvenWithoutTheLibrary) {
-    cli::Result r = Run({"--version", "--library", "/no/such/libtolva.so"});
+    Result r = Run({"--version", "--library", "/no/such/libtolva.so"});
     EXPECT_EQ(r.status, 1);
     EXPECT_EQ(r.out, "tolva 2.0.5\n");
     EXPECT_EQ(r.err.rfind("tolva: /no/such/libtolva.so: cannot load the filter (", 0), 0u) << r.err;
+}
+
+// Every way but SIGKILL to stop the command leaves nothing behind: not the
+// output, not the command's temporary file, not the filter's interlace spool
+// in /tmp. The signal is sent while that spool is open (the command is
+// frozen with SIGSTOP the moment the spool appears, and the spool is checked
+// to be its own), which is when an abrupt end would leave it.
+// Whether process `pid` has ended (it is left to be waited for).
+bool Ended(pid_t pid) {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid != 0;
+}
+
+// Whether process `pid` has `path` open.
+bool HasOpen(pid_t pid, const std::string &path) {
+    glob_t found;
+    std::string pattern = "/proc/" + std::to_string(pid) + "/fd/*";
+    bool open = false;
+    if (glob(pattern.c_str(), 0, nullptr, &found) == 0) {
+        for (size_t i = 0; i < found.gl_pathc && !open; ++i) {
+            char target[4096];
+            ssize_t n = readlink(found.gl_pathv[i], target, sizeof target - 1);
+            open = n > 0 && std::string(target, static_cast<size_t>(n)) == path;
+        }
+    }
+    globfree(&found);
+    return open;
+}
+
+// Watches /tmp from its making (so before the command starts) and, while
+// `pid` runs, hands each new spool file (zun*) to `spooled` until it answers
+// true; false when none was taken in time.
+struct SpoolWatch {
+    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    SpoolWatch() { EXPECT_GE(inotify_add_watch(watch, "/tmp", IN_CREATE), 0); }
+    ~SpoolWatch() { close(watch); }
+    template <typename Spooled>
+    bool Until(pid_t pid, Spooled spooled) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < deadline && !Ended(pid)) {
+            pollfd p{watch, POLLIN, 0};
+            if (poll(&p, 1, 50) <= 0) continue;
+            alignas(inotify_event) char events[4096];
+            ssize_t n = read(watch, events, sizeof events);
+            for (ssize_t at = 0; at < n;) {
+                auto *event = reinterpret_cast<inotify_event *>(events + at);
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+                if (event->len != 0 && std::string(event->name).rfind("zun", 0) == 0 &&
+                    spooled(std::string("/tmp/") + event->name))
+                    return true;
+            }
+        }
+        return false;
+    }
+};
+
+class Stop : public Folder {
+protected:
+    void SetUp() override {
+        Folder::SetUp();
+        // Large enough for the filter to spool its interlace passes to a file.
+        PalettePng("in.png", 3000, 2000);
+    }
+
+    // Runs an interlaced export and, once its spool is open, sends `signals`.
+    // Returns false when the spool was never caught open (the export was too
+    // quick, or another process's spool came first): the caller tries again.
+    bool StopWhileSpooling(const std::vector<int> &signals, const Args &args, Result *result,
+                           std::string *spool) {
+        SpoolWatch watch;
+        Process command(dir_, args);
+        bool sent = watch.Until(command.pid(), [&](const std::string &name) {
+            kill(command.pid(), SIGSTOP);
+            *spool = name;
+            bool open = HasOpen(command.pid(), name);
+            if (open)
+                for (int s : signals) kill(command.pid(), s);
+            kill(command.pid(), SIGCONT);
+            return open;
+        });
+        *result = command.Finish();
+        return sent;
+    }
+};
+
+TEST_F(Stop, EachStopSignalCancelsThroughTheFilter) {
+    const std::vector<std::vector<int>> cases = {
+        {SIGINT}, {SIGINT, SIGINT, SIGINT}, {SIGTERM}, {SIGHUP}, {SIGQUIT}, {SIGINT, SIGTERM}};
+    for (const auto &signals : cases) {
+        SCOPED_TRACE(::testing::PrintToString(signals));
+        Result r;
+        std::string spool;
+        bool caught = false;
+        for (int attempt = 0; attempt < 5 && !caught; ++attempt) {
+            unlink(Path("out.gif").c_str());  // written by an attempt that missed
+            caught = StopWhileSpooling(
+                signals, {"-q", "--interlace", "--actual-size", "in.png", "out.gif"}, &r, &spool);
+        }
+        ASSERT_TRUE(caught) << "the spool was never caught open";
+        EXPECT_EQ(r.signal, 0) << "ended by the signal itself";
+        // Pending signals may arrive in any order; the first one counts.
+        EXPECT_NE(std::find(signals.begin(), signals.end(), r.status - 128), signals.end())
+            << r.status;
+        EXPECT_EQ(r.err, "tolva: out.gif: cancelled\n");
+        EXPECT_NE(access(spool.c_str(), F_OK), 0) << spool << " was left";
+        EXPECT_NE(access(Path("out.gif").c_str(), F_OK), 0);
+        EXPECT_TRUE(Temporaries().empty());
+    }
+}
+
+TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
+    mkdir(Path("gifs").c_str(), 0777);
+    Args args = {"-O", "gifs", "--jobs", "2", "--interlace", "--actual-size"};
+    for (const char *name : {"a.png", "b.png", "c.png", "d.png"}) {
+        ASSERT_EQ(link(Path("in.png").c_str(), Path(name).c_str()), 0);
+        args.push_back(name);
+    }
+    // Only the parent gets the signal, as from kill(1), once one of its
+    // children has its spool open.
+    SpoolWatch watch;
+    Process batch(dir_, args);
+    bool sent = watch.Until(batch.pid(), [&](const std::string &spool) {
+        std::istringstream children(ReadText("/proc/" + std::to_string(batch.pid()) + "/task/" +
+                                             std::to_string(batch.pid()) + "/children"));
+        std::vector<pid_t> running;
+        for (pid_t child; children >> child;) {
+            kill(child, SIGSTOP);
+            running.push_back(child);
+        }
+        bool open = false;
+        for (pid_t child : running) open = open || HasOpen(child, spool);
+        if (open) kill(batch.pid(), SIGTERM);
+        for (pid_t child : running) kill(child, SIGCONT);
+        return open;
+    });
+    Result r = batch.Finish();
+    ASSERT_TRUE(sent) << "no conversion of the batch was caught with its spool open";
+    EXPECT_EQ(r.status, 128 + SIGTERM) << r.err;
+    // The two conversions under way were cancelled, the others never began.
+    EXPECT_EQ(system(("test -z \"$(ls -A '" + Path("gifs") + "')\"").c_str()), 0);
+}
+
+TEST_F(Stop, AFileSizeLimitIsAWriteFailure) {
+    for (const char *output : {"out.gif", "-"}) {
+        SCOPED_TRACE(output);
+        Result r = Run({"--actual-size", "in.png", output}, {.fileLimit = 4096});
+        EXPECT_EQ(r.signal, 0) << "ended by SIGXFSZ";
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.err.rfind("tolva: ", 0), 0u) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_NE(access(Path("out.gif").c_str(), F_OK), 0);
+        EXPECT_TRUE(Temporaries().empty());
+    }
 }
 
 }  // namespace
