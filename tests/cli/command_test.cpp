@@ -359,7 +359,6 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     Save("odd.png", pictures::Png(Quadrants(37, 15, 3, 255, false), PNG_COLOR_TYPE_RGB, 8));
     PalettePng("pal.png", 400, 300);
     PalettePng("odd8.png", 37, 15);
-    PalettePng("big.png", 999, 997);
     // The filter reads a value over its default's text, so Width=2 would
     // read as 2.67: values are written at least as long as the defaults.
     const std::string small =
@@ -382,7 +381,6 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
         {{"--width", "100", "pal.png"}, {100, 76}},
         {{"--height=15", "pal.png"}, {20, 16}},
         {{"--width", "74", "--height", "45", "odd8.png"}, {74, 46}},  // stretched, as asked
-        {{"--width", "1000", "big.png"}, {1000, 998}},                // a pixel more than its own
         // The README's first command, on the shipped sample and on a photograph.
         {{TOLVA_SAMPLES_DIR "/sunset.png"}, {320, 200}},
         {{std::string(data ? data : ".") + "/photo.jpg"}, {1920, 1080}},

@@ -11,6 +11,7 @@
 #include <pam.h>
 #include <png.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <tiffio.h>
 #include <unistd.h>
 #include <webp/encode.h>
@@ -58,7 +59,7 @@ inline Bytes ExifOrientation(int orientation) {
 // colourType is a PNG_COLOR_TYPE_*; for a palette picture the samples are
 // indices and `palette` / `opacity` its PLTE and tRNS.
 inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &palette = {},
-                 const Bytes &opacity = {}, int orientation = 0, bool interlaced = false) {
+                 const Bytes &opacity = {}, int orientation = 0) {
     Bytes out;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
@@ -73,8 +74,7 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
             o->insert(o->end(), data, data + n);
         },
         nullptr);
-    png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType,
-                 interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+    png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     std::vector<png_color> entries;
     for (size_t i = 0; i + 2 < palette.size(); i += 3)
@@ -188,11 +188,8 @@ inline Bytes Webp(const Raster &r) {
 // 8 or 16 bits a sample; photometric MINISBLACK or RGB.
 inline Bytes Tiff(const Raster &r, int bits, int photometric, bool unassociatedAlpha = false,
                   int orientation = 1) {
-    char path[] = "/tmp/tolva-tiff-XXXXXX";
-    int fd = mkstemp(path);
-    if (fd < 0) return {};
-    close(fd);
-    TIFF *t = TIFFOpen(path, "w");
+    int fd = memfd_create("tiff", 0);
+    TIFF *t = TIFFFdOpen(dup(fd), "memory", "w");
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(r.width));
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(r.height));
     TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(r.channels));
@@ -211,11 +208,9 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, bool unassociatedA
         TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
     }
     TIFFClose(t);
-    FILE *f = fopen(path, "rb");
-    Bytes out;
-    for (int ch; (ch = fgetc(f)) != EOF;) out.push_back(uint8_t(ch));
-    fclose(f);
-    unlink(path);
+    Bytes out(size_t(lseek(fd, 0, SEEK_END)));
+    if (pread(fd, out.data(), out.size(), 0) != ssize_t(out.size())) out.clear();
+    close(fd);
     return out;
 }
 

@@ -12,7 +12,6 @@
 #include <tuple>
 #include <vector>
 
-#include "batch.h"
 #include "options.h"
 #include "picture.h"
 #include "picture_files.h"
@@ -222,21 +221,6 @@ TEST(Options, RefusalsAreUsageErrorsWithAReason) {
         EXPECT_FALSE(error.empty());
         EXPECT_EQ(error.find('\n'), std::string::npos);
     }
-}
-
-TEST(Batch, OutputNamesLoseOnlyTheLastExtension) {
-    const char *cases[][3] = {
-        {"out", "a/b.photo.jpg", "out/b.photo.gif"},
-        {"out/", "pic", "out/pic.gif"},
-        {"/", ".hidden", "/.hidden.gif"},
-    };
-    for (const auto &c : cases) {
-        char name[64];
-        ASSERT_EQ(tolva_batch_output_name(c[0], c[1], name, sizeof name), 0);
-        EXPECT_STREQ(name, c[2]);
-    }
-    char small[8];
-    EXPECT_EQ(tolva_batch_output_name("out", "long-name.png", small, sizeof small), -1);
 }
 
 // Whatever the plan, the filter's own arithmetic must give the planned size,
