@@ -211,11 +211,9 @@ protected:
 };
 
 TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
-    Result help = Run({"--help"}), version = Run({"--version"});
+    Result help = Run({"--help"});  // the version is the install test's to check
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("Usage: tolva"), std::string::npos);
-    EXPECT_EQ(version.status, 0);
-    EXPECT_NE(version.out.find("filter version 2.0.5"), std::string::npos) << version.out;
 
     PalettePng("in.png", 20, 10, 16);
     std::string picture = ReadText(Path("in.png"));

@@ -1,8 +1,8 @@
 // The command's pieces on their own: the picture reader (the colours of
 // every format and depth, the pixel budget, a palette's transparency), the
-// command line, sizing, resampling, and the status function's progress and
-// stop answers. What each option does to the picture is tested through the
-// command itself (command_test.cpp).
+// command line, sizing and resampling. What each option does to the picture,
+// and how a stop answer cancels, is tested through the command itself
+// (command_test.cpp).
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
@@ -15,7 +15,6 @@
 #include "options.h"
 #include "picture.h"
 #include "picture_files.h"
-#include "progress.h"
 #include "resample.h"
 #include "sizing.h"
 #include "transparency.h"
@@ -303,35 +302,6 @@ TEST(Resample, ShrinkingAveragesWhatPickingWouldDrop) {
     for (int y = 0; y < 7; ++y)
         for (int x = 0; x < 33; ++x) EXPECT_EQ(flat.pixels[y * flat.stride + x], 40 + x % 3);
     tolva_free_image(&flat);
-}
-
-TEST(Progress, StopIsStickyAndTheBarReachesTheEnd) {
-    FILE *terminal = tmpfile();
-    ASSERT_NE(terminal, nullptr);
-    TolvaProgress p;
-    tolva_progress_init(&p, terminal, "out.gif", 3);
-    auto call = [&](intptr_t a, intptr_t b, intptr_t d) {
-        return tolva_status_function(reinterpret_cast<intptr_t>(&p), a, b, 0, d, 0, 0);
-    };
-    EXPECT_EQ(call(0, -2, 0), 0);  // the init report
-    tolva_progress_reading(&p, 500);
-    tolva_progress_bands(&p, 2, 4);
-    tolva_progress_bands(&p, 4, 4);
-    EXPECT_EQ(call(0, 0, 100), 0);
-    EXPECT_EQ(call(0, 0, 0), 1);   // the third call asks to stop...
-    EXPECT_EQ(call(2, 61, 0), 1);  // ...and so does the detail request after it
-    EXPECT_TRUE(tolva_progress_stopping(&p));
-    tolva_progress_finish(&p);
-    rewind(terminal);
-    char text[512] = {0};
-    std::string drawn(text, fread(text, 1, sizeof text - 1, terminal));
-    fclose(terminal);
-    // Reading, sending and the filter's own percentages each move the bar on.
-    for (const char *bar : {"out.gif [######........................]  20% reading",
-                            "out.gif [#############.................]  45% sending",
-                            "out.gif [##############################] 100% done"})
-        EXPECT_NE(drawn.find(bar), std::string::npos) << drawn;
-    EXPECT_EQ(drawn.back(), '\n');
 }
 
 }  // namespace
