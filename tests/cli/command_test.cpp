@@ -29,6 +29,7 @@
 #include <fstream>
 #include <future>
 #include <iterator>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -226,9 +227,7 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
     // A PNG whose header is made to declare 30000 x 30000 (CRC mended, so
     // that only the size is wrong).
     Bytes big = pictures::Png(Quadrants(8, 8, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1);
-    for (int k = 0; k < 2; ++k)
-        big[16 + 4 * k] = 0, big[17 + 4 * k] = 0, big[18 + 4 * k] = 30000 >> 8,
-                     big[19 + 4 * k] = 30000 & 0xff;
+    for (int at : {16, 20}) big[at] = big[at + 1] = 0, big[at + 2] = 0x75, big[at + 3] = 0x30;
     uLong crc = crc32(0, &big[12], 17);
     for (int k = 0; k < 4; ++k) big[29 + k] = uint8_t(crc >> (24 - 8 * k));
     Save("big.png", big);
@@ -254,9 +253,7 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{}, 2, "missing input and output files", true},
         {{"-a", "-s", "4x3", "in.png", "new.gif"}, 2, "choose one way to size", true},
         {{"missing.png", "old.gif"}, 1, "missing.png: cannot read the picture (No such file"},
-        {{"wide.png", "-"},
-         1,
-         "wide.png: the picture is 70000x2 pixels; the filter takes at most 32767"},
+        {{"wide.png", "-"}, 1, "wide.png: the picture is 70000x2 pixels; the filter takes at"},
         {{"in.png", "no/such/dir/new.gif"}, 1, "new.gif: cannot create the output file (No such"},
         {{"in.png", "folder"}, 1, "folder: cannot create the output file (Is a directory)"},
         {{"in.png", "folder/"}, 1, "folder/: cannot create the output file (Is a directory)"},
@@ -265,16 +262,10 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"alias.png", "hard.png"}, 1, "hard.png: is the input file; not overwritten"},
         {{"-", "in.png"}, 1, "in.png: is the input file", false, {.input = Path("in.png")}},
         {{"-n", "in.png", "old.gif"}, 1, "old.gif: already exists; not replaced (--no-clobber)"},
-        {{"--profile", "absent.ini", "in.png", "new.gif"},
-         1,
-         "absent.ini: cannot read the profile"},
-        {{"--profile=bare.ini", "--section=Bare", "in.png", "old.gif"},
-         1,
-         "section [Bare] holds no settings"},
+        {{"--profile", "absent.ini", "in.png", "new.gif"}, 1, "absent.ini: cannot read the"},
+        {{"--profile=bare.ini", "--section=Bare", "in.png", "old.gif"}, 1, "[Bare] holds no"},
         {{"--size", "30x2", "in.png", "old.gif"}, 2, "the filter refused the size"},
-        {{"--width", "1000", "--height", "2", "in.png", "old.gif"},
-         1,
-         "in.png: the filter cannot make 1000 x 2 pixels of this 20x10 picture (try --smooth)"},
+        {{"--width", "1000", "--height", "2", "in.png", "old.gif"}, 1, "in.png: the filter cannot"},
         // The status function answers stop at the given call: 1 is the init
         // report, then come the writer's progress reports, then the close.
         {{"--cancel-at", "1", "in.png", "old.gif"}, 130, "old.gif: cancelled"},
@@ -282,12 +273,8 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"--cancel-at", "3", "in.png", "old.gif"}, 130, "old.gif: cancelled"},
         {{"--cancel-at", "2", "in.png", "-"}, 130, "standard output: cancelled"},
         // Pictures refused from their header, before any pixel memory.
-        {{"big.png", "old.gif"},
-         1,
-         "big.png: the picture is 30000x30000 pixels, more than the limit"},
-        {{"--max-pixels", "199", "in.png", "new.gif"},
-         1,
-         "in.png: the picture is 20x10 pixels, more than the limit of 199"},
+        {{"big.png", "old.gif"}, 1, "big.png: the picture is 30000x30000 pixels, more than"},
+        {{"--max-pixels", "199", "in.png", "new.gif"}, 1, "in.png: the picture is 20x10 pixels"},
         {{"cut.png", "new.gif"}, 1, "cut.png: corrupt PNG"},
         {{"cut.jpg", "new.gif"}, 1, "cut.jpg: corrupt JPEG file"},
         {{"huge.pgm", "new.gif"}, 1, "huge.pgm: corrupt netpbm file"},
@@ -391,13 +378,10 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     // -v says what was read, what was written and which settings were used.
     Result told = Run({"-v", "--profile", "named.ini", "pal.png", "out.gif"});
     ASSERT_EQ(told.status, 0) << told.err;
-    EXPECT_EQ(told.err.rfind("tolva: pal.png: PNG, 400x300 pixels\n"
-                             "tolva: out.gif: GIF of 128x96 pixels, ",
-                             0),
-              0u)
-        << told.err;
-    EXPECT_NE(told.err.find(" bytes; profile " + Path("named.ini") + ", section [Small]; "),
-              std::string::npos)
+    EXPECT_TRUE(std::regex_search(
+        told.err, std::regex("^tolva: pal.png: PNG, 400x300 pixels\n"
+                             "tolva: out.gif: GIF of 128x96 pixels, [0-9]+ "
+                             "bytes; profile /.*/named.ini, section \\[Small\\]; ")))
         << told.err;
 }
 
