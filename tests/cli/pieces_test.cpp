@@ -21,11 +21,7 @@
 
 namespace {
 
-using pictures::Bytes;
-using pictures::kGreyQuadrant;
-using pictures::kQuadrant;
-using pictures::Quadrants;
-using pictures::Raster;
+using namespace pictures;
 
 struct Read {
     TolvaImageResult result;
@@ -55,19 +51,22 @@ std::vector<int> Pixel(const TolvaImage &image, int x, int y) {
 // reader that truncates instead of rounding gets some of them one low.
 TEST(Reader, EveryFormatAndDepthGivesItsColours) {
     const int w = 12, h = 8;
+    auto q = [&](int channels, uint32_t maxval, bool grey) {
+        return Quadrants(w, h, channels, maxval, grey);
+    };
     auto deep = [&](int channels, bool grey) {
-        Raster r = Quadrants(w, h, channels, 65535, grey);
+        Raster r = q(channels, 65535, grey);
         for (uint16_t &v : r.samples) v = uint16_t(v ? v - 120 : 0);
         return r;
     };
-    Raster cmyk = Quadrants(w, h, 4, 255, false);
+    Raster cmyk = q(4, 255, false);
     for (size_t i = 0; i < cmyk.samples.size(); i += 4) {  // inverted CMYK of the quadrants
         uint16_t k = std::max({cmyk.samples[i], cmyk.samples[i + 1], cmyk.samples[i + 2]});
         for (int c = 0; c < 3; ++c)
             cmyk.samples[i + c] = uint16_t(k ? cmyk.samples[i + c] * 255 / k : 0);
         cmyk.samples[i + 3] = k;
     }
-    Raster indexed = Quadrants(w, h, 1, 3, true);
+    Raster indexed = q(1, 3, true);
     const Bytes greys = {0, 0, 0, 85, 85, 85, 170, 170, 170, 255, 255, 255};
     const uint8_t *bilevel = (const uint8_t *)"\0\0\xff\xff";
     struct Case {
@@ -77,35 +76,27 @@ TEST(Reader, EveryFormatAndDepthGivesItsColours) {
         const uint8_t *greys = nullptr;  // for grey pictures: the quadrants' values
     };
     const Case cases[] = {
-        {"grey1.png", pictures::Png(Quadrants(w, h, 1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, 0,
-         bilevel},
-        {"grey4.png", pictures::Png(Quadrants(w, h, 1, 15, true), PNG_COLOR_TYPE_GRAY, 4), 24, 0,
-         kGreyQuadrant},
-        {"grey16.png", pictures::Png(deep(1, true), PNG_COLOR_TYPE_GRAY, 16), 24, 0, kGreyQuadrant},
-        {"rgb16.png", pictures::Png(deep(3, false), PNG_COLOR_TYPE_RGB, 16), 24, 0},
-        {"ga.png", pictures::Png(Quadrants(w, h, 2, 255, true), PNG_COLOR_TYPE_GRAY_ALPHA, 8), 32,
-         0, kGreyQuadrant},
-        {"rgba.png", pictures::Png(Quadrants(w, h, 4, 255, false), PNG_COLOR_TYPE_RGBA, 8), 32, 0},
-        {"palette.png", pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, greys), 8, 0,
-         kGreyQuadrant},
-        {"interlaced.gif", pictures::Gif(indexed, greys, -1, true), 8, 0, kGreyQuadrant},
-        {"grey.jpg", pictures::Jpeg(Quadrants(w, h, 1, 255, true)), 24, 12, kGreyQuadrant},
-        {"rgb.jpg", pictures::Jpeg(Quadrants(w, h, 3, 255, false), 100, 0, true), 24, 16},
-        {"cmyk.jpg", pictures::Jpeg(cmyk, 100), 24, 16},
-        {"rgb.webp", pictures::Webp(Quadrants(w, h, 3, 255, false)), 24, 0},
-        {"rgb8.tif", pictures::Tiff(Quadrants(w, h, 3, 255, false), 8, PHOTOMETRIC_RGB), 32, 0},
-        {"grey16.tif", pictures::Tiff(deep(1, true), 16, PHOTOMETRIC_MINISBLACK), 24, 0,
-         kGreyQuadrant},
-        {"rgb16.tif", pictures::Tiff(deep(3, false), 16, PHOTOMETRIC_RGB), 24, 0},
-        {"rgba.tif", pictures::Tiff(Quadrants(w, h, 4, 255, false), 8, PHOTOMETRIC_RGB, true), 32,
-         0},
-        {"raw.pbm", pictures::Netpbm(Quadrants(w, h, 1, 1, true), RPBM_FORMAT), 24, 0, bilevel},
-        {"grey16.pgm", pictures::Netpbm(deep(1, true), RPGM_FORMAT), 24, 0, kGreyQuadrant},
-        {"rgb1000.ppm", pictures::Netpbm(Quadrants(w, h, 3, 1000, false), RPPM_FORMAT), 24, 0},
-        {"ga.pam", pictures::Netpbm(Quadrants(w, h, 2, 255, true), PAM_FORMAT, "GRAYSCALE_ALPHA"),
-         32, 0, kGreyQuadrant},
-        {"rgba.pam", pictures::Netpbm(Quadrants(w, h, 4, 255, false), PAM_FORMAT, "RGB_ALPHA"), 32,
-         0},
+        {"grey1.png", Png(q(1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, 0, bilevel},
+        {"grey4.png", Png(q(1, 15, true), PNG_COLOR_TYPE_GRAY, 4), 24, 0, kGreyQuadrant},
+        {"grey16.png", Png(deep(1, true), PNG_COLOR_TYPE_GRAY, 16), 24, 0, kGreyQuadrant},
+        {"rgb16.png", Png(deep(3, false), PNG_COLOR_TYPE_RGB, 16), 24, 0},
+        {"ga.png", Png(q(2, 255, true), PNG_COLOR_TYPE_GRAY_ALPHA, 8), 32, 0, kGreyQuadrant},
+        {"rgba.png", Png(q(4, 255, false), PNG_COLOR_TYPE_RGBA, 8), 32, 0},
+        {"palette.png", Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, greys), 8, 0, kGreyQuadrant},
+        {"interlaced.gif", Gif(indexed, greys, -1, true), 8, 0, kGreyQuadrant},
+        {"grey.jpg", Jpeg(q(1, 255, true)), 24, 12, kGreyQuadrant},
+        {"rgb.jpg", Jpeg(q(3, 255, false), 100, 0, true), 24, 16},
+        {"cmyk.jpg", Jpeg(cmyk, 100), 24, 16},
+        {"rgb.webp", Webp(q(3, 255, false)), 24, 0},
+        {"rgb8.tif", Tiff(q(3, 255, false), 8, PHOTOMETRIC_RGB), 32, 0},
+        {"grey16.tif", Tiff(deep(1, true), 16, PHOTOMETRIC_MINISBLACK), 24, 0, kGreyQuadrant},
+        {"rgb16.tif", Tiff(deep(3, false), 16, PHOTOMETRIC_RGB), 24, 0},
+        {"rgba.tif", Tiff(q(4, 255, false), 8, PHOTOMETRIC_RGB, true), 32, 0},
+        {"raw.pbm", Netpbm(q(1, 1, true), RPBM_FORMAT), 24, 0, bilevel},
+        {"grey16.pgm", Netpbm(deep(1, true), RPGM_FORMAT), 24, 0, kGreyQuadrant},
+        {"rgb1000.ppm", Netpbm(q(3, 1000, false), RPPM_FORMAT), 24, 0},
+        {"ga.pam", Netpbm(q(2, 255, true), PAM_FORMAT, "GRAYSCALE_ALPHA"), 32, 0, kGreyQuadrant},
+        {"rgba.pam", Netpbm(q(4, 255, false), PAM_FORMAT, "RGB_ALPHA"), 32, 0},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
@@ -126,7 +117,7 @@ TEST(Reader, EveryFormatAndDepthGivesItsColours) {
 }
 
 TEST(Reader, SizesAreCheckedBeforeDecoding) {
-    Bytes png = pictures::Png(Quadrants(100, 50, 3, 255, false), PNG_COLOR_TYPE_RGB, 8);
+    Bytes png = Png(Quadrants(100, 50, 3, 255, false), PNG_COLOR_TYPE_RGB, 8);
     Read over = ReadPicture(png, 4999);
     EXPECT_EQ(over.result, TOLVA_IMAGE_TOO_LARGE);
     EXPECT_EQ(over.image.pixels, nullptr);
@@ -145,8 +136,7 @@ TEST(Reader, FlatteningGivesAPaletteOneTransparentEntry) {
     // Entries 1 and 3 are transparent, entry 1's colour is also entry 0's.
     Raster indexed{4, 1, 1, 255, {0, 1, 2, 3}};
     const Bytes palette = {9, 9, 9, 9, 9, 9, 100, 0, 0, 0, 100, 0};
-    Read p =
-        ReadPicture(pictures::Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 0, 255, 0}));
+    Read p = ReadPicture(Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, palette, {255, 0, 255, 0}));
     ASSERT_EQ(p.result, TOLVA_IMAGE_OK) << p.error;
     ASSERT_EQ(tolva_flatten(&p.image, matte, &t, error, sizeof error), TOLVA_IMAGE_OK);
     ASSERT_TRUE(t.active);
