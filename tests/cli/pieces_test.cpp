@@ -226,12 +226,8 @@ TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
         SCOPED_TRACE(::testing::PrintToString(std::vector<int32_t>(s, s + 4)));
         TolvaPixelPlan plan;
         ASSERT_EQ(tolva_plan_pixels(s[0], s[1], s[2], s[3], &plan), 0);
-        if (s[2] > 0) {
-            EXPECT_EQ(plan.outWidth, s[2]);
-        }
-        if (s[3] > 0) {
-            EXPECT_EQ(plan.outHeight, s[3]);
-        }
+        EXPECT_EQ(plan.outWidth, s[2] > 0 ? s[2] : plan.outWidth);
+        EXPECT_EQ(plan.outHeight, s[3] > 0 ? s[3] : plan.outHeight);
         EXPECT_TRUE(plan.xResolution >= 32 && plan.xResolution <= 400);
         EXPECT_TRUE(plan.yResolution >= 32 && plan.yResolution <= 400);
         if (plan.road == TOLVA_PLAN_OWN_SIZE) {

@@ -249,34 +249,26 @@ TEST_F(BadInput, RefusedExportsLeaveNoFileAndOneError) {
 // settings.
 TEST(QueryCellFormat, TheDialogPredictsTheWrittenSize) {
     setenv("DISPLAYINFO", "1280x1024x100x100", 1);
-    for (int32_t sizeMode = 600; sizeMode <= 603; ++sizeMode) {
-        for (int32_t resolutionMode = 307; resolutionMode <= 310; ++resolutionMode) {
+    for (int32_t sizeMode = 600; sizeMode <= 603; ++sizeMode)
+        for (int32_t resolutionMode = 307; resolutionMode <= 310; ++resolutionMode)
             for (int32_t dpi : {0, 120}) {
+                SCOPED_TRACE(testing::Message() << sizeMode << " " << resolutionMode << " " << dpi);
                 Device dialog, writer;
-                for (SetupBlock *block : {dialog.settings, writer.settings}) {
-                    block->sizeMode = sizeMode;
-                    block->resolutionMode = resolutionMode;
-                }
-                double width = dpi != 0 ? 1000.0 / dpi : 1000.0;
-                double height = dpi != 0 ? 600.0 / dpi : 600.0;
-                int32_t resolution = dpi;
+                for (SetupBlock *block : {dialog.settings, writer.settings})
+                    block->sizeMode = sizeMode, block->resolutionMode = resolutionMode;
+                double width = dpi ? 1000.0 / dpi : 1000.0, height = dpi ? 600.0 / dpi : 600.0;
+                int32_t resolution = dpi, predicted[3] = {};
                 int16_t bits = 0;
                 ASSERT_EQ(QueryCellFormat(&width, &height, &bits, &resolution, nullptr, nullptr),
                           0);
                 const int32_t input[7] = {100, 0, dpi, 1000, 600, 1280, 1024};
-                int32_t predicted[3] = {};
                 GetRasterInfo(dialog.setup, input, predicted);
-                const auto written = std::make_tuple(static_cast<int32_t>(std::ceil(width)),
-                                                     static_cast<int32_t>(std::ceil(height)));
-                EXPECT_EQ(std::make_tuple(predicted[0], predicted[1]), written)
-                    << sizeMode << " " << resolutionMode << " " << dpi;
+                EXPECT_EQ(std::make_tuple(predicted[0], predicted[1]),
+                          std::make_tuple(int32_t(std::ceil(width)), int32_t(std::ceil(height))));
                 const SetupBlock &a = *dialog.settings, &b = *writer.settings;
                 EXPECT_EQ(std::make_tuple(a.width, a.height, a.xResolution, a.yResolution),
-                          std::make_tuple(b.width, b.height, b.xResolution, b.yResolution))
-                    << sizeMode << " " << resolutionMode << " " << dpi;
+                          std::make_tuple(b.width, b.height, b.xResolution, b.yResolution));
             }
-        }
-    }
     unsetenv("DISPLAYINFO");
 }
 
