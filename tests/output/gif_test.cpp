@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <map>
 #include <random>
 #include <string>
 #include <tuple>
@@ -92,13 +91,12 @@ std::vector<uint8_t> gif_head(const Picture &p, bool interlaced, int transparent
 }
 
 // A whole file: the head, the image data the reference encoder makes of these
-// segments (`end` marks the final one as the last; `stats` counts what the
-// others end on), the trailer. Each segment gets a fresh zeroed work buffer,
+// segments (`end` marks the final one as the last), the trailer. Each segment gets a fresh zeroed work buffer,
 // as a band too small to serve as one does, or all share one, as the
 // interlace passes do.
 std::vector<uint8_t> reference_file(const Picture &p, bool interlaced, int transparent,
                                     const std::vector<std::vector<uint8_t>> &segments, bool end,
-                                    bool shared_work, OracleStats *stats) {
+                                    bool shared_work) {
     ByteStream stream{gif_head(p, interlaced, transparent)};
     stream.position = stream.bytes.size();
     uint32_t carry = 0;
@@ -106,10 +104,9 @@ std::vector<uint8_t> reference_file(const Picture &p, bool interlaced, int trans
     for (size_t k = 0; k < segments.size(); ++k) {
         std::vector<uint8_t> fresh(kLzwWorkBytes, 0);
         const bool final = k + 1 == segments.size();
-        oracle_compress_and_write(&stream, segments[k].data(),
-                                  (shared_work ? shared : fresh).data(),
-                                  static_cast<int32_t>(segments[k].size()), k == 0, end && final,
-                                  &carry, final ? nullptr : stats);
+        oracle_compress_and_write(
+            &stream, segments[k].data(), (shared_work ? shared : fresh).data(),
+            static_cast<int32_t>(segments[k].size()), k == 0, end && final, &carry, nullptr);
     }
     stream.bytes.push_back(0x3B);
     return stream.bytes;
@@ -138,21 +135,6 @@ std::vector<std::vector<uint8_t>> segments_of(const Picture &p, const std::vecto
         for (y = kPassStart[pass]; y < p.height; y += kPassStep[pass]) add_row(y);
     }
     return segments;
-}
-
-// Which of the writer's deliberate habits keeps decoders from reading its stream
-// for this picture in full, or nullptr for none.
-const char *undecodable(const Picture &p, bool spooled,
-                        const std::vector<std::vector<uint8_t>> &segments, bool odd_width_end) {
-    if (p.bits < 8) return "packed rows compressed with code size 8";
-    if (spooled && p.height <= 4) return "no fourth pass: no end code, no terminator";
-    for (size_t k = 0; k < segments.size(); ++k) {
-        if (segments[k].size() == 1) return "one-pixel segment: its pixel is never emitted";
-        // Only as many work bytes are cleared as the load has pixels: the
-        // bytes the previous load left are ORed into its codes.
-        if (spooled && k > 0 && segments[k].size() < 4) return "pass-load under 4 bytes";
-    }
-    return odd_width_end ? "clear code joining two segments at an odd width" : nullptr;
 }
 
 class GifTest : public testing::Test {
@@ -214,7 +196,6 @@ TEST_F(GifTest, EveryPaletteWidthBandingAndInterlace) {
     const int32_t widths[] = {1, 2, 3, 7, 100, 255, 256, 1000, 2000};
     std::mt19937 rng(5);
     int decoded = 0;
-    std::map<std::string, int> set_aside;
     for (int round = 0; round < 2000; ++round) {
         const auto [colours, bits] = kinds[rng() % 8];
         const int32_t width = widths[rng() % 9];
@@ -247,20 +228,18 @@ TEST_F(GifTest, EveryPaletteWidthBandingAndInterlace) {
             ++decoded;
             continue;
         }
-        // A stream that decoders cannot read back must owe it to a deliberate
-        // habit, and be exactly what the reference encoder makes.
-        auto segments = segments_of(p, bands, interlaced);
-        OracleStats stats;
-        ASSERT_EQ(
-            reference_file(p, interlaced, index, segments, !spooled || height > 4, spooled, &stats),
-            file);
-        const char *why = undecodable(p, spooled, segments, stats.odd_width_ends > 0);
-        ASSERT_NE(nullptr, why);
-        ++set_aside[why];
+        // A stream that decoders cannot read back (packed rows compressed with
+        // code size 8, a one-pixel segment whose pixel is never emitted, a
+        // spool of under four rows that ends without its end code, a
+        // pass-load under 4 bytes that ORs in what the last one left, a clear
+        // code joining segments at an odd width) must be exactly what the
+        // reference encoder makes.
+        ASSERT_EQ(reference_file(p, interlaced, index, segments_of(p, bands, interlaced),
+                                 !spooled || height > 4, spooled),
+                  file);
     }
-    // Every kind of stream set aside is reached, and stays the exception
-    // among the 8-bit pictures (about three in four rounds).
-    EXPECT_EQ(5u, set_aside.size());
+    // Such streams stay the exception among the 8-bit pictures (about three
+    // in four rounds).
     EXPECT_GT(decoded, 1300);
 }
 
