@@ -279,12 +279,23 @@ TEST_F(GifTest, TransparentAndBackgroundColoursTakeTheirNearestEntry) {
     }
 }
 
-TEST_F(GifTest, WriteFailuresGive303) {
+// Output that cannot be written gives 303; a missing band 300; a spool that
+// cannot be opened pushes 303.
+TEST_F(GifTest, WriteFailuresMissingBandsAndNoSpool) {
+    // A band block smaller than its rows is read only as far as it goes.
+    Picture p = make_picture(6, 200, 200, 256);
+    Output small;
+    HGLOBAL state = 0;
+    BeginCellBitmap(small.stream, 10, 4, 8, p.palette.data(), &state);
+    EXPECT_EQ(TOLVA_ERR_MEMORY, WriteCellBits(small.stream, 0, 10, 2, 8, 0, state));
+    HGLOBAL empty = GlobalAlloc(TOLVA_GMEM_FLAGS, 0);
+    EXPECT_EQ(0, WriteCellBits(small.stream, empty, 10, 2, 8, 0, state));
+    GlobalFree(empty);
+    EXPECT_EQ(0, EndCellBitmap(small.stream, state));
     // Output that stops taking bytes before the trailer, before the block
     // terminator, in the image data. After a failure in the data the next
     // band still steps back over its parked byte, so only the first two keep
     // the bytes of the whole file up to the failure.
-    Picture p = make_picture(6, 200, 200, 256);
     const std::vector<uint8_t> whole = write_to_memory(&p, {100, 100});
     const auto size = static_cast<uint32_t>(whole.size());
     for (auto [limit, results] :
@@ -304,38 +315,24 @@ TEST_F(GifTest, WriteFailuresGive303) {
     Output out(900);
     EXPECT_EQ((std::vector<int32_t>{0, 0, TOLVA_ERR_STREAM}), write(out.stream, &big, {300, 200}));
     EXPECT_EQ(1u, spools_.size());
-}
-
-TEST_F(GifTest, MissingBandGives300AndASpoolThatCannotBeOpenedPushes303) {
-    // A band block smaller than its rows is read only as far as it goes.
-    Picture p = make_picture(2, 10, 4, 16);
-    Output small;
-    HGLOBAL state = 0;
-    BeginCellBitmap(small.stream, 10, 4, 8, p.palette.data(), &state);
-    EXPECT_EQ(TOLVA_ERR_MEMORY, WriteCellBits(small.stream, 0, 10, 2, 8, 0, state));
-    HGLOBAL empty = GlobalAlloc(TOLVA_GMEM_FLAGS, 0);
-    EXPECT_EQ(0, WriteCellBits(small.stream, empty, 10, 2, 8, 0, state));
-    GlobalFree(empty);
-    EXPECT_EQ(0, EndCellBitmap(small.stream, state));
     // With no file descriptor to be had the spool file cannot be made or
     // opened. The error is pushed, not returned; the image data are lost and
     // the file ends with the trailer.
-    setup_.interlace = TOLVA_INTERLACE_ON;
-    Picture big = make_picture(9, 700, 500, 16);
-    Output out;
+    em_ = {};
+    Output unlimited;
     rlimit saved, none;
     ASSERT_EQ(0, getrlimit(RLIMIT_NOFILE, &saved));
     none = saved;
     none.rlim_cur = 0;
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
-    std::vector<int32_t> results = write(out.stream, &big, {250, 250});
+    std::vector<int32_t> results = write(unlimited.stream, &big, {250, 250});
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &saved));
     EXPECT_EQ((std::vector<int32_t>{0, 0, 0}), results);
     EXPECT_EQ(TOLVA_ERR_STREAM, em_.result);
     EXPECT_EQ(1, em_.lostErrors);
     std::vector<uint8_t> want = gif_head(big, true);
     want.push_back(0x3B);
-    EXPECT_EQ(want, out.bytes());
+    EXPECT_EQ(want, unlimited.bytes());
 }
 
 // Encodes the pixels, cut into segments at `cuts`, with the library and with

@@ -148,8 +148,8 @@ TEST_F(Export, DepthsDirectionsBandsInterlaceAndRoadsAgree) {
                     }
 }
 
-// A single cell array outside a picture bracket goes through the whole-bitmap
-// road, which reports 20 per conversion step and at least 50 before writing;
+// A single cell array outside a picture bracket (or a bitmap handed to
+// ExportCellData) goes through the whole-bitmap road, which reports 20 per conversion step and at least 50 before writing;
 // a stop at any step writes nothing. With no picture open, the rows that fit
 // are counted against the height of the last picture opened: none, so the
 // image keeps the size of the cell array with every index 0.
@@ -167,14 +167,10 @@ TEST_F(Export, WholeBitmapRoadReportsProgressAndStopsAtAnyStep) {
     g_stop_at = -1;
     Picture q = make_picture(40, 16, 8);
     EXPECT_EQ(mismatch(decode(run(q, {.bracket = false})), q, std::vector<int32_t>(16, -1)), "");
-}
-
-// To a memory block when it has no name.
-TEST_F(Export, ExportCellDataToMemory) {
-    Picture p = make_picture(30, 20, 8);
+    // ExportCellData writes to a memory block when it has no name.
     Device device;
-    std::vector<uint8_t> bytes = run(device, p, {}, kCellData);
-    ASSERT_EQ(export_cell(p, 96, "", device.setup), 0);
+    std::vector<uint8_t> bytes = run(device, q, {}, kCellData);
+    ASSERT_EQ(export_cell(q, 96, "", device.setup), 0);
     const auto *data = static_cast<const uint8_t *>(device.settings->exportMemoryData);
     EXPECT_EQ(std::vector<uint8_t>(data, data + bytes.size()), bytes);
     GlobalFree(device.settings->exportMemoryBlock);
