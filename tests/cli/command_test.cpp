@@ -311,11 +311,7 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
 // the writer's bottom-row-first bands require, at every depth and band split.
 TEST_F(Command, PaletteIndicesComeBackInTheirPlaces) {
     const int width = 37, height = 20;
-    struct Case {
-        int colours;
-        Args options;
-    };
-    const Case cases[] = {
+    const std::pair<int, Args> cases[] = {
         {2, {"--bands", "3"}},
         {16, {"-q"}},
         {256, {"--interlace", "--bands", "4"}},
@@ -324,10 +320,9 @@ TEST_F(Command, PaletteIndicesComeBackInTheirPlaces) {
         // one takes its place in the table.
         {16, {"--transparent", "e23c90", "--background=e53a93"}},
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(::testing::PrintToString(c.options));
-        std::vector<uint8_t> indices = PalettePng("in.png", width, height, c.colours);
-        Args args = c.options;
+    for (auto [colours, args] : cases) {
+        SCOPED_TRACE(::testing::PrintToString(args));
+        std::vector<uint8_t> indices = PalettePng("in.png", width, height, colours);
         args.insert(args.end(), {"--actual-size", "in.png"});
         Gif gif = Export(args);
         ASSERT_EQ(std::make_pair(gif.width, gif.height), std::make_pair(width, height));
@@ -482,28 +477,24 @@ TEST_F(Command, TransparencyThatCannotHoldIsDroppedWithANote) {
 // EXIF orientation 6 means the stored rows must be turned a quarter to the
 // right: the stored top-left quadrant ends up top right.
 TEST_F(Command, OrientationTurnsPicturesUpright) {
-    Save("six.jpg", pictures::Jpeg(Quadrants(16, 8, 3, 255, false), 100, 6));
-    Save("three.png",
-         pictures::Png(Quadrants(16, 8, 3, 255, false), PNG_COLOR_TYPE_RGB, 8, {}, {}, 3));
-    Save("eight.tif",
-         pictures::Tiff(Quadrants(16, 8, 3, 255, false), 8, PHOTOMETRIC_RGB, false, 8));
+    const Raster stored = Quadrants(16, 8, 3, 255, false);
+    Save("six.jpg", pictures::Jpeg(stored, 100, 6));
+    Save("three.png", pictures::Png(stored, PNG_COLOR_TYPE_RGB, 8, {}, {}, 3));
+    Save("eight.tif", pictures::Tiff(stored, 8, PHOTOMETRIC_RGB, false, 8));
+    // Which stored quadrant shows at top left, top right, bottom left, bottom right.
     struct Case {
         Args args;
-        int width, height;
-        int quadrantAt
-            [4];  // which stored quadrant shows at top left, top right, bottom left, bottom right
+        int width, height, quadrantAt[4];
     };
     const Case cases[] = {
-        {{"six.jpg"}, 8, 16, {2, 0, 3, 1}},
-        {{"--no-orient", "six.jpg"}, 16, 8, {0, 1, 2, 3}},
-        {{"three.png"}, 16, 8, {3, 2, 1, 0}},
-        {{"eight.tif"}, 8, 16, {1, 3, 0, 2}},
+        {{"--actual-size", "six.jpg"}, 8, 16, {2, 0, 3, 1}},
+        {{"--actual-size", "--no-orient", "six.jpg"}, 16, 8, {0, 1, 2, 3}},
+        {{"--actual-size", "three.png"}, 16, 8, {3, 2, 1, 0}},
+        {{"--actual-size", "eight.tif"}, 8, 16, {1, 3, 0, 2}},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
-        Args args = c.args;
-        args.insert(args.begin(), "--actual-size");
-        Gif gif = Export(args);
+        Gif gif = Export(c.args);
         ASSERT_EQ(std::make_pair(gif.width, gif.height), std::make_pair(c.width, c.height));
         for (int q = 0; q < 4; ++q) {
             const uint8_t *got = At(gif, (q & 1) ? c.width - 2 : 1, (q & 2) ? c.height - 2 : 1);
