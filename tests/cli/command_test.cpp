@@ -355,11 +355,7 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
     WriteText(Path("my.ini"), small);
     WriteText(Path("named.ini"), "[TOLVA]\n~Mode=Small\n\n" + small);
     const char *data = getenv("TOLVA_TEST_DATA");
-    struct Case {
-        Args args;
-        std::pair<int, int> size;
-    };
-    const Case cases[] = {
+    const std::pair<Args, std::pair<int, int>> cases[] = {
         {{"--actual-size", "odd.png"}, {37, 16}},
         {{"--size", "4x3", "--dpi", "64", "wide.png"}, {256, 192}},
         {{"--size=4x1", "--dpi=64", "wide.png"}, {86, 64}},
@@ -374,10 +370,9 @@ TEST_F(Command, EachSizeOptionGivesItsSize) {
         {{TOLVA_SAMPLES_DIR "/sunset.png"}, {320, 200}},
         {{std::string(data ? data : ".") + "/photo.jpg"}, {1920, 1080}},
     };
-    for (const Case &c : cases) {
-        Gif gif = Export(c.args);
-        EXPECT_EQ(std::make_pair(gif.width, gif.height), c.size)
-            << ::testing::PrintToString(c.args);
+    for (const auto &[args, size] : cases) {
+        Gif gif = Export(args);
+        EXPECT_EQ(std::make_pair(gif.width, gif.height), size) << ::testing::PrintToString(args);
     }
     // -v says what was read, what was written and which settings were used.
     Result told = Run({"-v", "--profile", "named.ini", "pal.png", "out.gif"});
