@@ -60,8 +60,8 @@ struct Result {
 struct Launch {
     bool unprivileged = false;  // run as nobody when the test runs as root
     rlim_t fileLimit = RLIM_INFINITY;
-    std::string input;   // a file for standard input; /dev/null when empty
-    std::string tmpdir;  // TMPDIR, when not empty
+    std::string input = "";   // a file for standard input; /dev/null when empty
+    std::string tmpdir = "";  // TMPDIR, when not empty
 };
 
 // Reads everything from a descriptor until end of file, and closes it.

@@ -76,21 +76,17 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
         nullptr);
     png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    std::vector<png_color> entries;
-    for (size_t i = 0; i + 2 < palette.size(); i += 3)
-        entries.push_back({palette[i], palette[i + 1], palette[i + 2]});
-    if (!entries.empty()) png_set_PLTE(png, info, entries.data(), int(entries.size()));
+    // png_color is three bytes, red, green and blue: the palette's own layout.
+    if (!palette.empty())
+        png_set_PLTE(png, info, reinterpret_cast<png_const_colorp>(palette.data()),
+                     int(palette.size() / 3));
     if (!opacity.empty()) png_set_tRNS(png, info, opacity.data(), int(opacity.size()), nullptr);
     Bytes exif = ExifOrientation(orientation);
     if (orientation != 0) png_set_eXIf_1(png, info, png_uint_32(exif.size()), exif.data());
     png_write_info(png, info);
     if (bitDepth == 16) png_set_swap(png);  // rows below are native 16-bit
     if (bitDepth < 8) png_set_packing(png);
-    std::vector<Bytes> rows;
-    std::vector<png_bytep> pointers;
-    for (int y = 0; y < r.height; ++y) rows.push_back(PackRow(r, y, bitDepth));
-    for (Bytes &row : rows) pointers.push_back(row.data());
-    png_write_image(png, pointers.data());
+    for (int y = 0; y < r.height; ++y) png_write_row(png, PackRow(r, y, bitDepth).data());
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
     return out;
