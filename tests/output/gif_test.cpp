@@ -146,9 +146,7 @@ protected:
     void TearDown() override {
         lpRaster = nullptr;
         lpEMData = nullptr;
-        for (const auto &name : spools_) {
-            EXPECT_NE(0, access(name.c_str(), F_OK)) << name << " left behind";
-        }
+        for (const auto &name : spools_) EXPECT_NE(0, access(name.c_str(), F_OK)) << name;
     }
 
     // Hands the picture over in bands of these row counts, each bottom row
@@ -166,9 +164,8 @@ protected:
         for (int32_t rows : bands) {
             HGLOBAL band = GlobalAlloc(TOLVA_GMEM_FLAGS, s * static_cast<uint32_t>(rows));
             auto *data = static_cast<uint8_t *>(GlobalLock(band));
-            for (int32_t k = 0; k < rows; ++k) {
+            for (int32_t k = 0; k < rows; ++k)
                 std::memcpy(data + k * s, &p->pixels[(top + rows - 1 - k) * r], r);
-            }
             results.push_back(WriteCellBits(out, band, p->width, rows, p->bits, 0, state));
             GlobalFree(band);
             top += rows;
