@@ -9,10 +9,8 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <png.h>
-#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -649,50 +647,19 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
 // Every way but SIGKILL to stop the command leaves nothing behind: not the
 // output, not the command's temporary file, not the filter's interlace spool
 // in /tmp. The signal is sent while that spool is open (the command is
-// frozen with SIGSTOP the moment the spool appears, and the spool is checked
-// to be its own), which is when an abrupt end would leave it.
-// Whether process `pid` has ended (it is left to be waited for).
-bool Ended(pid_t pid) {
-    siginfo_t info{};
-    return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
-           info.si_pid != 0;
-}
+// frozen with SIGSTOP while it holds the spool, checked again once frozen),
+// which is when an abrupt end would leave it.
 
-// Whether process `pid` has `path` open.
-bool HasOpen(pid_t pid, const std::string &path) {
+// The spool file (/tmp/zun*) process `pid` has open, or "".
+std::string SpoolOf(pid_t pid) {
     std::error_code error;
     for (const auto &fd :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error))
-        if (std::filesystem::read_symlink(fd, error) == path) return true;
-    return false;
-}
-
-// Watches /tmp from its making (so before the command starts) and, while
-// `pid` runs, hands each new spool file (zun*) to `spooled` until it answers
-// true; false when none was taken in time.
-struct SpoolWatch {
-    int watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    SpoolWatch() { EXPECT_GE(inotify_add_watch(watch, "/tmp", IN_CREATE), 0); }
-    ~SpoolWatch() { close(watch); }
-    template <typename Spooled>
-    bool Until(pid_t pid, Spooled spooled) {
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (std::chrono::steady_clock::now() < deadline && !Ended(pid)) {
-            pollfd p{watch, POLLIN, 0};
-            if (poll(&p, 1, 50) <= 0) continue;
-            alignas(inotify_event) char events[4096];
-            ssize_t n = read(watch, events, sizeof events);
-            for (ssize_t at = 0; at < n;) {
-                auto *event = reinterpret_cast<inotify_event *>(events + at);
-                at += static_cast<ssize_t>(sizeof *event + event->len);
-                if (event->len != 0 && std::string(event->name).rfind("zun", 0) == 0 &&
-                    spooled(std::string("/tmp/") + event->name))
-                    return true;
-            }
-        }
-        return false;
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error)) {
+        std::string target = std::filesystem::read_symlink(fd, error);
+        if (target.rfind("/tmp/zun", 0) == 0) return target;
     }
-};
+    return "";
+}
 
 class Stop : public Folder {
 protected:
@@ -702,24 +669,28 @@ protected:
         PalettePng("in.png", 3000, 2000);
     }
 
-    // Runs an interlaced export and, once its spool is open, sends `signals`.
-    // Returns false when the spool was never caught open (the export was too
-    // quick, or another process's spool came first): the caller tries again.
-    bool StopWhileSpooling(const std::vector<int> &signals, const Args &args, Result *result,
-                           std::string *spool) {
-        SpoolWatch watch;
-        Process command(dir_, args);
-        bool sent = watch.Until(command.pid(), [&](const std::string &name) {
-            kill(command.pid(), SIGSTOP);
-            *spool = name;
-            bool open = HasOpen(command.pid(), name);
-            if (open)
-                for (int s : signals) kill(command.pid(), s);
-            kill(command.pid(), SIGCONT);
-            return open;
-        });
-        *result = command.Finish();
-        return sent;
+    // While `command` runs, watches the processes `watched` names until one
+    // of them holds a spool open, freezes them and hands the spool to `stop`;
+    // false when none was caught (the export was too quick).
+    template <typename Watched, typename Stopper>
+    bool StopWhileSpooling(Process &command, Watched watched, Stopper stop) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        for (siginfo_t info{}; std::chrono::steady_clock::now() < deadline; usleep(100)) {
+            if (waitid(P_PID, id_t(command.pid()), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+                info.si_pid != 0)
+                return false;  // ended, and left to be waited for
+            std::vector<pid_t> pids = watched();
+            std::string spool;
+            for (pid_t pid : pids) spool += SpoolOf(pid);
+            if (spool.empty()) continue;
+            for (pid_t pid : pids) kill(pid, SIGSTOP);
+            spool.clear();
+            for (pid_t pid : pids) spool += SpoolOf(pid);
+            if (!spool.empty()) stop(spool);
+            for (pid_t pid : pids) kill(pid, SIGCONT);
+            if (!spool.empty()) return true;
+        }
+        return false;
     }
 };
 
@@ -728,14 +699,15 @@ TEST_F(Stop, EachStopSignalCancelsThroughTheFilter) {
         {SIGINT}, {SIGINT, SIGINT, SIGINT}, {SIGTERM}, {SIGHUP}, {SIGQUIT}, {SIGINT, SIGTERM}};
     for (const auto &signals : cases) {
         SCOPED_TRACE(::testing::PrintToString(signals));
-        Result r;
+        Process command(dir_, {"-q", "--interlace", "--actual-size", "in.png", "out.gif"});
         std::string spool;
-        bool caught = false;
-        for (int attempt = 0; attempt < 5 && !caught; ++attempt) {
-            unlink(Path("out.gif").c_str());  // written by an attempt that missed
-            caught = StopWhileSpooling(
-                signals, {"-q", "--interlace", "--actual-size", "in.png", "out.gif"}, &r, &spool);
-        }
+        bool caught = StopWhileSpooling(
+            command, [&] { return std::vector<pid_t>{command.pid()}; },
+            [&](const std::string &name) {
+                spool = name;
+                for (int s : signals) kill(command.pid(), s);
+            });
+        Result r = command.Finish();
         ASSERT_TRUE(caught) << "the spool was never caught open";
         EXPECT_EQ(r.signal, 0) << "ended by the signal itself";
         // Pending signals may arrive in any order; the first one counts.
@@ -756,27 +728,20 @@ TEST_F(Stop, ABatchPassesTheStopOnToItsConversions) {
     }
     // Only the parent gets the signal, as from kill(1), once one of its
     // children has its spool open.
-    SpoolWatch watch;
     Process batch(dir_, args);
-    bool sent = watch.Until(batch.pid(), [&](const std::string &spool) {
-        std::istringstream children(ReadText("/proc/" + std::to_string(batch.pid()) + "/task/" +
-                                             std::to_string(batch.pid()) + "/children"));
-        std::vector<pid_t> running;
-        for (pid_t child; children >> child;) {
-            kill(child, SIGSTOP);
-            running.push_back(child);
-        }
-        bool open = false;
-        for (pid_t child : running) open = open || HasOpen(child, spool);
-        if (open) kill(batch.pid(), SIGTERM);
-        for (pid_t child : running) kill(child, SIGCONT);
-        return open;
-    });
+    std::string task = "/proc/" + std::to_string(batch.pid()) + "/task/";
+    bool sent = StopWhileSpooling(
+        batch,
+        [&] {
+            std::istringstream list(ReadText(task + std::to_string(batch.pid()) + "/children"));
+            return std::vector<pid_t>(std::istream_iterator<pid_t>(list), {});
+        },
+        [&](const std::string &) { kill(batch.pid(), SIGTERM); });
     Result r = batch.Finish();
     ASSERT_TRUE(sent) << "no conversion of the batch was caught with its spool open";
     EXPECT_EQ(r.status, 128 + SIGTERM) << r.err;
     // The two conversions under way were cancelled, the others never began.
-    EXPECT_EQ(system(("test -z \"$(ls -A '" + Path("gifs") + "')\"").c_str()), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(Path("gifs")));
 }
 
 }  // namespace
