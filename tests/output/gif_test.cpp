@@ -403,10 +403,9 @@ TEST(Lzw, GeneratedSegmentsMatchTheReference) {
     // Cuts around the width raises and the 4090 reset of a distinct-pair
     // walk end segments on each of them, with every carry from 0 to 7.
     std::vector<uint8_t> walk = distinct_pairs(4400);
-    for (size_t edge : {3u, 255u, 767u, 1791u, 3832u}) {
+    for (size_t edge : {3u, 255u, 767u, 1791u, 3832u})
         for (size_t cut = edge - 3; cut <= edge + 3; ++cut)
             expect_same(walk, {cut, cut + 1, cut + 3}, static_cast<uint32_t>(cut), &stats);
-    }
     // The generated inputs must reach the edges the comparison is about.
     EXPECT_GT(stats.double_raises, 3);
     EXPECT_GT(stats.resets, 20);
