@@ -174,6 +174,16 @@ protected:
         return std::vector<uint8_t>(r.samples.begin(), r.samples.end());
     }
 
+    // Runs the command with `out.gif` as the output and decodes what it wrote.
+    Gif Export(Args args) {
+        args.push_back("out.gif");
+        Result r = Run(args);
+        Gif gif = decode_file(Path("out.gif"));
+        EXPECT_EQ(r.status, 0) << ::testing::PrintToString(args) << r.err;
+        EXPECT_TRUE(gif.ok) << ::testing::PrintToString(args);
+        return gif;
+    }
+
     std::vector<uint8_t> palette_;
     std::string dir_;
 };
@@ -187,18 +197,7 @@ bool Has(const Args &args, const std::string &word) {
     return std::find(args.begin(), args.end(), word) != args.end();
 }
 
-class Command : public Folder {
-protected:
-    // Runs the command with `out.gif` as the output and decodes what it wrote.
-    Gif Export(Args args) {
-        args.push_back("out.gif");
-        Result r = Run(args);
-        Gif gif = decode_file(Path("out.gif"));
-        EXPECT_EQ(r.status, 0) << ::testing::PrintToString(args) << r.err;
-        EXPECT_TRUE(gif.ok) << ::testing::PrintToString(args);
-        return gif;
-    }
-};
+using Command = Folder;
 
 TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
     Result help = Run({"--help"});  // the version is the install test's to check

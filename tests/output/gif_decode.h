@@ -4,8 +4,9 @@
 #define TOLVA_TESTS_OUTPUT_GIF_DECODE_H
 
 #include <gif_lib.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -22,20 +23,14 @@ struct Gif {
 };
 
 inline Gif decode(const std::vector<uint8_t> &bytes) {
-    struct Source {
-        const std::vector<uint8_t> &bytes;
-        size_t at;
-    } source{bytes, 0};
-    auto read = [](GifFileType *file, GifByteType *to, int n) {
-        auto *s = static_cast<Source *>(file->UserData);
-        size_t count = std::min(static_cast<size_t>(n), s->bytes.size() - s->at);
-        std::copy_n(s->bytes.begin() + static_cast<long>(s->at), count, to);
-        s->at += count;
-        return static_cast<int>(count);
-    };
     Gif gif;
-    int error = 0;
-    GifFileType *file = DGifOpen(&source, read, &error);
+    int error = 0, fd = memfd_create("gif", 0);
+    if (write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+        close(fd);
+        return gif;
+    }
+    lseek(fd, 0, SEEK_SET);
+    GifFileType *file = DGifOpenFileHandle(fd, &error);  // closes fd
     if (file == nullptr) return gif;
     if (DGifSlurp(file) == GIF_OK && file->ImageCount == 1 && file->SColorMap != nullptr) {
         const SavedImage &image = file->SavedImages[0];
