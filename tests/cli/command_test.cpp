@@ -544,11 +544,9 @@ TEST_F(Targets, PipesAndSocketsGetTheWholeGif) {
     EXPECT_TRUE(fromFifo.get() == reference_);  // so the fifo was not replaced
 
     int listener = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::string socketPath = Path("socket");
-    ASSERT_LT(socketPath.size(), sizeof address.sun_path);
-    memcpy(address.sun_path, socketPath.c_str(), socketPath.size() + 1);
+    sockaddr_un address{AF_UNIX, {}};
+    ASSERT_LT(Path("socket").size(), sizeof address.sun_path);
+    Path("socket").copy(address.sun_path, sizeof address.sun_path);
     ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
     ASSERT_EQ(listen(listener, 1), 0);
     auto fromSocket =

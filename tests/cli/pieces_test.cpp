@@ -249,14 +249,11 @@ TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
     EXPECT_EQ(tolva_proportional_side(1000, 1, 10, 0), 1);          // never 0
 }
 
-TolvaImage Picture(int16_t bits, int32_t width, int32_t height) {
+TolvaImage Picture(int16_t bits, uint32_t width, uint32_t height) {
     TolvaImage image{};
-    image.width = width;
-    image.height = height;
-    image.bits = bits;
-    image.stride = (static_cast<uint32_t>(width) * bits / 8 + 3) & ~3u;
-    image.pixels = static_cast<uint8_t *>(calloc(image.stride, height));
-    memset(image.alpha, 255, sizeof image.alpha);
+    char error[64];
+    EXPECT_EQ(tolva_allocate_image(&image, width, height, bits, error, sizeof error),
+              TOLVA_IMAGE_OK);
     return image;
 }
 
