@@ -269,8 +269,7 @@ TEST_F(GifTest, TransparentAndBackgroundColoursTakeTheirNearestEntry) {
         std::vector<uint8_t> file = write_to_memory(&p, {});
         if (transparent) std::memcpy(&palette[3 * index], colour.data(), 3);
         EXPECT_EQ(palette, p.palette) << index;
-        std::vector<uint8_t> want =
-            gif_head(p, false, transparent ? index : -1, transparent ? 0 : index);
+        auto want = gif_head(p, false, transparent ? index : -1, transparent ? 0 : index);
         want.push_back(0x3B);
         EXPECT_EQ(want, file) << index;
     }
