@@ -8,21 +8,17 @@
 #include <tolva/host.h>
 #include <tolva/tolva.h>
 
-static int fail(const char *what) {
-    fprintf(stderr, "install_host: %s\n", what);
-    return 1;
-}
-
 int main(void) {
     intptr_t record[3] = {0, 0, 0};
     fltLoadPointers(record);
     int16_t rows = 0;
     memcpy(&rows, &record[1], sizeof rows);
     const TolvaNameEntry *table = (const TolvaNameEntry *)record[2];
-    if (ZUNGetFilterVersion() != TOLVA_FILTER_VERSION || rows != TOLVA_NAME_TABLE_ROWS)
-        return fail("the name table or version is not the filter's");
-    if (table[TOLVA_NAME_TABLE_ROWS - 1].target != export_szDLLName)
-        return fail("szDLLName in the name table is not the object this host writes");
+    if (ZUNGetFilterVersion() != TOLVA_FILTER_VERSION || rows != TOLVA_NAME_TABLE_ROWS ||
+        table[TOLVA_NAME_TABLE_ROWS - 1].target != export_szDLLName) {
+        fprintf(stderr, "install_host: the name table or version is not the filter's\n");
+        return 1;
+    }
 
     printf("install host: the filter's name table\n");
     return 0;

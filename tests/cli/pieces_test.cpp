@@ -213,14 +213,14 @@ TEST(Sizing, PlansGiveExactlyTheAskedPixels) {
         ASSERT_EQ(tolva_plan_pixels(s[0], s[1], s[2], s[3], &plan), 0);
         EXPECT_EQ(plan.outWidth, s[2] > 0 ? s[2] : plan.outWidth);
         EXPECT_EQ(plan.outHeight, s[3] > 0 ? s[3] : plan.outHeight);
-        EXPECT_TRUE(plan.xResolution >= 32 && plan.xResolution <= 400);
-        EXPECT_TRUE(plan.yResolution >= 32 && plan.yResolution <= 400);
+        for (int32_t dpi : {plan.xResolution, plan.yResolution})
+            EXPECT_TRUE(dpi >= 32 && dpi <= 400);
         if (plan.road == TOLVA_PLAN_OWN_SIZE) {
             EXPECT_EQ(tolva_scaled_pixels(s[0], plan.resolution, plan.xResolution), plan.outWidth);
             EXPECT_EQ(tolva_scaled_pixels(s[1], plan.resolution, plan.yResolution), plan.outHeight);
         } else {
-            EXPECT_TRUE(plan.width >= 0.03125 && plan.width <= 22.0);
-            EXPECT_TRUE(plan.height >= 0.03125 && plan.height <= 22.0);
+            for (double inches : {plan.width, plan.height})
+                EXPECT_TRUE(inches >= 0.03125 && inches <= 22.0);
             // Proportions kept within the filter's rounding of a pixel.
             EXPECT_NEAR(
                 static_cast<double>(plan.outWidth) / plan.outHeight,
