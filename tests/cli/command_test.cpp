@@ -268,23 +268,14 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"huge.pgm", "new.gif"}, 1, "huge.pgm: corrupt netpbm file"},
         {{"deep.pam", "new.gif"}, 1, "deep.pam: corrupt netpbm file"},
         {{"picture.bmp", "new.gif"}, 1, "picture.bmp: BMP pictures are not read"},
-        {{"in.png", "-"},
-         1,
-         "no-such-dir: cannot create a temporary",
-         false,
-         {.tmpdir = Path("no-such-dir")}},
+        {{"in.png", "-"}, 1, "no-such-dir: cannot create a", false, {.tmpdir = "no-such-dir"}},
         {{"-O", "no/such", "in.png"}, 1, "no/such: cannot use the output directory (No such"},
         {{"-O", "in.png", "hard.png"}, 1, "in.png: is not a directory"},
         // A file-size limit is a write failure, not the end of the command.
         {{"in.png", "new.gif"}, 1, "new.gif: cannot write the output", false, {.fileLimit = 100}},
         {{"in.png", "-"}, 1, "standard output: cannot write the", false, {.fileLimit = 100}},
         // The command's own version needs no library.
-        {{"--version", "--library", "/no/lib.so"},
-         1,
-         "/no/lib.so: cannot load the filter (",
-         false,
-         {},
-         "tolva 2.0.5\n"},
+        {{"--version", "--library", "no.so"}, 1, "no.so: cannot load", false, {}, "tolva 2.0.5\n"},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
