@@ -1,6 +1,6 @@
 // Picture files of every format the command reads, made with each format's
-// own library, for the command's tests and the reader's fuzz seeds. Samples
-// are given top row first, `channels` per pixel, each 0..maxval.
+// own library. Samples are given top row first, `channels` per pixel, each
+// 0..maxval.
 #ifndef TOLVA_TESTS_PICTURE_FILES_H
 #define TOLVA_TESTS_PICTURE_FILES_H
 
@@ -11,6 +11,7 @@
 #include <pam.h>
 #include <png.h>
 #include <stdlib.h>
+#include <sys/mman.h>
 #include <tiffio.h>
 #include <unistd.h>
 #include <webp/encode.h>
@@ -58,7 +59,7 @@ inline Bytes ExifOrientation(int orientation) {
 // colourType is a PNG_COLOR_TYPE_*; for a palette picture the samples are
 // indices and `palette` / `opacity` its PLTE and tRNS.
 inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &palette = {},
-                 const Bytes &opacity = {}, int orientation = 0, bool interlaced = false) {
+                 const Bytes &opacity = {}, int orientation = 0) {
     Bytes out;
     png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
@@ -73,24 +74,19 @@ inline Bytes Png(const Raster &r, int colourType, int bitDepth, const Bytes &pal
             o->insert(o->end(), data, data + n);
         },
         nullptr);
-    png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType,
-                 interlaced ? PNG_INTERLACE_ADAM7 : PNG_INTERLACE_NONE,
+    png_set_IHDR(png, info, r.width, r.height, bitDepth, colourType, PNG_INTERLACE_NONE,
                  PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    std::vector<png_color> entries;
-    for (size_t i = 0; i + 2 < palette.size(); i += 3)
-        entries.push_back({palette[i], palette[i + 1], palette[i + 2]});
-    if (!entries.empty()) png_set_PLTE(png, info, entries.data(), int(entries.size()));
+    // png_color is three bytes, red, green and blue: the palette's own layout.
+    if (!palette.empty())
+        png_set_PLTE(png, info, reinterpret_cast<png_const_colorp>(palette.data()),
+                     int(palette.size() / 3));
     if (!opacity.empty()) png_set_tRNS(png, info, opacity.data(), int(opacity.size()), nullptr);
     Bytes exif = ExifOrientation(orientation);
     if (orientation != 0) png_set_eXIf_1(png, info, png_uint_32(exif.size()), exif.data());
     png_write_info(png, info);
     if (bitDepth == 16) png_set_swap(png);  // rows below are native 16-bit
     if (bitDepth < 8) png_set_packing(png);
-    std::vector<Bytes> rows;
-    std::vector<png_bytep> pointers;
-    for (int y = 0; y < r.height; ++y) rows.push_back(PackRow(r, y, bitDepth));
-    for (Bytes &row : rows) pointers.push_back(row.data());
-    png_write_image(png, pointers.data());
+    for (int y = 0; y < r.height; ++y) png_write_row(png, PackRow(r, y, bitDepth).data());
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
     return out;
@@ -185,15 +181,11 @@ inline Bytes Webp(const Raster &r) {
     return out;
 }
 
-// 8 or 16 bits a sample; photometric MINISBLACK, RGB or PALETTE (with a
-// 16-bit colour map given as 8-bit entries).
-inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palette = {},
-                  bool unassociatedAlpha = false, int orientation = 1) {
-    char path[] = "/tmp/tolva-tiff-XXXXXX";
-    int fd = mkstemp(path);
-    if (fd < 0) return {};
-    close(fd);
-    TIFF *t = TIFFOpen(path, "w");
+// 8 or 16 bits a sample; photometric MINISBLACK or RGB.
+inline Bytes Tiff(const Raster &r, int bits, int photometric, bool unassociatedAlpha = false,
+                  int orientation = 1) {
+    int fd = memfd_create("tiff", 0);
+    TIFF *t = TIFFFdOpen(dup(fd), "memory", "w");
     TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(r.width));
     TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(r.height));
     TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(r.channels));
@@ -207,30 +199,19 @@ inline Bytes Tiff(const Raster &r, int bits, int photometric, const Bytes &palet
         uint16_t extra = EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(t, TIFFTAG_EXTRASAMPLES, uint16_t(1), &extra);
     }
-    std::vector<uint16_t> map[3];
-    if (photometric == PHOTOMETRIC_PALETTE) {
-        for (int c = 0; c < 3; ++c) {
-            map[c].assign(size_t(1) << bits, 0);
-            for (size_t i = 0; i * 3 + c < palette.size(); ++i)
-                map[c][i] = uint16_t(palette[i * 3 + c] * 257);
-        }
-        TIFFSetField(t, TIFFTAG_COLORMAP, map[0].data(), map[1].data(), map[2].data());
-    }
     for (int y = 0; y < r.height; ++y) {
         Bytes row = PackRow(r, y, bits);
         TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
     }
     TIFFClose(t);
-    FILE *f = fopen(path, "rb");
-    Bytes out;
-    for (int ch; (ch = fgetc(f)) != EOF;) out.push_back(uint8_t(ch));
-    fclose(f);
-    unlink(path);
+    Bytes out(size_t(lseek(fd, 0, SEEK_END)));
+    if (pread(fd, out.data(), out.size(), 0) != ssize_t(out.size())) out.clear();
+    close(fd);
     return out;
 }
 
 // format: PBM_FORMAT, RPGM_FORMAT, ..., PAM_FORMAT; tupleType for PAM.
-inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char *tupleType = "") {
+inline Bytes Netpbm(const Raster &r, int format, const char *tupleType = "") {
     [[maybe_unused]] static const bool initialised = (pm_init("tolva-test", 0), true);
     char *buffer = nullptr;
     size_t size = 0;
@@ -241,7 +222,6 @@ inline Bytes Netpbm(const Raster &r, int format, bool plain = false, const char 
     pam.len = offsetof(struct pam, tuple_type) + sizeof pam.tuple_type;
     pam.file = f;
     pam.format = format;
-    pam.plainformat = plain;
     pam.width = r.width;
     pam.height = r.height;
     pam.depth = unsigned(r.channels);

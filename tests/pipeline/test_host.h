@@ -1,10 +1,9 @@
 // A host for the end-to-end tests and the benchmark: it drives the filter only
 // through its exported entry points and opcode blocks, the way a graphics
-// application does, and reads the GIF back with giflib.
+// application does; gif_decode.h reads the GIF back.
 #ifndef TOLVA_TESTS_PIPELINE_TEST_HOST_H
 #define TOLVA_TESTS_PIPELINE_TEST_HOST_H
 
-#include <gif_lib.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,11 +12,10 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "../output/gif_decode.h"
 #include "tolva/host.h"
 #include "tolva/settings.h"
 
@@ -114,45 +112,10 @@ struct Device {
     }
 };
 
-// A decoded GIF: the image's indices top row first, and the global palette.
-struct Gif {
-    bool ok = false, interlaced = false;
-    int width = 0, height = 0, transparent = -1;
-    std::vector<uint8_t> indices, palette;  // palette: 3 bytes an entry
-};
-
-inline Gif decode(const std::vector<uint8_t> &bytes) {
-    Gif gif;
-    int error = 0;
-    FILE *copy = tmpfile();
-    fwrite(bytes.data(), 1, bytes.size(), copy);
-    rewind(copy);
-    GifFileType *file = DGifOpenFileHandle(dup(fileno(copy)), &error);
-    fclose(copy);
-    if (file == nullptr) return gif;
-    if (DGifSlurp(file) == GIF_OK && file->ImageCount == 1 && file->SColorMap != nullptr) {
-        const GifImageDesc &image = file->SavedImages[0].ImageDesc;
-        gif = {true, image.Interlace, image.Width, image.Height, -1, {}, {}};
-        const GifByteType *raster = file->SavedImages[0].RasterBits;
-        gif.indices.assign(raster, raster + gif.width * gif.height);
-        for (int i = 0; i < file->SColorMap->ColorCount; ++i) {
-            const GifColorType &c = file->SColorMap->Colors[i];
-            gif.palette.insert(gif.palette.end(), {c.Red, c.Green, c.Blue});
-        }
-        GraphicsControlBlock gcb;
-        if (DGifSavedExtensionToGCB(file, 0, &gcb) == GIF_OK)
-            gif.transparent = gcb.TransparentColor;
-    }
-    DGifCloseFile(file, &error);
-    return gif;
-}
-
-inline std::vector<uint8_t> read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-inline Gif decode_file(const std::string &path) { return decode(read_file(path)); }
+using gif_decode::decode;
+using gif_decode::decode_file;
+using gif_decode::Gif;
+using gif_decode::read_file;
 
 // A fresh directory for one test's outputs, removed with its files.
 struct TempDir {
