@@ -205,9 +205,10 @@ TEST(DitherTables, ChosenByDepthOrGivenByTheCaller) {
     // 5-bit channel c written as c * 8 | 7), the 8 fixed colours, then black.
     HGLOBAL src = make_bitmap(
         {packed(0xFF0000), packed(0x008000), packed(0x000040), packed(0x808080)}, 2, 2, 24);
-    Bytes four = {0, 0, 71, 0, 135, 0, 135, 135, 135, 255, 0, 0};
-    four.insert(four.end(), must_have_colors, must_have_colors + 24);
-    four.resize(48, 0);
+    const uint8_t reduced[] = {0, 0, 71, 0, 135, 0, 135, 135, 135, 255, 0, 0};
+    Bytes four(48, 0);
+    std::copy(std::begin(reduced), std::end(reduced), four.begin());
+    std::copy(must_have_colors, must_have_colors + 24, four.begin() + 12);
     // A caller's table: rlDitherBitmap takes it at any depth (2^depth
     // entries), rlDitherGetCT only below 3 entries, so at 1 bit.
     HGLOBAL given = bytes_block(Bytes(48, 7));
