@@ -97,27 +97,32 @@ uint32_t lzw_encode_segment(LzwTable *table, const LzwSink *sink, const uint8_t 
         uint32_t prefix = pixels[0];
         const int32_t finalIndex = count - 1;
         // Each step starts with its home slot already read. A string that
-        // ends is a mispredicted branch, and what comes after it reaches the
-        // processor in program order: so the next step's slot is read before
-        // the new entry is stored and the code is packed, and read again in
-        // the rare case that the new entry took that very slot, or after a
-        // reset.
+        // ends is a mispredicted branch, and only what comes before the
+        // branch survives it: so every step also reads, ahead of the branch,
+        // the home slot of the string that its pixel and the next one would
+        // start. When the string ends, the next step's slot is then already
+        // there rather than read after the pipeline refills; it is read again
+        // in the rare case that the new entry took that very slot, or after
+        // a reset. The empty asm keeps the compiler from moving the read
+        // into the branch that uses it.
         uint32_t c = pixels[1];
         uint32_t h = lzw_home(prefix, c);
         uint32_t code = table->slot[h];
         for (int32_t i = 1; i < finalIndex;) {
             uint32_t key = lzw_key(prefix, c);
+            uint32_t c2 = pixels[i + 1];
+            uint32_t h2 = lzw_home(c, c2);
+            uint32_t code2 = table->slot[h2];
+            asm volatile("" : "+r"(code2));
             code = lzw_table_match(table, code, key, &h);
+            ++i;
             if (code != 0) {
                 prefix = code;
-                c = pixels[++i];
+                c = c2;
                 h = lzw_home(prefix, c);
                 code = table->slot[h];
                 continue;
             }
-            uint32_t c2 = pixels[++i];
-            uint32_t h2 = lzw_home(c, c2);
-            uint32_t code2 = table->slot[h2];
             lzw_table_add(table, h, key, next);
             if (h2 == h) code2 = table->slot[h2];
             ++next;
