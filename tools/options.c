@@ -120,6 +120,7 @@ static const char kUsageHead[] =
     "INPUT or OUTPUT may be '-' for standard input or output.\n"
     "OUTPUT may be a symbolic link (its target is replaced), a device or a pipe\n"
     "(written directly); it is never the input itself.\n"
+    "With -O, an INPUT may be a folder: the pictures directly in it are converted.\n"
     "\n";
 
 static const char kUsageTail[] =

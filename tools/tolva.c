@@ -20,6 +20,7 @@
 
 #include "batch.h"
 #include "filter.h"
+#include "folder.h"
 #include "image.h"
 #include "messages.h"
 #include "options.h"
@@ -444,6 +445,7 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
 typedef struct BatchContext {
     const TolvaOptions *options;
     const TolvaFilter *filter;
+    char *const *inputs; /* the pictures, folders opened */
 } BatchContext;
 
 static int convert_in_batch(void *context, int index, const char *output)
@@ -451,7 +453,7 @@ static int convert_in_batch(void *context, int index, const char *output)
     const BatchContext *c = (const BatchContext *)context;
     TolvaOptions o = *c->options;
     o.quiet = 1; /* the batch draws the only progress line */
-    return convert(&o, c->filter, o.inputs[index], output);
+    return convert(&o, c->filter, c->inputs[index], output);
 }
 
 static long core_count(void)
@@ -460,7 +462,8 @@ static long core_count(void)
     return cores < 1 ? 1 : cores > TOLVA_MAX_JOBS ? TOLVA_MAX_JOBS : cores;
 }
 
-static int run_batch(const TolvaOptions *o, const TolvaFilter *filter)
+static int run_batch(const TolvaOptions *o, const TolvaFilter *filter, char *const *inputs,
+                     int count)
 {
     struct stat info;
     /* A folder that is not there yet is made, as mkdir would: its parent must
@@ -473,12 +476,12 @@ static int run_batch(const TolvaOptions *o, const TolvaFilter *filter)
     if (!S_ISDIR(info.st_mode)) {
         return report(EXIT_FAILURE, o->outputDir, "%s", "is not a directory");
     }
-    BatchContext context = {o, filter};
+    BatchContext context = {o, filter, inputs};
     int jobs = o->jobs > 0 ? o->jobs : (int)core_count();
-    TolvaBatch batch = {o->inputs,
-                        o->inputCount,
+    TolvaBatch batch = {inputs,
+                        count,
                         o->outputDir,
-                        jobs < o->inputCount ? jobs : o->inputCount,
+                        jobs < count ? jobs : count,
                         (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL,
                         convert_in_batch,
                         &context};
@@ -506,6 +509,10 @@ int main(int argc, char **argv)
         return report(EXIT_USAGE, "standard output", "%s",
                       "is a terminal; a GIF is not written to one (redirect it)");
     }
+    if (o.outputDir == NULL && tolva_is_folder(o.input)) {
+        return report(EXIT_FAILURE, o.input, "%s",
+                      "is a folder; give -O DIR to convert the pictures in it");
+    }
     if (o.profile != NULL && !profile_readable(o.profile)) {
         return report(EXIT_FAILURE, o.profile, "cannot read the profile (%s)", strerror(errno));
     }
@@ -517,8 +524,24 @@ int main(int argc, char **argv)
     if (tolva_filter_load(o.library, self, &filter, tried, sizeof tried, error, sizeof error)) {
         return report(EXIT_FAILURE, tried, "%s", error);
     }
-    int status =
-        o.outputDir != NULL ? run_batch(&o, &filter) : convert(&o, &filter, o.input, o.output);
+    int status = EXIT_SUCCESS;
+    if (o.outputDir == NULL) {
+        status = convert(&o, &filter, o.input, o.output);
+    } else {
+        int count = 0;
+        int failed = 0;
+        char **inputs = tolva_expand_inputs(o.inputs, o.inputCount, &count, &failed);
+        if (inputs == NULL) {
+            status = report(EXIT_FAILURE, NULL, "%s", "out of memory listing the inputs");
+        } else {
+            status = count > 0 ? run_batch(&o, &filter, inputs, count) : EXIT_FAILURE;
+            /* A folder without pictures fails the batch as a failed file does. */
+            if (failed > 0 && status == EXIT_SUCCESS) {
+                status = EXIT_FAILURE;
+            }
+            tolva_free_inputs(inputs, count);
+        }
+    }
     tolva_filter_unload(&filter);
     return status;
 }

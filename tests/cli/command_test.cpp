@@ -271,6 +271,8 @@ TEST_F(Command, FailuresSayWhatAndLeaveTheOutputAlone) {
         {{"in.png", "-"}, 1, "no-such-dir: cannot create a", false, {.tmpdir = "no-such-dir"}},
         {{"-O", "no/such", "in.png"}, 1, "no/such: cannot use the output directory (No such"},
         {{"-O", "in.png", "hard.png"}, 1, "in.png: is not a directory"},
+        {{"folder", "new.gif"}, 1, "folder: is a folder; give -O DIR to convert the pictures"},
+        {{"-O", "gifs", "folder"}, 1, "folder: holds no picture the command reads (PNG, JPEG"},
         // A file-size limit is a write failure, not the end of the command.
         {{"in.png", "new.gif"}, 1, "new.gif: cannot write the output", false, {.fileLimit = 100}},
         {{"in.png", "-"}, 1, "standard output: cannot write the", false, {.fileLimit = 100}},
@@ -616,6 +618,23 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
     Result made = Run({"-O", "new", "in.png"});
     EXPECT_EQ(made.status, 0) << made.err;
     EXPECT_TRUE(ReadText(Path("new/in.gif")) == reference_);
+
+    // A folder stands for the pictures directly in it, known by content:
+    // not its notes, hidden files or subfolders.
+    WriteText(Path("b/notes.txt"), "PNG pictures\n");
+    PalettePng("b/.hidden.png", 10, 10);
+    mkdir(Path("b/sub").c_str(), 0777);
+    PalettePng("b/sub/deeper.png", 10, 10);
+    WriteText(Path("b/photo.data"), ReadText(Path("in.png")));
+    Result folder = Run({"-O", "fromb", "b/"});
+    EXPECT_EQ(folder.status, 0) << folder.err;
+    EXPECT_EQ(folder.err, "");
+    std::vector<std::string> written;
+    for (const auto &entry : std::filesystem::directory_iterator(Path("fromb")))
+        written.push_back(entry.path().filename().string());
+    std::sort(written.begin(), written.end());
+    EXPECT_EQ(written, (std::vector<std::string>{"in.gif", "photo.gif", "two.photo.gif"}));
+    EXPECT_TRUE(ReadText(Path("fromb/photo.gif")) == reference_);
 }
 
 // Every way but SIGKILL to stop the command leaves nothing behind: not the
