@@ -13,20 +13,40 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "stop.h"
 
-int tolva_batch_output_name(const char *directory, const char *input, char *name, size_t size)
+int tolva_batch_output_name(const char *directory, const char *name, char *output, size_t size)
 {
-    const char *base = strrchr(input, '/');
-    base = base != NULL ? base + 1 : input;
+    const char *base = strrchr(name, '/');
+    base = base != NULL ? base + 1 : name;
     const char *dot = strrchr(base, '.');
-    size_t length = (dot != NULL && dot != base) ? (size_t)(dot - base) : strlen(base);
-    int written = snprintf(name, size, "%s%s%.*s.gif", directory,
-                           directory[strlen(directory) - 1] == '/' ? "" : "/", (int)length, base);
+    size_t length = (dot != NULL && dot != base) ? (size_t)(dot - name) : strlen(name);
+    int written = snprintf(output, size, "%s%s%.*s.gif", directory,
+                           directory[strlen(directory) - 1] == '/' ? "" : "/", (int)length, name);
     return (written < 0 || (size_t)written >= size) ? -1 : 0;
+}
+
+/* Makes the folders between `directory`, which exists, and the file
+ * `output` inside it, as far as they are missing. 0, or -1 with a message. */
+static int make_folders(const char *directory, const char *output)
+{
+    char path[PATH_MAX];
+    snprintf(path, sizeof path, "%s", output);
+    size_t start = strlen(directory);
+    for (char *slash = strchr(path + start + 1, '/'); slash != NULL;
+         slash = strchr(slash + 1, '/')) {
+        *slash = '\0';
+        if (mkdir(path, 0777) != 0 && errno != EEXIST) {
+            fprintf(stderr, "tolva: %s: cannot make the folder (%s)\n", path, strerror(errno));
+            return -1;
+        }
+        *slash = '/';
+    }
+    return 0;
 }
 
 typedef struct Job {
@@ -132,7 +152,9 @@ static int launch(Batch *b, int index, const char *output)
         close(ends[0]);
         dup2(ends[1], STDERR_FILENO);
         close(ends[1]);
-        int status = b->request->convert(b->request->context, index, output);
+        int status = make_folders(b->request->directory, output) == 0
+                         ? b->request->convert(b->request->context, index, output)
+                         : 1;
         fflush(NULL);
         exit(status);
     }
@@ -194,18 +216,64 @@ static void wait_for_one(Batch *b)
     }
 }
 
-/* Whether an earlier input of the batch has the same output name. */
-static int taken(const TolvaBatch *request, int index, const char *output)
+typedef struct Output {
+    char *name; /* NULL: too long */
+    int index;
+    int taken; /* an earlier input has the same output name */
+} Output;
+
+static void free_outputs(Output *outputs, int count)
 {
-    char other[PATH_MAX];
-    for (int i = 0; i < index; ++i) {
-        if (tolva_batch_output_name(request->directory, request->inputs[i], other, sizeof other) ==
-                0 &&
-            strcmp(other, output) == 0) {
-            return 1;
+    for (int i = 0; i < count; ++i) {
+        free(outputs[i].name);
+    }
+    free(outputs);
+}
+
+static int by_name_then_index(const void *a, const void *b)
+{
+    const Output *x = a, *y = b;
+    int order = x->name == NULL || y->name == NULL ? (x->name != NULL) - (y->name != NULL)
+                                                   : strcmp(x->name, y->name);
+    return order != 0 ? order : (x->index > y->index) - (x->index < y->index);
+}
+
+/* Every input's output name, with those that an earlier input already has
+ * marked; found by sorting, so that a batch of a whole photo library does
+ * not compare every pair. NULL when memory runs out. */
+static Output *output_names(const TolvaBatch *request)
+{
+    Output *outputs = calloc((size_t)request->count, sizeof *outputs);
+    if (outputs == NULL) {
+        return NULL;
+    }
+    char name[PATH_MAX];
+    for (int i = 0; i < request->count; ++i) {
+        outputs[i].index = i;
+        if (tolva_batch_output_name(request->directory, request->names[i], name, sizeof name) ==
+            0) {
+            outputs[i].name = strdup(name);
+            if (outputs[i].name == NULL) {
+                free_outputs(outputs, i);
+                return NULL;
+            }
         }
     }
-    return 0;
+    Output *sorted = malloc((size_t)request->count * sizeof *sorted);
+    if (sorted == NULL) {
+        free_outputs(outputs, request->count);
+        return NULL;
+    }
+    memcpy(sorted, outputs, (size_t)request->count * sizeof *sorted);
+    qsort(sorted, (size_t)request->count, sizeof *sorted, by_name_then_index);
+    for (int k = 1; k < request->count; ++k) {
+        if (sorted[k].name != NULL && sorted[k - 1].name != NULL &&
+            strcmp(sorted[k].name, sorted[k - 1].name) == 0) {
+            outputs[sorted[k].index].taken = 1;
+        }
+    }
+    free(sorted);
+    return outputs;
 }
 
 int tolva_run_batch(const TolvaBatch *request)
@@ -214,7 +282,9 @@ int tolva_run_batch(const TolvaBatch *request)
     memset(&b, 0, sizeof b);
     b.request = request;
     b.jobs = calloc((size_t)request->jobs, sizeof *b.jobs);
-    if (b.jobs == NULL) {
+    Output *outputs = b.jobs != NULL ? output_names(request) : NULL;
+    if (outputs == NULL) {
+        free(b.jobs);
         say(&b, request->directory, "out of memory");
         return 1;
     }
@@ -223,14 +293,12 @@ int tolva_run_batch(const TolvaBatch *request)
     while ((next < request->count && !tolva_stop_signal) || b.running > 0) {
         while (b.running < request->jobs && next < request->count && !tolva_stop_signal) {
             int index = next++;
-            char output[PATH_MAX];
             const char *problem = NULL;
-            if (tolva_batch_output_name(request->directory, request->inputs[index], output,
-                                        sizeof output) != 0) {
+            if (outputs[index].name == NULL) {
                 problem = "the output name is too long";
-            } else if (taken(request, index, output)) {
+            } else if (outputs[index].taken) {
                 problem = "has the output name of an earlier input; not converted";
-            } else if (launch(&b, index, output) != 0) {
+            } else if (launch(&b, index, outputs[index].name) != 0) {
                 problem = "cannot start a process for it";
             }
             if (problem != NULL) {
@@ -248,6 +316,7 @@ int tolva_run_batch(const TolvaBatch *request)
         fputc('\n', request->terminal); /* the finished line stays */
     }
     free(b.jobs);
+    free_outputs(outputs, request->count);
     if (tolva_stop_signal) {
         return tolva_stop_status();
     }

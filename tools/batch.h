@@ -24,6 +24,7 @@ typedef int (*TolvaConvertFn)(void *context, int index, const char *output);
 
 typedef struct TolvaBatch {
     char *const *inputs;
+    char *const *names; /* each input's place below `directory`, as in tolva_batch_output_name */
     int count;
     const char *directory; /* where the GIFs go */
     int jobs;              /* conversions at once, at least 1 */
@@ -33,11 +34,12 @@ typedef struct TolvaBatch {
 } TolvaBatch;
 
 /*
- * The output name of `input` in `directory`: its file name with the last
- * extension replaced by ".gif" ("a/b.photo.jpg" -> "DIR/b.photo.gif").
+ * The output file for `name`, a file name or a path below `directory`: the
+ * same with the last extension of its last part replaced by ".gif"
+ * ("b.photo.jpg" -> "DIR/b.photo.gif", "2019/a.png" -> "DIR/2019/a.gif").
  * Returns 0, or -1 when it does not fit in `size`.
  */
-int tolva_batch_output_name(const char *directory, const char *input, char *name, size_t size);
+int tolva_batch_output_name(const char *directory, const char *name, char *output, size_t size);
 
 /*
  * Runs the batch. Returns 0 when every file was written, 1 when any failed

@@ -2,8 +2,8 @@
  * folder.c - the inputs of a batch, with each folder among them standing for
  * the pictures in it.
  *
- * A folder is looked into one level deep only, and what it holds is judged by
- * content, as a single input is: a file is a picture when its first bytes say
+ * A folder is looked into one level deep unless the batch is recursive, and
+ * what it holds is judged by content, as a single input is: a file is a picture when its first bytes say
  * so, whatever its name. Files that are not are left out quietly, since
  * folders of pictures commonly hold notes, thumbnails' databases and the like;
  * a folder that yields nothing at all is reported, since that is most likely a
@@ -52,10 +52,11 @@ static int is_picture_file(const char *path)
     return n > 0 && tolva_picture_format(start, (size_t)n) != NULL;
 }
 
+/* folder/name, or name alone when folder is empty. */
 static char *joined(const char *folder, const char *name)
 {
     size_t length = strlen(folder);
-    const char *slash = length > 0 && folder[length - 1] == '/' ? "" : "/";
+    const char *slash = length == 0 || folder[length - 1] == '/' ? "" : "/";
     size_t size = length + strlen(slash) + strlen(name) + 1;
     char *path = malloc(size);
     if (path != NULL) {
@@ -65,33 +66,75 @@ static char *joined(const char *folder, const char *name)
 }
 
 typedef struct List {
-    char **items;
-    int count;
+    TolvaInputs inputs;
     int capacity;
 } List;
 
-/* Takes `item` (NULL from a failed allocation is passed on as failure). */
-static int append(List *list, char *item)
+static int grow(List *list)
 {
-    if (item == NULL) {
+    int capacity = list->capacity > 0 ? list->capacity * 2 : 16;
+    char **paths = realloc(list->inputs.paths, (size_t)capacity * sizeof *paths);
+    if (paths == NULL) {
         return -1;
     }
-    if (list->count == list->capacity) {
-        int capacity = list->capacity > 0 ? list->capacity * 2 : 16;
-        char **items = realloc(list->items, (size_t)capacity * sizeof *items);
-        if (items == NULL) {
-            free(item);
-            return -1;
-        }
-        list->items = items;
-        list->capacity = capacity;
+    list->inputs.paths = paths;
+    char **names = realloc(list->inputs.names, (size_t)capacity * sizeof *names);
+    if (names == NULL) {
+        return -1;
     }
-    list->items[list->count++] = item;
+    list->inputs.names = names;
+    list->capacity = capacity;
     return 0;
 }
 
-/* Appends the pictures in `folder`; -1 only when memory runs out. */
-static int append_folder(List *list, const char *folder, int *failed)
+/* Takes `path` and `name`; a NULL among them, from a failed allocation, is
+ * failure. */
+static int append(List *list, char *path, char *name)
+{
+    TolvaInputs *in = &list->inputs;
+    if (path == NULL || name == NULL || (in->count == list->capacity && grow(list) != 0)) {
+        free(path);
+        free(name);
+        return -1;
+    }
+    in->paths[in->count] = path;
+    in->names[in->count] = name;
+    in->count += 1;
+    return 0;
+}
+
+static int append_folder(List *list, const char *folder, const char *below, int recursive,
+                         int *found, int *failed);
+
+/* Appends the entry `name` of `folder` when it is a picture, or its pictures
+ * when it is a subfolder to look into. Returns -1 only when memory runs out. */
+static int append_entry(List *list, const char *folder, const char *below, const char *name,
+                        int recursive, int *found, int *failed)
+{
+    char *path = joined(folder, name);
+    if (path == NULL) {
+        return -1;
+    }
+    int status = 0;
+    struct stat info;
+    if (recursive && lstat(path, &info) == 0 && S_ISDIR(info.st_mode)) {
+        char *deeper = joined(below, name);
+        status = deeper != NULL ? append_folder(list, path, deeper, recursive, found, failed) : -1;
+        free(deeper);
+        free(path);
+    } else if (!is_picture_file(path)) {
+        free(path);
+    } else {
+        status = append(list, path, joined(below, name));
+        *found += status == 0;
+    }
+    return status;
+}
+
+/* Appends the pictures in `folder`, named `below`/NAME, and counts them in
+ * *found. Returns -1 only when memory runs out. */
+static int append_folder(List *list, const char *folder, const char *below, int recursive,
+                         int *found, int *failed)
 {
     struct dirent **entries = NULL;
     int n = scandir(folder, &entries, NULL, alphasort);
@@ -100,57 +143,60 @@ static int append_folder(List *list, const char *folder, int *failed)
         ++*failed;
         return 0;
     }
-    int found = 0;
     int status = 0;
     for (int i = 0; i < n; ++i) {
-        if (status == 0 && entries[i]->d_name[0] != '.') {
-            char *path = joined(folder, entries[i]->d_name);
-            if (path != NULL && !is_picture_file(path)) {
-                free(path);
-            } else if (append(list, path) != 0) {
-                status = -1;
-            } else {
-                ++found;
-            }
+        const char *name = entries[i]->d_name;
+        if (status == 0 && name[0] != '.') {
+            status = append_entry(list, folder, below, name, recursive, found, failed);
         }
         free(entries[i]);
     }
     free(entries);
-    if (status == 0 && found == 0) {
-        fprintf(stderr, "tolva: %s: holds no picture the command reads (%s)\n", folder,
-                tolva_picture_formats);
-        ++*failed;
+    return status;
+}
+
+static char *file_name(const char *path)
+{
+    const char *slash = strrchr(path, '/');
+    return strdup(slash != NULL ? slash + 1 : path);
+}
+
+int tolva_expand_inputs(char *const *inputs, int inputCount, int recursive, TolvaInputs *list,
+                        int *failed)
+{
+    List made = {{NULL, NULL, 0}, 0};
+    *failed = 0;
+    int status = 0;
+    for (int i = 0; i < inputCount && status == 0; ++i) {
+        if (!tolva_is_folder(inputs[i])) {
+            status = append(&made, strdup(inputs[i]), file_name(inputs[i]));
+            continue;
+        }
+        int found = 0;
+        status = append_folder(&made, inputs[i], "", recursive, &found, failed);
+        /* A folder that yields nothing is most likely a wrong path. */
+        if (status == 0 && found == 0) {
+            fprintf(stderr, "tolva: %s: holds no picture the command reads (%s)\n", inputs[i],
+                    tolva_picture_formats);
+            ++*failed;
+        }
+    }
+    *list = made.inputs;
+    if (status != 0) {
+        tolva_free_inputs(list);
     }
     return status;
 }
 
-char **tolva_expand_inputs(char *const *inputs, int inputCount, int *count, int *failed)
+void tolva_free_inputs(TolvaInputs *list)
 {
-    List list = {NULL, 0, 0};
-    *failed = 0;
-    for (int i = 0; i < inputCount; ++i) {
-        int status = tolva_is_folder(inputs[i]) ? append_folder(&list, inputs[i], failed)
-                                                : append(&list, strdup(inputs[i]));
-        if (status != 0) {
-            tolva_free_inputs(list.items, list.count);
-            return NULL;
-        }
+    for (int i = 0; i < list->count; ++i) {
+        free(list->paths[i]);
+        free(list->names[i]);
     }
-    /* An empty list is still a list, not a failure to make one. */
-    if (list.items == NULL) {
-        list.items = malloc(sizeof *list.items);
-        if (list.items == NULL) {
-            return NULL;
-        }
-    }
-    *count = list.count;
-    return list.items;
-}
-
-void tolva_free_inputs(char **inputs, int count)
-{
-    for (int i = 0; i < count; ++i) {
-        free(inputs[i]);
-    }
-    free(inputs);
+    free(list->paths);
+    free(list->names);
+    list->paths = NULL;
+    list->names = NULL;
+    list->count = 0;
 }

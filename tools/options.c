@@ -41,6 +41,7 @@ enum OptionId {
     OPT_OUTPUT_DIR,
     OPT_JOBS,
     OPT_NO_CLOBBER,
+    OPT_RECURSIVE,
     OPT_VERBOSE,
     OPT_QUIET,
     OPT_HELP,
@@ -91,6 +92,8 @@ static const OptionInfo kOptions[] = {
     {NULL, 0, 0, 0, NULL, "Files:"},
     {"output-dir", 'O', 1, OPT_OUTPUT_DIR, "DIR", "write each INPUT as DIR/NAME.gif"},
     {"jobs", 'j', 1, OPT_JOBS, "N", "with -O, N conversions at once (default: cores)"},
+    {"recursive", 'r', 0, OPT_RECURSIVE, NULL,
+     "with -O, the pictures in subfolders too, each\nwritten to the same subfolder of DIR"},
     {"no-clobber", 'n', 0, OPT_NO_CLOBBER, NULL, "never replace an existing file"},
     {NULL, 0, 0, 0, NULL, ""},
     {NULL, 0, 0, 0, NULL, "Filter:"},
@@ -120,7 +123,7 @@ static const char kUsageHead[] =
     "INPUT or OUTPUT may be '-' for standard input or output.\n"
     "OUTPUT may be a symbolic link (its target is replaced), a device or a pipe\n"
     "(written directly); it is never the input itself.\n"
-    "With -O, an INPUT may be a folder: the pictures directly in it are converted.\n"
+    "With -O, an INPUT may be a folder: the pictures in it are converted.\n"
     "\n";
 
 static const char kUsageTail[] =
@@ -336,6 +339,9 @@ static int apply(TolvaOptions *o, int id, const char *value, char *error, size_t
             return fail(error, size, "invalid job count '%s' (1 to %d)", value, TOLVA_MAX_JOBS);
         }
         return 0;
+    case OPT_RECURSIVE:
+        o->recursive = 1;
+        return 0;
     case OPT_NO_CLOBBER:
         o->noClobber = 1;
         return 0;
@@ -451,6 +457,9 @@ static int check_files(TolvaOptions *o, char **files, int count, char *error, si
     }
     if (o->jobs != 0) {
         return fail(error, size, "--jobs needs -O DIR (it runs several inputs at once)");
+    }
+    if (o->recursive) {
+        return fail(error, size, "--recursive needs -O DIR (it converts folders into DIR)");
     }
     o->inputs = files;
     o->inputCount = 1;

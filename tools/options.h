@@ -32,6 +32,7 @@ typedef struct TolvaOptions {
     const char *outputDir; /* -O: a batch writes DIR/NAME.gif for each input */
     int32_t jobs;          /* --jobs; 0 = the number of cores */
     int32_t noClobber;     /* -n: never replace an existing file */
+    int32_t recursive;     /* -r: folders' subfolders too, their layout kept in DIR */
     int32_t verbose;
     const char *library; /* --library; NULL: found beside the command */
     const char *profile; /* --profile; NULL: the filter's own profile */

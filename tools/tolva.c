@@ -462,8 +462,7 @@ static long core_count(void)
     return cores < 1 ? 1 : cores > TOLVA_MAX_JOBS ? TOLVA_MAX_JOBS : cores;
 }
 
-static int run_batch(const TolvaOptions *o, const TolvaFilter *filter, char *const *inputs,
-                     int count)
+static int run_batch(const TolvaOptions *o, const TolvaFilter *filter, const TolvaInputs *inputs)
 {
     struct stat info;
     /* A folder that is not there yet is made, as mkdir would: its parent must
@@ -476,12 +475,13 @@ static int run_batch(const TolvaOptions *o, const TolvaFilter *filter, char *con
     if (!S_ISDIR(info.st_mode)) {
         return report(EXIT_FAILURE, o->outputDir, "%s", "is not a directory");
     }
-    BatchContext context = {o, filter, inputs};
+    BatchContext context = {o, filter, inputs->paths};
     int jobs = o->jobs > 0 ? o->jobs : (int)core_count();
-    TolvaBatch batch = {inputs,
-                        count,
+    TolvaBatch batch = {inputs->paths,
+                        inputs->names,
+                        inputs->count,
                         o->outputDir,
-                        jobs < count ? jobs : count,
+                        jobs < inputs->count ? jobs : inputs->count,
                         (!o->quiet && isatty(STDERR_FILENO)) ? stderr : NULL,
                         convert_in_batch,
                         &context};
@@ -528,18 +528,17 @@ int main(int argc, char **argv)
     if (o.outputDir == NULL) {
         status = convert(&o, &filter, o.input, o.output);
     } else {
-        int count = 0;
+        TolvaInputs inputs;
         int failed = 0;
-        char **inputs = tolva_expand_inputs(o.inputs, o.inputCount, &count, &failed);
-        if (inputs == NULL) {
+        if (tolva_expand_inputs(o.inputs, o.inputCount, o.recursive, &inputs, &failed) != 0) {
             status = report(EXIT_FAILURE, NULL, "%s", "out of memory listing the inputs");
         } else {
-            status = count > 0 ? run_batch(&o, &filter, inputs, count) : EXIT_FAILURE;
+            status = inputs.count > 0 ? run_batch(&o, &filter, &inputs) : EXIT_FAILURE;
             /* A folder without pictures fails the batch as a failed file does. */
             if (failed > 0 && status == EXIT_SUCCESS) {
                 status = EXIT_FAILURE;
             }
-            tolva_free_inputs(inputs, count);
+            tolva_free_inputs(&inputs);
         }
     }
     tolva_filter_unload(&filter);

@@ -626,15 +626,28 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
     mkdir(Path("b/sub").c_str(), 0777);
     PalettePng("b/sub/deeper.png", 10, 10);
     WriteText(Path("b/photo.data"), ReadText(Path("in.png")));
-    Result folder = Run({"-O", "fromb", "b/"});
-    EXPECT_EQ(folder.status, 0) << folder.err;
-    EXPECT_EQ(folder.err, "");
-    std::vector<std::string> written;
-    for (const auto &entry : std::filesystem::directory_iterator(Path("fromb")))
-        written.push_back(entry.path().filename().string());
-    std::sort(written.begin(), written.end());
-    EXPECT_EQ(written, (std::vector<std::string>{"in.gif", "photo.gif", "two.photo.gif"}));
-    EXPECT_TRUE(ReadText(Path("fromb/photo.gif")) == reference_);
+    // With -r, subfolders too, their layout kept; never a link to a folder,
+    // which could lead back up.
+    ASSERT_EQ(symlink("..", Path("b/sub/up").c_str()), 0);
+    auto written = [&](const std::string &folder) {
+        std::vector<std::string> files;
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(Path(folder)))
+            if (entry.is_regular_file())
+                files.push_back(entry.path().lexically_relative(Path(folder)).string());
+        std::sort(files.begin(), files.end());
+        return files;
+    };
+    for (bool recursive : {false, true}) {
+        Args args = {"-O", recursive ? "deep" : "flat", "b/"};
+        if (recursive) args.push_back("-r");
+        Result r = Run(args);
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.err, "");
+        std::vector<std::string> want = {"in.gif", "photo.gif", "two.photo.gif"};
+        if (recursive) want.insert(want.begin() + 2, "sub/deeper.gif");
+        EXPECT_EQ(written(args[1]), want);
+        EXPECT_TRUE(ReadText(Path(args[1] + "/photo.gif")) == reference_);
+    }
 }
 
 // Every way but SIGKILL to stop the command leaves nothing behind: not the

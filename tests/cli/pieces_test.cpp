@@ -183,6 +183,7 @@ TEST(Options, BundledShortFormsTheEndOfOptionsAndRefusals) {
         {"--profile", std::string(150, 'p'), "a", "b"},
         {"--section", "GIF Export", "a", "b"},  // a section of no profile
         {"--jobs", "2", "a", "b"},              // jobs without a batch
+        {"-r", "a", "b"},                       // so is recursion
         {"-O", "out", "a.png", "-"},
         {"--size"},
         {"--height", "65536", "a", "b"},
