@@ -68,6 +68,11 @@ static char *joined(const char *folder, const char *name)
 typedef struct List {
     TolvaInputs inputs;
     int capacity;
+    /* The batch's output folder, never looked into: its GIFs are pictures
+     * too, and a second run would convert the first one's output. */
+    dev_t outputDevice;
+    ino_t outputInode;
+    int outputKnown;
 } List;
 
 static int grow(List *list)
@@ -118,6 +123,11 @@ static int append_entry(List *list, const char *folder, const char *below, const
     int status = 0;
     struct stat info;
     if (recursive && lstat(path, &info) == 0 && S_ISDIR(info.st_mode)) {
+        if (list->outputKnown && info.st_dev == list->outputDevice &&
+            info.st_ino == list->outputInode) {
+            free(path);
+            return 0;
+        }
         char *deeper = joined(below, name);
         status = deeper != NULL ? append_folder(list, path, deeper, recursive, found, failed) : -1;
         free(deeper);
@@ -161,10 +171,16 @@ static char *file_name(const char *path)
     return strdup(slash != NULL ? slash + 1 : path);
 }
 
-int tolva_expand_inputs(char *const *inputs, int inputCount, int recursive, TolvaInputs *list,
-                        int *failed)
+int tolva_expand_inputs(char *const *inputs, int inputCount, int recursive, const char *outputDir,
+                        TolvaInputs *list, int *failed)
 {
-    List made = {{NULL, NULL, 0}, 0};
+    List made = {{NULL, NULL, 0}, 0, 0, 0, 0};
+    struct stat output;
+    if (stat(outputDir, &output) == 0) {
+        made.outputDevice = output.st_dev;
+        made.outputInode = output.st_ino;
+        made.outputKnown = 1;
+    }
     *failed = 0;
     int status = 0;
     for (int i = 0; i < inputCount && status == 0; ++i) {

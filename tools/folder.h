@@ -25,12 +25,13 @@ int tolva_is_folder(const char *path);
  * format the command reads; with `recursive`, those of its subfolders too
  * (not hidden ones, nor links to folders, which could lead back up). A
  * file's name is its file name, or with `recursive` its path below the folder
- * given. Other files are passed over without a word; a folder that cannot be
+ * given. The output folder `outputDir` is never looked into as a subfolder.
+ * Other files are passed over without a word; a folder that cannot be
  * listed, or holds no picture at all, gets a one-line message on standard
  * error and adds one to *failed. Returns 0, or -1 when memory runs out.
  */
-int tolva_expand_inputs(char *const *inputs, int inputCount, int recursive, TolvaInputs *list,
-                        int *failed);
+int tolva_expand_inputs(char *const *inputs, int inputCount, int recursive, const char *outputDir,
+                        TolvaInputs *list, int *failed);
 
 void tolva_free_inputs(TolvaInputs *list);
 

@@ -530,7 +530,8 @@ int main(int argc, char **argv)
     } else {
         TolvaInputs inputs;
         int failed = 0;
-        if (tolva_expand_inputs(o.inputs, o.inputCount, o.recursive, &inputs, &failed) != 0) {
+        if (tolva_expand_inputs(o.inputs, o.inputCount, o.recursive, o.outputDir, &inputs,
+                                &failed) != 0) {
             status = report(EXIT_FAILURE, NULL, "%s", "out of memory listing the inputs");
         } else {
             status = inputs.count > 0 ? run_batch(&o, &filter, &inputs) : EXIT_FAILURE;

@@ -648,6 +648,14 @@ TEST_F(Targets, ABatchWritesEveryFileItCanAndNamesTheOthers) {
         EXPECT_EQ(written(args[1]), want);
         EXPECT_TRUE(ReadText(Path(args[1] + "/photo.gif")) == reference_);
     }
+    // An output folder inside the input is not an input: a second run makes
+    // the same files, not GIFs of the first run's GIFs.
+    for (int run = 0; run < 2; ++run) {
+        Result r = Run({"-r", "-O", "b/gifs", "b"});
+        EXPECT_EQ(r.status, 0) << r.err;
+    }
+    EXPECT_EQ(written("b/gifs"),
+              (std::vector<std::string>{"in.gif", "photo.gif", "sub/deeper.gif", "two.photo.gif"}));
 }
 
 // Every way but SIGKILL to stop the command leaves nothing behind: not the
