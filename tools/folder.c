@@ -33,9 +33,10 @@ int tolva_is_folder(const char *path)
     return strcmp(path, "-") != 0 && stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-/* A regular file whose first bytes name a format the reader takes. Only
- * regular files are opened, so a FIFO in the folder cannot hold the listing
- * up. */
+/* A regular file whose first bytes name a format the reader takes, or that
+ * cannot be opened to tell: its conversion then says why it cannot be read,
+ * rather than a picture being left out without a word. Only regular files
+ * are opened, so a FIFO in the folder cannot hold the listing up. */
 static int is_picture_file(const char *path)
 {
     struct stat info;
@@ -44,7 +45,7 @@ static int is_picture_file(const char *path)
     }
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        return 0;
+        return 1;
     }
     uint8_t start[kSignatureBytes];
     ssize_t n = read(fd, start, sizeof start);

@@ -22,7 +22,8 @@ int tolva_is_folder(const char *path);
  * The batch's inputs, in the order given, except that a folder is replaced
  * by the pictures in it, in name order: its regular files (links to them
  * included) whose names do not start with a dot and whose first bytes are a
- * format the command reads; with `recursive`, those of its subfolders too
+ * format the command reads (or that cannot be opened to tell, so that their
+ * conversions say why); with `recursive`, those of its subfolders too
  * (not hidden ones, nor links to folders, which could lead back up). A
  * file's name is its file name, or with `recursive` its path below the folder
  * given. The output folder `outputDir` is never looked into as a subfolder.
