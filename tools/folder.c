@@ -3,11 +3,11 @@
  * the pictures in it.
  *
  * A folder is looked into one level deep unless the batch is recursive, and
- * what it holds is judged by content, as a single input is: a file is a picture when its first bytes say
- * so, whatever its name. Files that are not are left out quietly, since
- * folders of pictures commonly hold notes, thumbnails' databases and the like;
- * a folder that yields nothing at all is reported, since that is most likely a
- * wrong path.
+ * what it holds is judged by content, as a single input is: a file is a
+ * picture when its first bytes say so, whatever its name. Files that are not
+ * are left out quietly, since folders of pictures commonly hold notes,
+ * thumbnails' databases and the like; a folder that yields nothing at all is
+ * reported, since that is most likely a wrong path.
  */
 #define _DEFAULT_SOURCE /* scandir, alphasort */
 #include "folder.h"
