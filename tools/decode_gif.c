@@ -1,7 +1,8 @@
 /*
  * decode_gif.c - the first image of a GIF through giflib, as palette
  * indices; the graphic control extension before it gives the transparent
- * entry. The picture is that image's own rectangle.
+ * entry. The picture is that image's own rectangle; whether more images
+ * follow is noted.
  */
 #include <gif_lib.h>
 #include <stdio.h>
@@ -56,6 +57,28 @@ static int32_t stored_row_to_picture_row(int32_t k, int32_t height, int interlac
     return 0;
 }
 
+/* Whether another image follows, past any extensions; what cannot be read
+ * past the first image is no concern of its picture. */
+static int another_image_follows(GifFileType *gif)
+{
+    for (;;) {
+        GifRecordType type = UNDEFINED_RECORD_TYPE;
+        if (DGifGetRecordType(gif, &type) != GIF_OK || type != EXTENSION_RECORD_TYPE) {
+            return type == IMAGE_DESC_RECORD_TYPE;
+        }
+        int function = 0;
+        GifByteType *block = NULL;
+        if (DGifGetExtension(gif, &function, &block) != GIF_OK) {
+            return 0;
+        }
+        while (block != NULL) {
+            if (DGifGetExtensionNext(gif, &block) != GIF_OK) {
+                return 0;
+            }
+        }
+    }
+}
+
 static TolvaImageResult read_image(TolvaDecodeJob *job, GifFileType *gif, int transparent)
 {
     TolvaImage *image = job->image;
@@ -93,6 +116,7 @@ static TolvaImageResult read_image(TolvaDecodeJob *job, GifFileType *gif, int tr
             return fail(job, gif, D_GIF_ERR_READ_FAILED);
         }
     }
+    image->moreImages = another_image_follows(gif);
     int ignored = 0;
     DGifCloseFile(gif, &ignored);
     return TOLVA_IMAGE_OK;

@@ -41,6 +41,7 @@ static struct {
     int (*readRGBAImageOriented)(TIFF *, uint32_t, uint32_t, uint32_t *, int, int);
     int (*readScanline)(TIFF *, void *, uint32_t, uint16_t);
     tmsize_t (*scanlineSize)(TIFF *);
+    int (*readDirectory)(TIFF *);
     void *(*malloc)(tmsize_t);
     void (*free)(void *);
 } tiff_lib;
@@ -79,6 +80,7 @@ static int load_libtiff(void)
         TIFF_SYMBOL("TIFFReadRGBAImageOriented", readRGBAImageOriented),
         TIFF_SYMBOL("TIFFReadScanline", readScanline),
         TIFF_SYMBOL("TIFFScanlineSize", scanlineSize),
+        TIFF_SYMBOL("TIFFReadDirectory", readDirectory),
         TIFF_SYMBOL("_TIFFmalloc", malloc),
         TIFF_SYMBOL("_TIFFfree", free),
 #undef TIFF_SYMBOL
@@ -266,6 +268,21 @@ static TolvaImageResult read_16bit(TIFF *tiff, TolvaDecodeJob *job, TiffSource *
     return result;
 }
 
+/* Whether a whole image follows the one read: a later directory that holds
+ * only a reduced copy (a thumbnail) does not count. A file's chain of
+ * directories may be long or looped, so only so many are looked at. */
+static int another_image_follows(TIFF *tiff)
+{
+    for (int k = 0; k < 64 && tiff_lib.readDirectory(tiff) == 1; ++k) {
+        uint32_t kind = 0;
+        tiff_lib.getFieldDefaulted(tiff, TIFFTAG_SUBFILETYPE, &kind);
+        if ((kind & FILETYPE_REDUCEDIMAGE) == 0) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
 TolvaImageResult tolva_decode_tiff(TolvaDecodeJob *job)
 {
     if (!load_libtiff()) {
@@ -319,6 +336,9 @@ TolvaImageResult tolva_decode_tiff(TolvaDecodeJob *job)
         } else {
             result = tolva_corrupt(job, "TIFF", source.message);
         }
+    }
+    if (result == TOLVA_IMAGE_OK) {
+        job->image->moreImages = another_image_follows(tiff);
     }
     tiff_lib.close(tiff);
     return result;

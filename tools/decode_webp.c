@@ -90,6 +90,9 @@ TolvaImageResult tolva_decode_webp(TolvaDecodeJob *job)
     } else {
         result = tolva_corrupt(job, "WebP", "no frame in it");
     }
+    if (result == TOLVA_IMAGE_OK) {
+        job->image->moreImages = WebPDemuxGetI(demux, WEBP_FF_FRAME_COUNT) > 1;
+    }
     WebPChunkIterator chunk;
     if (result == TOLVA_IMAGE_OK && WebPDemuxGetChunk(demux, "EXIF", 1, &chunk)) {
         job->image->orientation = tolva_exif_orientation(chunk.chunk.bytes, chunk.chunk.size);

@@ -37,6 +37,7 @@ typedef struct TolvaImage {
     uint8_t palette[768]; /* red, green, blue per entry; the rest zero */
     uint8_t alpha[256];   /* opacity of each palette entry, 255 = opaque */
     int32_t orientation;  /* EXIF orientation 1..8 found in the file; 1 when none */
+    int32_t moreImages;   /* the file holds further images (frames, pages) after this one */
 } TolvaImage;
 
 /*

@@ -407,6 +407,7 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
         tolva_output_discard(&out);
         return status;
     }
+    const int32_t moreImages = image.moreImages;
     /* Resampling comes before flattening, so that a partly covered edge is
      * blended once, at the final size. */
     TolvaOptions sized = *o;
@@ -435,6 +436,10 @@ static int convert(const TolvaOptions *o, const TolvaFilter *filter, const char 
             export_picture(&sized, filter, &image, &transparency, &out, name, &progress, &facts);
         if (status == EXIT_SUCCESS && o->verbose) {
             say_written(o, filter, name, &facts, &start);
+        }
+        if (status == EXIT_SUCCESS && moreImages) {
+            report(EXIT_SUCCESS, inputName, "%s",
+                   "holds more than one image (frames or pages); only the first was converted");
         }
     }
     tolva_free_image(&image);

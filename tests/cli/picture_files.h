@@ -181,27 +181,30 @@ inline Bytes Webp(const Raster &r) {
     return out;
 }
 
-// 8 or 16 bits a sample; photometric MINISBLACK or RGB.
+// 8 or 16 bits a sample; photometric MINISBLACK or RGB; `pages` copies.
 inline Bytes Tiff(const Raster &r, int bits, int photometric, bool unassociatedAlpha = false,
-                  int orientation = 1) {
+                  int orientation = 1, int pages = 1) {
     int fd = memfd_create("tiff", 0);
     TIFF *t = TIFFFdOpen(dup(fd), "memory", "w");
-    TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(r.width));
-    TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(r.height));
-    TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(r.channels));
-    TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, uint16_t(bits));
-    TIFFSetField(t, TIFFTAG_PHOTOMETRIC, uint16_t(photometric));
-    TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
-    TIFFSetField(t, TIFFTAG_COMPRESSION, uint16_t(COMPRESSION_ADOBE_DEFLATE));
-    TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, uint32_t(4));
-    if (orientation != 1) TIFFSetField(t, TIFFTAG_ORIENTATION, uint16_t(orientation));
-    if (unassociatedAlpha) {
-        uint16_t extra = EXTRASAMPLE_UNASSALPHA;
-        TIFFSetField(t, TIFFTAG_EXTRASAMPLES, uint16_t(1), &extra);
-    }
-    for (int y = 0; y < r.height; ++y) {
-        Bytes row = PackRow(r, y, bits);
-        TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
+    for (int page = 0; page < pages; ++page) {
+        if (page > 0) TIFFWriteDirectory(t);
+        TIFFSetField(t, TIFFTAG_IMAGEWIDTH, uint32_t(r.width));
+        TIFFSetField(t, TIFFTAG_IMAGELENGTH, uint32_t(r.height));
+        TIFFSetField(t, TIFFTAG_SAMPLESPERPIXEL, uint16_t(r.channels));
+        TIFFSetField(t, TIFFTAG_BITSPERSAMPLE, uint16_t(bits));
+        TIFFSetField(t, TIFFTAG_PHOTOMETRIC, uint16_t(photometric));
+        TIFFSetField(t, TIFFTAG_PLANARCONFIG, uint16_t(PLANARCONFIG_CONTIG));
+        TIFFSetField(t, TIFFTAG_COMPRESSION, uint16_t(COMPRESSION_ADOBE_DEFLATE));
+        TIFFSetField(t, TIFFTAG_ROWSPERSTRIP, uint32_t(4));
+        if (orientation != 1) TIFFSetField(t, TIFFTAG_ORIENTATION, uint16_t(orientation));
+        if (unassociatedAlpha) {
+            uint16_t extra = EXTRASAMPLE_UNASSALPHA;
+            TIFFSetField(t, TIFFTAG_EXTRASAMPLES, uint16_t(1), &extra);
+        }
+        for (int y = 0; y < r.height; ++y) {
+            Bytes row = PackRow(r, y, bits);
+            TIFFWriteScanline(t, row.data(), uint32_t(y), 0);
+        }
     }
     TIFFClose(t);
     Bytes out(size_t(lseek(fd, 0, SEEK_END)));

@@ -74,7 +74,12 @@ TEST(Reader, EveryFormatAndDepthGivesItsColours) {
         Bytes bytes;
         int bits, tolerance;
         const uint8_t *greys = nullptr;  // for grey pictures: the quadrants' values
+        bool more = false;               // more images follow the first
     };
+    // Two frames: the first GIF's image block again before its trailer.
+    Bytes two = Gif(indexed, greys);
+    const size_t image = 13 + 3 * (size_t{2} << (two[10] & 7));
+    two.insert(two.end() - 1, two.begin() + long(image), two.end() - 1);
     const Case cases[] = {
         {"grey1.png", Png(q(1, 1, true), PNG_COLOR_TYPE_GRAY, 1), 24, 0, bilevel},
         {"grey4.png", Png(q(1, 15, true), PNG_COLOR_TYPE_GRAY, 4), 24, 0, kGreyQuadrant},
@@ -83,6 +88,7 @@ TEST(Reader, EveryFormatAndDepthGivesItsColours) {
         {"rgba.png", Png(q(4, 255, false), PNG_COLOR_TYPE_RGBA, 8), 32, 0},
         {"palette.png", Png(indexed, PNG_COLOR_TYPE_PALETTE, 2, greys), 8, 0, kGreyQuadrant},
         {"interlaced.gif", Gif(indexed, greys, -1, true), 8, 0, kGreyQuadrant},
+        {"two.gif", two, 8, 0, kGreyQuadrant, true},
         {"grey.jpg", Jpeg(q(1, 255, true)), 24, 12, kGreyQuadrant},
         {"rgb.jpg", Jpeg(q(3, 255, false), 100, 0, true), 24, 16},
         {"cmyk.jpg", Jpeg(cmyk, 100), 24, 16},
@@ -90,6 +96,8 @@ TEST(Reader, EveryFormatAndDepthGivesItsColours) {
         {"rgb8.tif", Tiff(q(3, 255, false), 8, PHOTOMETRIC_RGB), 32, 0},
         {"rgb16.tif", Tiff(deep(3, false), 16, PHOTOMETRIC_RGB), 24, 0},
         {"rgba.tif", Tiff(q(4, 255, false), 8, PHOTOMETRIC_RGB, true), 32, 0},
+        {"pages.tif", Tiff(q(3, 255, false), 8, PHOTOMETRIC_RGB, false, 1, 2), 32, 0, nullptr,
+         true},
         {"raw.pbm", Netpbm(q(1, 1, true), RPBM_FORMAT), 24, 0, bilevel},
         {"grey16.pgm", Netpbm(deep(1, true), RPGM_FORMAT), 24, 0, kGreyQuadrant},
         {"rgb1000.ppm", Netpbm(q(3, 1000, false), RPPM_FORMAT), 24, 0},
@@ -102,6 +110,7 @@ TEST(Reader, EveryFormatAndDepthGivesItsColours) {
         ASSERT_EQ(r.result, TOLVA_IMAGE_OK) << r.error;
         ASSERT_EQ(std::make_tuple(r.image.width, r.image.height, r.image.bits),
                   std::make_tuple(w, h, c.bits));
+        EXPECT_EQ(r.image.moreImages, c.more);
         for (int q = 0; q < 4; ++q) {
             std::vector<int> got = Pixel(r.image, (q & 1) ? w - 2 : 1, (q & 2) ? h - 2 : 1);
             if (c.bits == 8)
